@@ -1,0 +1,17 @@
+# What every target of the project is compiled and linked with.
+
+add_library(project-options INTERFACE)
+target_compile_features(project-options INTERFACE cxx_std_20)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(MSVC)
+  target_compile_options(project-options INTERFACE /W4 /WX /utf-8 /permissive- /EHsc)
+  set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
+else()
+  target_compile_options(
+    project-options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wconversion -Wshadow -Werror>
+  )
+  # One executable without companions: the runtime libraries are linked in.
+  target_link_options(project-options INTERFACE -static)
+endif()
