@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+namespace updater {
+
+// The operations of the standard filesystem library that the updater uses, built on the Windows
+// calls: toolchains differ in what their library does on Windows (one does not replace a file that
+// differs, nor resolve links and letter case) and in what its errors say. Each function raises
+// `std::filesystem::filesystem_error`, whose message holds the name of the library's operation
+// given below, the system's text and the path or paths.
+
+/// Returns the absolute path of an existing file or directory with links, letter case and short
+/// names resolved, in drive-letter or share form. Operation "canonical".
+std::filesystem::path CanonicalPath(const std::filesystem::path& path);
+
+/// Returns the canonical form of the path's existing leading part with the rest appended, made
+/// absolute and normalised by its text alone. Operation "weakly_canonical".
+std::filesystem::path WeaklyCanonicalPath(const std::filesystem::path& path);
+
+/// Copies a file to a path where nothing exists yet. Operation "copy_file".
+void CopyToNewFile(const std::filesystem::path& source, const std::filesystem::path& target);
+
+/// Copies a file and replaces the target if it exists, a read-only one too. Operation "copy_file".
+void CopyOverFile(const std::filesystem::path& source, const std::filesystem::path& target);
+
+/// Returns the file's size in bytes. Operation "file_size".
+std::uintmax_t FileSize(const std::filesystem::path& file);
+
+/// Whether something of that name exists, links followed. Operation "exists".
+bool PathExists(const std::filesystem::path& path);
+
+/// Creates a directory with all its missing parents; an existing directory is fine. Operation
+/// "create_directories".
+void CreateDirectories(const std::filesystem::path& directory);
+
+/// Deletes one file, a read-only one too. Operation "remove".
+void RemoveFile(const std::filesystem::path& file);
+
+/// Deletes a directory with everything in it; links are deleted, never followed. Operation
+/// "remove_all".
+void RemoveTree(const std::filesystem::path& directory);
+
+}  // namespace updater
