@@ -1,0 +1,83 @@
+#include "support/version_information.h"
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#include "support/windows_api.h"
+
+namespace updater {
+
+namespace {
+
+// The application's entry in the list of installed programs. Its setup program names the key by
+// the application's identifier without braces.
+constexpr wchar_t kUninstallKey[] =
+    L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\"
+    L"5D1E7B20-3C9A-4F68-B2D4-9E0A6C7F1B35_is1";
+constexpr wchar_t kRegisteredVersionValue[] = L"DisplayVersion";
+
+constexpr std::size_t kRegisteredVersionUnits = 512;
+
+struct KeyCloser {
+    using pointer = HKEY;
+    void operator()(HKEY key) const noexcept { RegCloseKey(key); }
+};
+using UniqueKey = std::unique_ptr<void, KeyCloser>;
+
+std::vector<std::byte> ReadVersionResource(const std::filesystem::path& executable) {
+    const DWORD bytes = GetFileVersionInfoSizeW(executable.c_str(), nullptr);
+    std::vector<std::byte> resource(bytes);
+    if (bytes == 0 || GetFileVersionInfoW(executable.c_str(), 0, bytes, resource.data()) == 0) {
+        throw std::runtime_error("Cannot read installed executable version");
+    }
+    return resource;
+}
+
+}  // namespace
+
+std::wstring ReadExecutableVersion(const std::filesystem::path& executable) {
+    const std::vector<std::byte> resource = ReadVersionResource(executable);
+    void* block = nullptr;
+    UINT bytes = 0;
+    if (VerQueryValueW(resource.data(), L"\\", &block, &bytes) == 0 ||
+        bytes < sizeof(VS_FIXEDFILEINFO)) {
+        throw std::runtime_error("Executable version is missing");
+    }
+    const auto* version = static_cast<const VS_FIXEDFILEINFO*>(block);
+    return std::to_wstring(HIWORD(version->dwFileVersionMS)) + L'.' +
+           std::to_wstring(LOWORD(version->dwFileVersionMS)) + L'.' +
+           std::to_wstring(HIWORD(version->dwFileVersionLS)) + L'.' +
+           std::to_wstring(LOWORD(version->dwFileVersionLS));
+}
+
+std::wstring ReadRegisteredVersion() {
+    std::array<wchar_t, kRegisteredVersionUnits> text{};
+    DWORD bytes = sizeof(text);
+    if (RegGetValueW(HKEY_LOCAL_MACHINE, kUninstallKey, kRegisteredVersionValue,
+                     RRF_RT_REG_SZ | RRF_SUBKEY_WOW6464KEY, nullptr, text.data(),
+                     &bytes) != ERROR_SUCCESS) {
+        return {};
+    }
+    return text.data();
+}
+
+void RestoreRegisteredVersion(const std::wstring& previousVersion) {
+    if (previousVersion.empty()) {
+        return;
+    }
+    HKEY opened = nullptr;
+    const LSTATUS openStatus = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kUninstallKey, 0,
+                                             KEY_SET_VALUE | KEY_WOW64_64KEY, &opened);
+    const UniqueKey key(openStatus == ERROR_SUCCESS ? opened : nullptr);
+    const DWORD bytes = static_cast<DWORD>((previousVersion.size() + 1) * sizeof(wchar_t));
+    if (!key || RegSetValueExW(key.get(), kRegisteredVersionValue, 0, REG_SZ,
+                               reinterpret_cast<const BYTE*>(previousVersion.c_str()),
+                               bytes) != ERROR_SUCCESS) {
+        throw std::runtime_error("Cannot restore registered version");
+    }
+}
+
+}  // namespace updater
