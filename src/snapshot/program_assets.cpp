@@ -1,0 +1,77 @@
+#include "snapshot/program_assets.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <string_view>
+
+#include "support/application_identity.h"
+#include "support/directory_listing.h"
+#include "support/file_system.h"
+#include "support/windows_api.h"
+
+namespace updater {
+
+namespace {
+
+constexpr wchar_t kDataDirectory[] = L"data";
+
+constexpr std::array<std::wstring_view, 2> kAssetExtensions = {L".exe", L".dll"};
+constexpr std::array<std::wstring_view, 5> kAssetNames = {
+    L"native_assets.json", L"windows-version.json", L"program-files.json", kProgramInventory,
+    L"unins000.dat"};
+
+bool IsTopLevelAsset(const std::filesystem::path& name) {
+    const std::filesystem::path extension = name.extension();
+    return std::ranges::find(kAssetExtensions, extension.native()) != kAssetExtensions.end() ||
+           std::ranges::find(kAssetNames, name.native()) != kAssetNames.end();
+}
+
+// A link would let the backup read, or the restore write, outside the installation directory.
+void RefuseReparsePoint(const std::filesystem::path& entry, const char* message) {
+    if (EntryTypeItself(entry) == std::filesystem::file_type::symlink) {
+        throw std::runtime_error(message);
+    }
+    // A failed query has every bit set, so an entry that cannot be inspected is refused as well.
+    if ((GetFileAttributesW(entry.c_str()) & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+        throw std::runtime_error(message);
+    }
+}
+
+bool IsRegularFile(const std::filesystem::path& entry) {
+    return EntryTypeFollowed(entry) == std::filesystem::file_type::regular;
+}
+
+void AddTopLevelAssets(const std::filesystem::path& installDirectory, ProgramAssets& assets) {
+    VisitDirectory(installDirectory, [&](const std::filesystem::path& name) {
+        const std::filesystem::path entry = installDirectory / name;
+        RefuseReparsePoint(entry, "Reparse points are not supported in installation directory");
+        if (IsRegularFile(entry) && IsTopLevelAsset(name)) {
+            assets.insert(name);
+        }
+    });
+}
+
+void AddDataAssets(const std::filesystem::path& dataDirectory, ProgramAssets& assets) {
+    VisitTree(dataDirectory, [&](const std::filesystem::path& relativePath) {
+        const std::filesystem::path entry = dataDirectory / relativePath;
+        RefuseReparsePoint(entry, "Reparse points are not supported in program assets");
+        if (IsRegularFile(entry)) {
+            assets.insert(kDataDirectory / relativePath);
+        }
+    });
+}
+
+}  // namespace
+
+ProgramAssets EnumerateProgramAssets(const std::filesystem::path& installDirectory) {
+    ProgramAssets assets;
+    AddTopLevelAssets(installDirectory, assets);
+    const std::filesystem::path dataDirectory = installDirectory / kDataDirectory;
+    if (PathExists(dataDirectory)) {
+        AddDataAssets(dataDirectory, assets);
+    }
+    return assets;
+}
+
+}  // namespace updater

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <filesystem>
+#include <set>
+
+namespace updater {
+
+/// The installed program's files: paths relative to the installation directory, ordered component
+/// by component. It never holds a directory.
+using ProgramAssets = std::set<std::filesystem::path>;
+
+/// Returns the files in the installation directory that make up the program: certain kinds of file
+/// at its top level and everything below its "data" directory. What else is there belongs to the
+/// user. Raises `std::runtime_error` "Reparse points are not supported in installation directory"
+/// or "Reparse points are not supported in program assets" for a link of any kind, and
+/// `std::filesystem::filesystem_error` when the tree cannot be listed.
+ProgramAssets EnumerateProgramAssets(const std::filesystem::path& installDirectory);
+
+}  // namespace updater

@@ -1,0 +1,27 @@
+#include "snapshot/program_backup.h"
+
+#include <stdexcept>
+#include <string>
+
+#include "support/file_digest.h"
+#include "support/file_system.h"
+
+namespace updater {
+
+ProgramAssets BackupProgram(const std::filesystem::path& installDirectory,
+                            const std::filesystem::path& backupDirectory) {
+    ProgramAssets assets = EnumerateProgramAssets(installDirectory);
+    for (const std::filesystem::path& asset : assets) {
+        const std::filesystem::path source = installDirectory / asset;
+        const std::filesystem::path copy = backupDirectory / asset;
+        CreateDirectories(copy.parent_path());
+        CopyOverFile(source, copy);
+        const std::string copyDigest = FileSha256Hex(copy);
+        if (FileSha256Hex(source) != copyDigest) {
+            throw std::runtime_error("Program backup checksum mismatch");
+        }
+    }
+    return assets;
+}
+
+}  // namespace updater
