@@ -37,7 +37,7 @@ constexpr wchar_t kErrorBoxTitle[] = L"Corvellan\u66F4\u65B0";
 struct BrokerOptions {
     std::filesystem::path jobDirectory;
     std::filesystem::path installDirectory;
-    std::uint32_t parentProcessId;
+    std::uint32_t parentProcessId = 0;
 };
 
 struct WorkerLaunch {

@@ -56,9 +56,8 @@ void Advance(Listing& listing, const std::filesystem::path& directory, const cha
 Listing OpenListing(const std::filesystem::path& directory, std::filesystem::path relativePath,
                     const ListingOperations& operations) {
     Listing listing{std::move(relativePath), nullptr, {}};
-    const HANDLE search =
-        FindFirstFileExW((directory / L"*").c_str(), FindExInfoBasic, &listing.entry,
-                         FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
+    HANDLE search = FindFirstFileExW((directory / L"*").c_str(), FindExInfoBasic, &listing.entry,
+                                     FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
     if (search == INVALID_HANDLE_VALUE) {
         RaiseFileSystemError(operations.open, GetLastError(), directory);
     }

@@ -48,7 +48,7 @@ UniqueHash CreateHash(BCRYPT_ALG_HANDLE provider) {
 }
 
 bool HashStream(std::ifstream& stream, BCRYPT_HASH_HANDLE hash) {
-    std::array<char, kChunkBytes> chunk;
+    std::array<char, kChunkBytes> chunk{};
     bool hashed = stream.is_open();
     while (hashed && stream.good()) {
         stream.read(chunk.data(), static_cast<std::streamsize>(chunk.size()));

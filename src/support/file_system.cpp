@@ -92,7 +92,7 @@ std::size_t ParentLength(std::wstring_view path, std::size_t rootLength) {
 constexpr char kWeaklyCanonical[] = "weakly_canonical";
 
 std::wstring AbsolutePath(const std::filesystem::path& path) {
-    const std::wstring absolute = TextFromWindows([&path](wchar_t* buffer, DWORD units) {
+    std::wstring absolute = TextFromWindows([&path](wchar_t* buffer, DWORD units) {
         return GetFullPathNameW(path.c_str(), units, buffer, nullptr);
     });
     if (absolute.empty()) {
@@ -207,10 +207,10 @@ void CreateDirectories(const std::filesystem::path& directory) {
         }
         ancestor = parent;
     }
-    for (auto next = missing.rbegin(); next != missing.rend(); ++next) {
-        if (CreateDirectoryW(next->c_str(), nullptr) == 0) {
+    for (; !missing.empty(); missing.pop_back()) {
+        if (CreateDirectoryW(missing.back().c_str(), nullptr) == 0) {
             const DWORD error = GetLastError();
-            if (!IsDirectory(*next)) {
+            if (!IsDirectory(missing.back())) {
                 RaiseFileSystemError("create_directories", error, directory);
             }
         }
@@ -234,8 +234,8 @@ void RemoveTree(const std::filesystem::path& directory) {
                   }
               },
               {kOperation, kOperation});
-    for (auto next = directories.rbegin(); next != directories.rend(); ++next) {
-        RemoveEntry(*next, true, kOperation);
+    for (; !directories.empty(); directories.pop_back()) {
+        RemoveEntry(directories.back(), true, kOperation);
     }
 }
 

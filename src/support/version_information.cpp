@@ -72,7 +72,7 @@ void RestoreRegisteredVersion(const std::wstring& previousVersion) {
     const LSTATUS openStatus = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kUninstallKey, 0,
                                              KEY_SET_VALUE | KEY_WOW64_64KEY, &opened);
     const UniqueKey key(openStatus == ERROR_SUCCESS ? opened : nullptr);
-    const DWORD bytes = static_cast<DWORD>((previousVersion.size() + 1) * sizeof(wchar_t));
+    const auto bytes = static_cast<DWORD>((previousVersion.size() + 1) * sizeof(wchar_t));
     if (!key || RegSetValueExW(key.get(), kRegisteredVersionValue, 0, REG_SZ,
                                reinterpret_cast<const BYTE*>(previousVersion.c_str()),
                                bytes) != ERROR_SUCCESS) {

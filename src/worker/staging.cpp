@@ -37,7 +37,7 @@ std::filesystem::path MachineDataFolder() {
     if (FAILED(result)) {
         throw std::runtime_error("Cannot locate machine staging directory");
     }
-    return folder.get();
+    return {folder.get()};
 }
 
 UniqueLocalMemory MakeSecurityDescriptor() {

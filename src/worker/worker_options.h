@@ -19,8 +19,8 @@ struct WorkerOptions {
     /// 64 lower-case hexadecimal characters; compared exactly.
     std::string sha256;
     /// In bytes.
-    std::uint64_t size;
-    std::uint32_t parentProcessId;
+    std::uint64_t size = 0;
+    std::uint32_t parentProcessId = 0;
 };
 
 /// Reads the options that describe the update. Raises `std::runtime_error` "Missing update
