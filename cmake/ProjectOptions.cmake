@@ -9,9 +9,15 @@ if(MSVC)
   target_compile_options(project-options INTERFACE /W4 /WX /utf-8 /permissive- /EHsc)
   set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
 else()
-  target_compile_options(
-    project-options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wconversion -Wshadow -Werror>
+  # Checks that stay in the released program: a failed one ends the process.
+  target_compile_options(project-options INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wconversion -Wshadow -Werror>
+    $<$<COMPILE_LANGUAGE:CXX>:-fstack-protector-strong -ffunction-sections -fdata-sections>
   )
+  target_compile_definitions(project-options INTERFACE _GLIBCXX_ASSERTIONS)
   # One executable without companions: the runtime libraries are linked in.
-  target_link_options(project-options INTERFACE -static)
+  target_link_options(project-options INTERFACE
+    -static -fstack-protector-strong -Wl,--gc-sections $<$<CONFIG:Release>:-s>
+  )
+  set(CMAKE_CXX_FLAGS_RELEASE "-Os -DNDEBUG")
 endif()

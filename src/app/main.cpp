@@ -1,21 +1,14 @@
-#include <cstdlib>
-#include <exception>
-
 #include "app/dispatch.h"
+#include "app/silent_end.h"
 #include "support/exit_code.h"
 #include "support/windows_api.h"
 
-namespace {
-
-// The runtime's own end of a program with an uncaught exception may open a dialog, which nobody
-// would see or close behind an elevated process without a window.
-[[noreturn]] void EndSilently() {
-    std::_Exit(updater::kExitUnreported);
-}
-
-}  // namespace
-
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
-    std::set_terminate(EndSilently);
+    // Before anything else can load a library: one that lies beside the executable, where any user
+    // may have put it, must never run with the rights of this process.
+    if (SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32) == 0) {
+        return updater::kExitUnreported;
+    }
+    updater::EndSilentlyOnUncaughtFailure();
     return updater::RunUpdater();
 }

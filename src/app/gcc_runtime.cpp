@@ -1,0 +1,60 @@
+// The parts of GCC's runtime that the executable replaces. No other compiler has them.
+
+#include <cstdint>
+#include <cstdlib>
+
+#include "support/exit_code.h"
+#include "support/windows_api.h"
+
+// The names, their namespaces and that one of them is a variable are the runtime's own.
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,cert-dcl58-cpp)
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
+
+extern "C" {
+
+// The compiler's own library takes its guard value from the system's cryptographic provider, which
+// loads further libraries before the program can restrict where they come from. What differs in
+// each process is mixed instead, as other compilers do.
+std::uintptr_t __stack_chk_guard = 0;
+
+__attribute__((constructor(101), no_stack_protector)) static void InitializeStackGuard() {
+    FILETIME time{};
+    GetSystemTimeAsFileTime(&time);
+    LARGE_INTEGER counter{};
+    QueryPerformanceCounter(&counter);
+    auto guard = reinterpret_cast<std::uintptr_t>(&counter);
+    guard ^= (std::uintptr_t{time.dwHighDateTime} << 32U) | time.dwLowDateTime;
+    guard ^= static_cast<std::uintptr_t>(counter.QuadPart) << 16U;
+    guard ^= (std::uintptr_t{GetCurrentProcessId()} << 32U) | GetCurrentThreadId();
+    __stack_chk_guard = guard;
+}
+
+[[noreturn]] void __stack_chk_fail() {
+    std::_Exit(updater::kExitUnreported);
+}
+
+}  // extern "C"
+
+// The runtime's own ends of the process print the failure, for which they bring a decoder of type
+// names that is a tenth of the executable, and then call `abort`.
+
+namespace __gnu_cxx {
+
+[[noreturn]] void __verbose_terminate_handler();
+[[noreturn]] void __verbose_terminate_handler() {
+    std::_Exit(updater::kExitUnreported);
+}
+
+}  // namespace __gnu_cxx
+
+namespace std {
+
+void __glibcxx_assert_fail(const char* /*file*/, int /*line*/, const char* /*function*/,
+                           const char* /*condition*/) noexcept {
+    std::_Exit(updater::kExitUnreported);
+}
+
+}  // namespace std
+
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,cert-dcl58-cpp)
