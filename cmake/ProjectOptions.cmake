@@ -15,6 +15,10 @@ else()
     $<$<COMPILE_LANGUAGE:CXX>:-fstack-protector-strong -ffunction-sections -fdata-sections>
   )
   target_compile_definitions(project-options INTERFACE _GLIBCXX_ASSERTIONS)
+  # The released program ends silently at a failed check, so the texts of the checks are left out.
+  target_compile_definitions(project-options INTERFACE
+    $<$<CONFIG:Release>:__PRETTY_FUNCTION__="">
+  )
   # One executable without companions: the runtime libraries are linked in.
   target_link_options(project-options INTERFACE
     -static -fstack-protector-strong -Wl,--gc-sections $<$<CONFIG:Release>:-s>

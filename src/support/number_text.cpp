@@ -11,9 +11,9 @@ namespace updater {
 namespace {
 
 // The standard library's own conversions are not used: their messages and the width of `unsigned
-// long` differ between toolchains.
-template <typename Unsigned>
-Unsigned ParseUnsigned(std::wstring_view text, const std::string& conversion) {
+// long` differ between toolchains. The negated value is right in as many low bits as `maximum` has.
+std::uint64_t ParseUnsigned(std::wstring_view text, std::uint64_t maximum,
+                            const std::string& conversion) {
     std::size_t position = 0;
     while (position < text.size() && std::iswspace(static_cast<std::wint_t>(text[position])) != 0) {
         ++position;
@@ -23,13 +23,12 @@ Unsigned ParseUnsigned(std::wstring_view text, const std::string& conversion) {
         ++position;
     }
 
-    constexpr Unsigned kMaximum = std::numeric_limits<Unsigned>::max();
     const std::size_t firstDigit = position;
-    Unsigned value = 0;
+    std::uint64_t value = 0;
     bool overflow = false;
     for (; position < text.size() && text[position] >= L'0' && text[position] <= L'9'; ++position) {
-        const auto digit = static_cast<Unsigned>(text[position] - L'0');
-        overflow = overflow || value > (kMaximum - digit) / 10;
+        const auto digit = static_cast<std::uint64_t>(text[position] - L'0');
+        overflow = overflow || value > (maximum - digit) / 10;
         value = value * 10 + digit;
     }
 
@@ -39,17 +38,18 @@ Unsigned ParseUnsigned(std::wstring_view text, const std::string& conversion) {
     if (overflow) {
         throw std::out_of_range(conversion + " argument out of range");
     }
-    return negative ? Unsigned{0} - value : value;
+    return negative ? std::uint64_t{0} - value : value;
 }
 
 }  // namespace
 
 std::uint32_t ParseUnsigned32(std::wstring_view text) {
-    return ParseUnsigned<std::uint32_t>(text, "stoul");
+    constexpr std::uint64_t kMaximum = std::numeric_limits<std::uint32_t>::max();
+    return static_cast<std::uint32_t>(ParseUnsigned(text, kMaximum, "stoul"));
 }
 
 std::uint64_t ParseUnsigned64(std::wstring_view text) {
-    return ParseUnsigned<std::uint64_t>(text, "stoull");
+    return ParseUnsigned(text, std::numeric_limits<std::uint64_t>::max(), "stoull");
 }
 
 }  // namespace updater

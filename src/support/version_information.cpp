@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "support/text_conversion.h"
 #include "support/windows_api.h"
 
 namespace updater {
@@ -47,10 +48,10 @@ std::wstring ReadExecutableVersion(const std::filesystem::path& executable) {
         throw std::runtime_error("Executable version is missing");
     }
     const auto* version = static_cast<const VS_FIXEDFILEINFO*>(block);
-    return std::to_wstring(HIWORD(version->dwFileVersionMS)) + L'.' +
-           std::to_wstring(LOWORD(version->dwFileVersionMS)) + L'.' +
-           std::to_wstring(HIWORD(version->dwFileVersionLS)) + L'.' +
-           std::to_wstring(LOWORD(version->dwFileVersionLS));
+    return Utf8ToWide(std::to_string(HIWORD(version->dwFileVersionMS)) + '.' +
+                      std::to_string(LOWORD(version->dwFileVersionMS)) + '.' +
+                      std::to_string(HIWORD(version->dwFileVersionLS)) + '.' +
+                      std::to_string(LOWORD(version->dwFileVersionLS)));
 }
 
 std::wstring ReadRegisteredVersion() {
