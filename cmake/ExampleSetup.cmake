@@ -30,7 +30,8 @@ endfunction()
 function(add_payload name)
   cmake_parse_arguments(payload "" "TREE;TAMPERED" "TARGETS" ${ARGN})
   set(directory "${CORVELLAN_PAYLOADS}/${name}")
-  file(GLOB_RECURSE tree_files CONFIGURE_DEPENDS "${payload_TREE}/*")
+  file(GLOB_RECURSE tree_files CONFIGURE_DEPENDS RELATIVE "${payload_TREE}" "${payload_TREE}/*")
+  list(TRANSFORM tree_files PREPEND "${payload_TREE}/" OUTPUT_VARIABLE tree_paths)
   set(target_files ${payload_TARGETS})
   list(TRANSFORM target_files REPLACE "(.+)" "$<TARGET_FILE:\\1>")
   set(tampered "")
@@ -40,8 +41,8 @@ function(add_payload name)
   add_custom_command(
     OUTPUT "${directory}/program-files.tsv"
     COMMAND "${CMAKE_COMMAND}" "-DPAYLOAD=${directory}" "-DTREE=${payload_TREE}"
-            "-DFILES=${target_files}" ${tampered} -P "${corvellan_payload_script}"
-    DEPENDS ${tree_files} ${payload_TARGETS} "${corvellan_payload_script}"
+            "-DTREE_FILES=${tree_files}" "-DFILES=${target_files}" ${tampered} -P "${corvellan_payload_script}"
+    DEPENDS ${tree_paths} ${payload_TARGETS} "${corvellan_payload_script}"
     COMMENT "Putting the program ${name} together"
     VERBATIM
   )

@@ -1,10 +1,10 @@
 # Run as a script: puts a version of the program together as its setup program will install it.
 #
-#   cmake -DPAYLOAD=DIRECTORY -DTREE=DIRECTORY -DFILES=FILE;... [-DTAMPERED=PATH]
-#         -P ProgramPayload.cmake
+#   cmake -DPAYLOAD=DIRECTORY -DTREE=DIRECTORY -DTREE_FILES=PATH;... -DFILES=FILE;...
+#         [-DTAMPERED=PATH] -P ProgramPayload.cmake
 #
-# PAYLOAD is made anew from the contents of TREE, from FILES, and from the list of all of that,
-# program-files.tsv. TAMPERED is a file in it that changes after the list was made, as it happens when
+# PAYLOAD is made anew from TREE_FILES, which lie in TREE, from FILES, and from the list of all of
+# that, program-files.tsv. TAMPERED is a file in it that changes after the list was made, as it happens when
 # a release is put together in the wrong order.
 
 function(write_inventory directory)
@@ -21,7 +21,10 @@ endfunction()
 
 file(REMOVE_RECURSE "${PAYLOAD}")
 file(MAKE_DIRECTORY "${PAYLOAD}")
-file(COPY "${TREE}/" DESTINATION "${PAYLOAD}")
+foreach(path IN LISTS TREE_FILES)
+  cmake_path(GET path PARENT_PATH directory)
+  file(COPY "${TREE}/${path}" DESTINATION "${PAYLOAD}/${directory}")
+endforeach()
 file(COPY ${FILES} DESTINATION "${PAYLOAD}")
 write_inventory("${PAYLOAD}")
 if(DEFINED TAMPERED)

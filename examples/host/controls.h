@@ -1,0 +1,14 @@
+#pragma once
+
+// Shared by the resource script, the window's code and programs that drive the window from outside.
+// Macros, because a resource script knows nothing else.
+
+#define ID_MAIN_WINDOW 100
+#define ID_VERSION_TEXT 101
+
+// A static text; what the application tells the user.
+#define ID_MESSAGE 1001
+
+// Buttons; a WM_COMMAND with one of these ids does what a click does.
+#define ID_UPDATE 1002
+#define ID_CANCEL_UPDATE 1003
