@@ -1,0 +1,92 @@
+#include "end_to_end/application.h"
+
+#include <fstream>
+#include <sstream>
+
+#include "end_to_end/running_processes.h"
+#include "end_to_end/waiting.h"
+#include "end_to_end/window_text.h"
+#include "support/application_identity.h"
+#include "support/text_conversion.h"
+#include "support/windows_api.h"
+
+namespace updater {
+
+namespace {
+
+// The line's columns in their order, separated by tabs.
+std::optional<Session> ParseSession(const std::string& line) {
+    std::istringstream columns(line);
+    std::string processId;
+    std::string elevated;
+    std::string directory;
+    Session session;
+    if (!std::getline(columns, session.version, '\t') || !std::getline(columns, processId, '\t') ||
+        !std::getline(columns, elevated, '\t') || !std::getline(columns, directory, '\t')) {
+        return std::nullopt;
+    }
+    std::getline(columns, session.updateOutcome);
+    session.processId = static_cast<std::uint32_t>(std::stoul(processId));
+    session.elevated = elevated == "1";
+    session.workingDirectory = Utf8ToWide(directory);
+    return session;
+}
+
+void AwaitWindow(const Application& application) {
+    AwaitCondition("the application's window",
+                   [&] { return !ListWindows(application.id).empty(); });
+}
+
+}  // namespace
+
+Application StartApplication(const std::filesystem::path& installDirectory, StartToken token) {
+    ProgramStart start;
+    start.program = ApplicationPath(installDirectory);
+    start.workingDirectory = installDirectory;
+    start.token = token;
+    StartedProgram started = StartProgram(start);
+    Application application{std::move(started.process), started.processId};
+    AwaitWindow(application);
+    return application;
+}
+
+Application AwaitApplication(const std::filesystem::path& installDirectory) {
+    Application application;
+    AwaitCondition("the application's restart", [&] {
+        for (const std::uint32_t id : ListApplications(installDirectory)) {
+            application = {OpenRunningProcess(id), id};
+        }
+        return application.process != nullptr;
+    });
+    AwaitWindow(application);
+    return application;
+}
+
+std::vector<std::uint32_t> ListApplications(const std::filesystem::path& installDirectory) {
+    std::vector<std::uint32_t> processIds;
+    for (const RunningProcess& running : ListProcessesOf(ApplicationPath(installDirectory))) {
+        processIds.push_back(running.id);
+    }
+    return processIds;
+}
+
+void CloseApplication(const Application& application) {
+    for (HWND window : ListWindows(application.id)) {
+        PostMessageW(window, WM_CLOSE, 0, 0);
+    }
+    AwaitEnd(application.process.get(), "the application to close");
+}
+
+std::optional<Session> FindSession(const std::filesystem::path& installDirectory,
+                                   const Application& application) {
+    std::ifstream log(installDirectory / kSessionLog, std::ios::binary);
+    for (std::string line; std::getline(log, line);) {
+        std::optional<Session> session = ParseSession(line);
+        if (session && session->processId == application.id) {
+            return session;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace updater

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace updater {
+
+// The programs that a whole update consists of, as the build made them.
+
+std::filesystem::path RealUpdater();
+std::filesystem::path ElevationStandIn();
+
+/// Returns a setup program of the application by its name, for example L"v2".
+std::filesystem::path SetupProgram(const std::wstring& name);
+
+}  // namespace updater

@@ -1,0 +1,130 @@
+#include "end_to_end/installed_program.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <stdexcept>
+
+#include "elevation/program_start.h"
+#include "end_to_end/waiting.h"
+#include "fixtures/file_content.h"
+#include "support/argument_quoting.h"
+#include "support/directory_listing.h"
+#include "support/file_digest.h"
+#include "support/file_system.h"
+#include "support/text_conversion.h"
+
+namespace updater {
+
+namespace {
+
+constexpr std::array<const wchar_t*, 5> kProgramFileNames = {
+    L"native_assets.json", L"windows-version.json", L"program-files.json", L"program-files.tsv",
+    L"unins000.dat"};
+
+bool IsProgramFile(const std::filesystem::path& relativePath) {
+    if (relativePath.has_parent_path()) {
+        return *relativePath.begin() == L"data";
+    }
+    const std::filesystem::path extension = relativePath.extension();
+    return extension == L".exe" || extension == L".dll" ||
+           std::ranges::find(kProgramFileNames, relativePath.native()) != kProgramFileNames.end();
+}
+
+bool IsDirectoryEntry(const std::wstring& name) {
+    return name.ends_with(L'\\');
+}
+
+}  // namespace
+
+void RunSetup(const std::filesystem::path& setup, const std::filesystem::path& installDirectory) {
+    ProgramStart start;
+    start.program = setup;
+    start.arguments = L"/VERYSILENT /SUPPRESSMSGBOXES /NORESTART /SP- /DIR=" +
+                      QuoteArgument(installDirectory.native());
+    const StartedProgram started = StartProgram(start);
+    const std::uint32_t exitCode = AwaitEnd(started.process.get(), "the setup program");
+    if (exitCode != 0) {
+        throw std::runtime_error("The setup program ended with " + std::to_string(exitCode));
+    }
+}
+
+void CopyTree(const std::filesystem::path& source, const std::filesystem::path& target) {
+    VisitTree(source, [&](const std::filesystem::path& relativePath) {
+        const std::filesystem::path entry = source / relativePath;
+        if (EntryTypeItself(entry) == std::filesystem::file_type::directory) {
+            CreateDirectories(target / relativePath);
+        } else {
+            CreateDirectories((target / relativePath).parent_path());
+            CopyToNewFile(entry, target / relativePath);
+        }
+    });
+}
+
+const FileContents& UserData() {
+    static const FileContents data = {
+        {L"account.db", std::string("account\0data", 12)},
+        {L"日记 2024.txt", "笔记: remember the milk\r\n"},
+        {L"Setup.EXE", "no program file: its extension is in capitals"},
+        {L"plugins\\x.dll", "a plug-in of the user's own"},
+        {L"用户 数据\\头像.png", "a picture"},
+    };
+    return data;
+}
+
+void AddUserData(const std::filesystem::path& installDirectory) {
+    for (const auto& [name, content] : UserData()) {
+        WriteFileContent(installDirectory / name, content);
+    }
+}
+
+FileContents ReadProgramFiles(const std::filesystem::path& installDirectory) {
+    FileContents files = ReadTreeContent(installDirectory);
+    std::erase_if(files, [](const auto& file) {
+        return IsDirectoryEntry(file.first) || !IsProgramFile(file.first);
+    });
+    return files;
+}
+
+FileContents ReadUserData(const std::filesystem::path& installDirectory) {
+    FileContents files = ReadTreeContent(installDirectory);
+    std::erase_if(files, [](const auto& file) { return !UserData().contains(file.first); });
+    return files;
+}
+
+std::vector<std::string> FindInventoryDifferences(const std::filesystem::path& installDirectory) {
+    std::vector<std::string> differences;
+    std::ifstream inventory(installDirectory / L"program-files.tsv", std::ios::binary);
+    std::size_t entries = 0;
+    for (std::string line; std::getline(inventory, line); ++entries) {
+        const std::size_t tab = line.find('\t');
+        const std::string name = line.substr(0, tab);
+        if (FileSha256Hex(installDirectory / Utf8ToWide(name)) != line.substr(tab + 1, 64)) {
+            differences.push_back(name + " differs from the inventory");
+        }
+    }
+    if (entries == 0) {
+        differences.emplace_back("there is no inventory");
+    }
+    return differences;
+}
+
+std::vector<std::string> FindDifferences(const FileContents& expected, const FileContents& actual) {
+    std::vector<std::string> differences;
+    for (const auto& [name, content] : expected) {
+        const auto found = actual.find(name);
+        if (found == actual.end()) {
+            differences.push_back(WideToUtf8(name) + " is missing");
+        } else if (found->second != content) {
+            differences.push_back(WideToUtf8(name) + " differs");
+        }
+    }
+    for (const auto& [name, content] : actual) {
+        if (!expected.contains(name)) {
+            differences.push_back(WideToUtf8(name) + " was added");
+        }
+    }
+    return differences;
+}
+
+}  // namespace updater

@@ -1,0 +1,174 @@
+#include <gtest/gtest.h>
+
+#include <ostream>
+
+#include "elevation/consent.h"
+#include "end_to_end/build_outputs.h"
+#include "end_to_end/running_processes.h"
+#include "end_to_end/update_expectations.h"
+#include "end_to_end/waiting.h"
+#include "fixtures/file_content.h"
+#include "support/file_system.h"
+#include "support/handshake.h"
+#include "support/process_utilities.h"
+
+namespace updater {
+
+namespace {
+
+const std::string kReadyText =
+    RecordText("ready", "Authorized helper is waiting for application exit", 0);
+
+// Updates that end between the prompt and the installation.
+struct InterruptedUpdate : UpdateTest {
+    void ExpectApplicationLeftAlone() const {
+        EXPECT_FALSE(HasEnded(application.process.get()));
+        ExpectNothingChanged(*this);
+    }
+};
+
+enum class Marker { File, Directory };
+
+struct CancelledUpdate : InterruptedUpdate, testing::WithParamInterface<Marker> {
+    void PlaceMarker() const {
+        const std::filesystem::path marker = job.jobDirectory / L"cancel";
+        if (GetParam() == Marker::Directory) {
+            CreateDirectories(marker);
+        } else {
+            WriteFileContent(marker, "");
+        }
+    }
+};
+
+TEST_P(CancelledUpdate, EndsTheBrokerWithoutARecordOfItsOwn) {
+    BeginUpdate();
+    PlaceMarker();
+
+    ExpectQuietEnd(run, job.jobDirectory, kReadyText, 2);
+    ExpectApplicationLeftAlone();
+    // It waits for a go-ahead that will not come.
+    EXPECT_FALSE(HasEnded(run.helper.get()));
+}
+
+TEST_P(CancelledUpdate, IsCancelledEvenIfTheApplicationHasAlsoExited) {
+    AskForUpdate();
+    {
+        const ProcessPause pause(run.brokerId);
+        AnswerPrompt(run);
+        PlaceMarker();
+        CloseApplication(application);
+    }
+
+    ExpectQuietEnd(run, job.jobDirectory, kReadyText, 2);
+    ExpectNothingChanged(*this);
+    EXPECT_EQ(ListApplications(job.installDirectory), std::vector<std::uint32_t>());
+}
+
+INSTANTIATE_TEST_SUITE_P(Markers, CancelledUpdate, testing::Values(Marker::File, Marker::Directory),
+                         [](const auto& suite) {
+                             return suite.param == Marker::File ? "File" : "Directory";
+                         });
+
+TEST_F(InterruptedUpdate, ReportsAHelperThatEndsBeforeItIsReady) {
+    job.consent = kConsentHelperDies;
+    AskForUpdate();
+    AnswerPrompt(run);
+
+    ExpectQuietEnd(run, job.jobDirectory,
+                   RecordText("failed", "Upgrade helper did not become ready", 1), 1);
+    ExpectApplicationLeftAlone();
+}
+
+TEST_F(InterruptedUpdate, KeepsAnEarlierRecordWhenTheHelperEndsBeforeItIsReady) {
+    const std::string earlier = RecordText("succeeded", "Installed version 1.0.0.0", 0);
+    WriteFileContent(job.jobDirectory / L"status.json", earlier);
+    job.consent = kConsentHelperDies;
+    AskForUpdate();
+    AnswerPrompt(run);
+
+    ExpectQuietEnd(run, job.jobDirectory, earlier, 1);
+}
+
+TEST_F(InterruptedUpdate, KeepsTheReportOfAWorkerThatWasNotElevated) {
+    job.consent = kConsentWithoutRights;
+    AskForUpdate();
+    AnswerPrompt(run);
+
+    ExpectQuietEnd(run, job.jobDirectory,
+                   RecordText("failed", "Administrator authorization is required", 1), 1);
+    ExpectApplicationLeftAlone();
+}
+
+TEST_F(InterruptedUpdate, EndsWithAWorkerThatDiesWhileTheApplicationIsOpen) {
+    BeginUpdate();
+    TerminateProcess(OpenWorker(run).get(), 7);
+
+    ExpectQuietEnd(run, job.jobDirectory, kReadyText, 1);
+    ExpectApplicationLeftAlone();
+}
+
+TEST_F(InterruptedUpdate, StartsTheApplicationAgainWhenAnotherInstanceIsFoundOpen) {
+    BeginUpdate();
+    const Application second = StartApplication(job.installDirectory);
+    CloseApplication(application);
+
+    ExpectErrorBox(
+        run, job.jobDirectory,
+        RecordText("failed", "Another application instance is running; close it first", 1));
+    EXPECT_FALSE(HasEnded(second.process.get()));
+    EXPECT_EQ(ListApplications(job.installDirectory).size(), 2U);
+    ExpectNothingChanged(*this);
+}
+
+TEST_F(InterruptedUpdate, KeepsASecondUpdateFromInstallingAtTheSameTime) {
+    UpdateJob secondJob = job;
+    secondJob.installDirectory = InWorkspace(L"第二个 安装");
+    secondJob.jobDirectory = InWorkspace(L"第二个 任务");
+    secondJob.updater = PlaceUpdater(InWorkspace(L"第二个 更新程序"));
+    CreateDirectories(secondJob.jobDirectory);
+    CopyTree(job.installDirectory, secondJob.installDirectory);
+    BeginUpdate();
+
+    const Application second = StartApplication(secondJob.installDirectory);
+    UpdateRun secondRun = StartUpdate(secondJob, UpdateOptions(secondJob, second.id));
+    AwaitPrompt(secondRun);
+    AnswerPrompt(secondRun);
+
+    ExpectQuietEnd(secondRun, secondJob.jobDirectory,
+                   RecordText("failed", "Another update installation is running", 1), 1);
+    EXPECT_FALSE(HasEnded(second.process.get()));
+    CloseApplication(application);
+    ExpectQuietEnd(run, job.jobDirectory, RecordText("succeeded", "Installed version 2.0.0.0", 0),
+                   0);
+}
+
+// The broker gives the go-ahead only after the application's end, so here the test is the broker.
+TEST_F(InterruptedUpdate, IsGivenUpByTheWorkerWhenTheApplicationStaysOpenAfterTheGoAhead) {
+    const std::wstring baseName = L"Local\\CorvellanUpdate-" + CreateJobIdentity();
+    const UniqueHandle ready =
+        OwnHandle(CreateEventW(nullptr, TRUE, FALSE, ReadyEventName(baseName).c_str()));
+    const UniqueHandle commit =
+        OwnHandle(CreateEventW(nullptr, TRUE, FALSE, CommitEventName(baseName).c_str()));
+    application = StartApplication(job.installDirectory);
+    UpdaterArguments options = Options();
+    options[kEventOption] = baseName;
+    const StartedProgram worker =
+        StartProgram({RealUpdater(), CommandLineOf(kWorkerFlag, options)});
+    AwaitCondition("the worker's readiness", [&] { return IsSignalledWithin(ready.get(), 0); });
+    EXPECT_EQ(NewStagingDirectories().size(), 1U);
+    const auto begin = std::chrono::steady_clock::now();
+    SetEvent(commit.get());
+
+    EXPECT_EQ(AwaitEnd(worker.process.get(), "the worker's end"), 2U);
+
+    const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin);
+    EXPECT_NEAR(seconds.count(), 10.0, 2.0);
+    EXPECT_EQ(LastRecordText(job.jobDirectory),
+              RecordText("cancelled", "Application remained open; installation cancelled", 0));
+    EXPECT_EQ(NewStagingDirectories(), std::vector<std::filesystem::path>());
+    ExpectApplicationLeftAlone();
+}
+
+}  // namespace
+
+}  // namespace updater

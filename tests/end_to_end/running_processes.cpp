@@ -1,0 +1,122 @@
+#include "end_to_end/running_processes.h"
+
+#include "support/windows_api.h"
+
+// After the Windows types that they need.
+#include <tlhelp32.h>
+
+#include <algorithm>
+#include <cwchar>
+#include <stdexcept>
+#include <string_view>
+
+#include "elevation/program_start.h"
+#include "end_to_end/waiting.h"
+#include "support/process_utilities.h"
+
+namespace updater {
+
+namespace {
+
+constexpr DWORD kFullUse = SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION |
+                           PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | PROCESS_TERMINATE;
+
+constexpr UINT kEndedByTest = 99;
+
+UniqueHandle TakeSnapshot(DWORD contents) {
+    UniqueHandle snapshot = OwnHandle(CreateToolhelp32Snapshot(contents, 0));
+    if (!snapshot) {
+        RaiseLastError("Cannot list the running processes");
+    }
+    return snapshot;
+}
+
+bool IsSameText(std::wstring_view text, std::wstring_view otherText) {
+    return CompareStringOrdinal(text.data(), static_cast<int>(text.size()), otherText.data(),
+                                static_cast<int>(otherText.size()), TRUE) == CSTR_EQUAL;
+}
+
+bool IsBelow(const std::filesystem::path& file, const std::filesystem::path& directory) {
+    const std::wstring prefix = directory.native() + L'\\';
+    return file.native().size() > prefix.size() &&
+           IsSameText(file.native().substr(0, prefix.size()), prefix);
+}
+
+// Empty for a process that has ended, at the latest while it is asked.
+std::filesystem::path ImageOf(HANDLE process) {
+    if (HasEnded(process)) {
+        return {};
+    }
+    try {
+        return GetProcessImagePath(process);
+    } catch (const std::runtime_error&) {
+        return {};
+    }
+}
+
+}  // namespace
+
+std::vector<RunningProcess> ListRunningProcesses() {
+    const UniqueHandle snapshot = TakeSnapshot(TH32CS_SNAPPROCESS);
+    std::vector<RunningProcess> processes;
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof(entry);
+    for (BOOL more = Process32FirstW(snapshot.get(), &entry); more != 0;
+         more = Process32NextW(snapshot.get(), &entry)) {
+        const UniqueHandle process = OpenRunningProcess(entry.th32ProcessID);
+        const std::filesystem::path image = process ? ImageOf(process.get()) : L"";
+        if (!image.empty()) {
+            processes.push_back({entry.th32ProcessID, entry.th32ParentProcessID, image});
+        }
+    }
+    return processes;
+}
+
+std::vector<RunningProcess> ListProcessesOf(const std::filesystem::path& executable) {
+    std::vector<RunningProcess> processes = ListRunningProcesses();
+    std::erase_if(processes, [&](const RunningProcess& process) {
+        return !IsSameText(process.image.native(), executable.native());
+    });
+    return processes;
+}
+
+UniqueHandle OpenRunningProcess(std::uint32_t processId) {
+    return OwnHandle(OpenProcess(kFullUse, FALSE, processId));
+}
+
+void EndProcessesBelow(const std::filesystem::path& directory) {
+    for (const RunningProcess& running : ListRunningProcesses()) {
+        if (IsBelow(running.image, directory)) {
+            const UniqueHandle process = OpenRunningProcess(running.id);
+            if (process) {
+                TerminateProcess(process.get(), kEndedByTest);
+                AwaitEnd(process.get(), "the end of a process that the test ended");
+            }
+        }
+    }
+}
+
+ProcessPause::ProcessPause(std::uint32_t processId) {
+    const UniqueHandle snapshot = TakeSnapshot(TH32CS_SNAPTHREAD);
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof(entry);
+    for (BOOL more = Thread32First(snapshot.get(), &entry); more != 0;
+         more = Thread32Next(snapshot.get(), &entry)) {
+        if (entry.th32OwnerProcessID == processId) {
+            UniqueHandle thread =
+                OwnHandle(OpenThread(THREAD_SUSPEND_RESUME, FALSE, entry.th32ThreadID));
+            if (!thread || SuspendThread(thread.get()) == static_cast<DWORD>(-1)) {
+                RaiseLastError("Cannot pause a process");
+            }
+            threads.push_back(std::move(thread));
+        }
+    }
+}
+
+ProcessPause::~ProcessPause() {
+    for (const UniqueHandle& thread : threads) {
+        ResumeThread(thread.get());
+    }
+}
+
+}  // namespace updater

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <vector>
+
+#include "support/handle.h"
+
+namespace updater {
+
+struct RunningProcess {
+    std::uint32_t id = 0;
+    std::uint32_t parentId = 0;
+    std::filesystem::path image;
+};
+
+/// Returns every process that can be inspected and has not ended.
+std::vector<RunningProcess> ListRunningProcesses();
+
+/// Returns those of them that run this executable; the path is compared by its text alone.
+std::vector<RunningProcess> ListProcessesOf(const std::filesystem::path& executable);
+
+/// Opens a process for waiting, queries and its end. Null if it cannot be opened.
+UniqueHandle OpenRunningProcess(std::uint32_t processId);
+
+/// Ends every process whose executable lies in the directory, at any depth, and waits for it.
+void EndProcessesBelow(const std::filesystem::path& directory);
+
+/// Holds up all threads of a process until the end of the scope.
+struct ProcessPause {
+    explicit ProcessPause(std::uint32_t processId);
+    ~ProcessPause();
+    ProcessPause(const ProcessPause&) = delete;
+    ProcessPause& operator=(const ProcessPause&) = delete;
+
+    std::vector<UniqueHandle> threads;
+};
+
+}  // namespace updater

@@ -1,0 +1,113 @@
+// The three-minute limits in real time. The three updates run side by side, so that all of it takes
+// little more than three minutes.
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <chrono>
+#include <memory>
+
+#include "elevation/consent.h"
+#include "end_to_end/update_expectations.h"
+#include "end_to_end/waiting.h"
+#include "fixtures/file_content.h"
+#include "support/handle.h"
+#include "support/windows_api.h"
+
+namespace updater {
+
+namespace {
+
+constexpr std::chrono::seconds kSlowPatience{240};
+
+constexpr double kLimit = 180;
+// What else happens in the measured time.
+constexpr double kTolerance = 5;
+
+double SecondsOf(const FILETIME& time) {
+    const ULARGE_INTEGER ticks{{time.dwLowDateTime, time.dwHighDateTime}};
+    return static_cast<double>(ticks.QuadPart) / 1e7;
+}
+
+// Returns how long a process that has ended ran, in seconds.
+double RunningTime(HANDLE process) {
+    FILETIME created{};
+    FILETIME ended{};
+    FILETIME kernel{};
+    FILETIME user{};
+    if (GetProcessTimes(process, &created, &ended, &kernel, &user) == 0) {
+        RaiseLastError("Cannot read a process's times");
+    }
+    return SecondsOf(ended) - SecondsOf(created);
+}
+
+struct SlowUpdates {
+    SlowUpdates();
+
+    UpdateScene neverReady;
+    UpdateScene neverExiting;
+    UpdateScene neverCommitted;
+    UniqueHandle uncommittedWorker;
+};
+
+void BeginWithHelper(UpdateScene& scene, const wchar_t* consent) {
+    scene.job.consent = consent;
+    scene.AskForUpdate();
+    SetEvent(scene.run.answered.get());
+}
+
+SlowUpdates::SlowUpdates() {
+    BeginWithHelper(neverReady, kConsentHelperHangs);
+    BeginWithHelper(neverExiting, kConsentHelperHangsReady);
+    neverCommitted.BeginUpdate();
+    uncommittedWorker = OpenWorker(neverCommitted.run);
+    WriteFileContent(neverCommitted.job.jobDirectory / L"cancel", "");
+}
+
+struct SlowLimits : testing::Test {
+    static void SetUpTestSuite() { updates = std::make_unique<SlowUpdates>(); }
+    static void TearDownTestSuite() { updates.reset(); }
+
+    static std::unique_ptr<SlowUpdates> updates;
+};
+
+std::unique_ptr<SlowUpdates> SlowLimits::updates;
+
+TEST_F(SlowLimits, TheBrokerWaitsThreeMinutesForTheWorkersReadiness) {
+    const UpdateScene& scene = updates->neverReady;
+
+    EXPECT_EQ(AwaitEnd(scene.run.standIn.process.get(), "the broker's end", kSlowPatience), 1U);
+
+    EXPECT_NEAR(RunningTime(scene.run.standIn.process.get()), kLimit, kTolerance);
+    EXPECT_EQ(LastRecordText(scene.job.jobDirectory),
+              RecordText("failed", "Upgrade helper did not become ready", 1));
+    EXPECT_FALSE(HasEnded(scene.application.process.get()));
+}
+
+TEST_F(SlowLimits, TheBrokerWaitsThreeMinutesForTheApplicationsExit) {
+    const UpdateScene& scene = updates->neverExiting;
+
+    EXPECT_EQ(AwaitEnd(scene.run.standIn.process.get(), "the broker's end", kSlowPatience), 2U);
+
+    EXPECT_NEAR(RunningTime(scene.run.standIn.process.get()), kLimit, kTolerance);
+    EXPECT_EQ(LastRecordText(scene.job.jobDirectory),
+              RecordText("cancelled", "Application did not exit; update cancelled", 2));
+    EXPECT_FALSE(HasEnded(scene.application.process.get()));
+}
+
+TEST_F(SlowLimits, TheWorkerWaitsThreeMinutesForTheGoAhead) {
+    const UpdateScene& scene = updates->neverCommitted;
+
+    EXPECT_EQ(AwaitBroker(scene.run), 2U);
+    EXPECT_EQ(AwaitEnd(updates->uncommittedWorker.get(), "the worker's end", kSlowPatience), 2U);
+
+    EXPECT_NEAR(RunningTime(updates->uncommittedWorker.get()), kLimit, kTolerance);
+    EXPECT_EQ(LastRecordText(scene.job.jobDirectory),
+              RecordText("cancelled", "Application remained open; installation cancelled", 0));
+    EXPECT_EQ(scene.NewStagingDirectories(), std::vector<std::filesystem::path>());
+    EXPECT_FALSE(HasEnded(scene.application.process.get()));
+}
+
+}  // namespace
+
+}  // namespace updater

@@ -1,0 +1,21 @@
+#include "end_to_end/staging_directories.h"
+
+#include <string>
+
+#include "elevation/program_start.h"
+#include "support/directory_listing.h"
+
+namespace updater {
+
+std::vector<std::filesystem::path> ListStagingDirectories() {
+    const std::filesystem::path folder = EnvironmentVariable(L"ProgramData");
+    std::vector<std::filesystem::path> directories;
+    VisitDirectory(folder, [&](const std::filesystem::path& name) {
+        if (name.native().starts_with(L"CorvellanUpdate-")) {
+            directories.push_back(folder / name);
+        }
+    });
+    return directories;
+}
+
+}  // namespace updater

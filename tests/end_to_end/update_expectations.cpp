@@ -1,0 +1,58 @@
+#include "end_to_end/update_expectations.h"
+
+#include <optional>
+#include <vector>
+
+#include "end_to_end/application.h"
+#include "end_to_end/error_box.h"
+#include "end_to_end/installed_program.h"
+#include "support/text_conversion.h"
+
+namespace updater {
+
+std::string RecordText(const std::string& state, const std::string& message, int exitCode) {
+    return R"({"state":")" + state + R"(","message":")" + message + R"(","exitCode":)" +
+           std::to_string(exitCode) + "}";
+}
+
+std::string LastRecordText(const std::filesystem::path& jobDirectory) {
+    const std::optional<StatusRecord> record = ReadStatusRecord(jobDirectory);
+    return record ? record->text : std::string();
+}
+
+void ExpectQuietEnd(const UpdateRun& run, const std::filesystem::path& jobDirectory,
+                    const std::string& recordText, std::uint32_t exitCode) {
+    EXPECT_EQ(AwaitBroker(run), exitCode);
+    EXPECT_EQ(LastRecordText(jobDirectory), recordText);
+}
+
+void ExpectErrorBox(const UpdateRun& run, const std::filesystem::path& jobDirectory,
+                    const std::string& recordText) {
+    const MessageWindow box = AwaitMessageBox(run.brokerId);
+    EXPECT_EQ(box.title, L"Corvellan更新");
+    EXPECT_EQ(WideToUtf8(box.text),
+              "升级未完成，失败记录：\n" + recordText + "\n\n" + WideToUtf8(jobDirectory.native()));
+    CloseMessageBox(box);
+    EXPECT_EQ(AwaitBroker(run), 1U);
+}
+
+void ExpectRestart(const std::filesystem::path& installDirectory, const std::string& version) {
+    const Application restarted = AwaitApplication(installDirectory);
+    EXPECT_FALSE(IsElevated(restarted.process.get()));
+    const std::optional<Session> session = FindSession(installDirectory, restarted);
+    ASSERT_TRUE(session);
+    EXPECT_EQ(session->version, version);
+    EXPECT_FALSE(session->elevated);
+    EXPECT_EQ(session->workingDirectory, installDirectory);
+    CloseApplication(restarted);
+}
+
+void ExpectNothingChanged(const UpdateScene& scene) {
+    const std::filesystem::path& directory = scene.job.installDirectory;
+    EXPECT_EQ(FindDifferences(scene.programBefore, ReadProgramFiles(directory)),
+              std::vector<std::string>());
+    EXPECT_EQ(FindDifferences(UserData(), ReadUserData(directory)), std::vector<std::string>());
+    EXPECT_EQ(RegisteredVersion(), L"1.0.0.0");
+}
+
+}  // namespace updater

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "end_to_end/application.h"
+#include "end_to_end/installed_program.h"
+#include "end_to_end/uninstall_entry.h"
+#include "end_to_end/update_run.h"
+#include "fixtures/temporary_directory.h"
+
+namespace updater {
+
+/// An installation of version 1 of the application with a user's data in it, and what it takes to
+/// update it to version 2; every path holds Chinese characters and spaces. When it goes, no process
+/// and no staging directory of the update is left, and the uninstall entry is what it was.
+struct UpdateScene {
+    UpdateScene();
+    ~UpdateScene();
+    UpdateScene(const UpdateScene&) = delete;
+    UpdateScene& operator=(const UpdateScene&) = delete;
+
+    std::filesystem::path InWorkspace(const wchar_t* name) const { return workspace.path / name; }
+
+    /// Makes the job the update to what this setup program installs, as this version.
+    void OfferSetup(const std::wstring& setupName, const std::wstring& version);
+    void OfferSetupFile(const std::filesystem::path& setup, const std::wstring& version);
+
+    /// The options of the running application's request.
+    UpdaterArguments Options() const { return UpdateOptions(job, application.id); }
+
+    /// Starts the application and has it ask for the update, up to the prompt for rights.
+    void AskForUpdate();
+    /// The same up to the record "ready".
+    void BeginUpdate();
+
+    /// The staging directories that have come since the scene was made.
+    std::vector<std::filesystem::path> NewStagingDirectories() const;
+
+    UninstallEntryKeeper entryBefore;
+    std::vector<std::filesystem::path> stagingBefore;
+    TemporaryDirectory workspace;
+    UpdateJob job;
+    FileContents programBefore;
+    Application application;
+    UpdateRun run;
+};
+
+}  // namespace updater
