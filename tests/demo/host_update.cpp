@@ -1,0 +1,93 @@
+#include "demo/host_update.h"
+
+#include <fstream>
+#include <iomanip>
+#include <sstream>
+
+#include "controls.h"
+#include "demo/narration.h"
+#include "elevation/program_start.h"
+#include "end_to_end/build_outputs.h"
+#include "end_to_end/running_processes.h"
+#include "end_to_end/waiting.h"
+#include "end_to_end/window_text.h"
+#include "fixtures/file_content.h"
+#include "support/file_digest.h"
+#include "support/file_system.h"
+#include "support/text_conversion.h"
+#include "support/windows_api.h"
+
+namespace updater {
+
+namespace {
+
+// Where the example application remembers the job directory of its last update.
+std::filesystem::path LastUpdateFile() {
+    return std::filesystem::path(EnvironmentVariable(L"LOCALAPPDATA")) / L"Corvellan" /
+           L"last-update.txt";
+}
+
+std::string LastUpdate() {
+    return PathExists(LastUpdateFile()) ? ReadFileContent(LastUpdateFile()) : std::string();
+}
+
+void SetVariable(const wchar_t* name, const std::filesystem::path& value) {
+    if (SetEnvironmentVariableW(name, value.c_str()) == 0) {
+        RaiseLastError("Cannot set an environment variable");
+    }
+}
+
+void PressUpdate(const Application& application) {
+    for (HWND window : ListWindows(application.id)) {
+        PostMessageW(window, WM_COMMAND, ID_UPDATE, 0);
+    }
+}
+
+std::filesystem::path AwaitNewJobDirectory(const std::string& before) {
+    std::string now;
+    AwaitCondition("the application to start the updater", [&] {
+        now = LastUpdate();
+        return !now.empty() && now != before;
+    });
+    return Utf8ToWide(now.substr(0, now.find_last_not_of("\r\n") + 1));
+}
+
+void TellRecord(const StatusRecord& record) {
+    std::ostringstream line;
+    line << "  [" << std::fixed << std::setprecision(1) << std::setw(4)
+         << static_cast<double>(record.elapsed.count()) / 1000 << " s] " << std::left
+         << std::setw(12) << record.state << record.message;
+    Tell(line.str());
+}
+
+}  // namespace
+
+void OfferUpdate(const std::filesystem::path& feedDirectory, const std::filesystem::path& setup,
+                 const std::string& version) {
+    const std::filesystem::path offered = feedDirectory / setup.filename();
+    CreateDirectories(feedDirectory);
+    CopyOverFile(setup, offered);
+    WriteFileContent(feedDirectory / L"update-feed.json",
+                     R"({"version":")" + version + R"(","size":)" +
+                         std::to_string(FileSize(offered)) + R"(,"sha256":")" +
+                         FileSha256Hex(offered) + R"(","setup":")" +
+                         WideToUtf8(setup.filename().native()) + R"("})");
+}
+
+HostUpdate StartHostUpdate(const std::filesystem::path& installDirectory,
+                           const std::filesystem::path& feedDirectory) {
+    HostUpdate update;
+    update.run = PrepareUpdate({});
+    SetVariable(L"CORVELLAN_FEED", feedDirectory);
+    SetVariable(L"CORVELLAN_UPDATER", ElevationStandIn());
+    const Application application = StartApplication(installDirectory);
+    const std::string before = LastUpdate();
+    PressUpdate(application);
+    update.jobDirectory = AwaitNewJobDirectory(before);
+    FollowUpdate(update.run, application.id, update.jobDirectory, TellRecord);
+    AwaitPrompt(update.run);
+    AnswerPrompt(update.run);
+    return update;
+}
+
+}  // namespace updater

@@ -1,0 +1,36 @@
+#include "demo/narration.h"
+
+#include <iostream>
+
+namespace updater {
+
+namespace {
+
+int& FailedChecks() {
+    static int count = 0;
+    return count;
+}
+
+}  // namespace
+
+void Tell(const std::string& line) {
+    std::cout << line << '\n' << std::flush;
+}
+
+void TellCheck(bool held, const std::string& promise) {
+    Tell((held ? "  ok      " : "  FAILED  ") + promise);
+    FailedChecks() += held ? 0 : 1;
+}
+
+void TellNoDifferences(const std::vector<std::string>& differences, const std::string& promise) {
+    TellCheck(differences.empty(), promise);
+    for (const std::string& difference : differences) {
+        Tell("            " + difference);
+    }
+}
+
+int CountFailedChecks() {
+    return FailedChecks();
+}
+
+}  // namespace updater
