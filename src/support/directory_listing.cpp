@@ -55,6 +55,10 @@ void Advance(Listing& listing, const std::filesystem::path& directory, const cha
 
 Listing OpenListing(const std::filesystem::path& directory, std::filesystem::path relativePath,
                     const ListingOperations& operations) {
+    // A pattern without a directory before it would list the current directory.
+    if (directory.empty()) {
+        RaiseFileSystemError(operations.open, ERROR_PATH_NOT_FOUND, directory);
+    }
     Listing listing{std::move(relativePath), nullptr, {}};
     HANDLE search = FindFirstFileExW((directory / L"*").c_str(), FindExInfoBasic, &listing.entry,
                                      FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);

@@ -106,31 +106,36 @@ std::filesystem::path AppendRest(const std::filesystem::path& existing, std::wst
     return first == std::wstring_view::npos ? existing : existing / rest.substr(first);
 }
 
-bool ClearReadOnly(const std::filesystem::path& file) {
+// The attributes with which a file may not be overwritten; a read-only one may not be deleted, too.
+constexpr DWORD kProtection =
+    FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+
+bool ClearProtection(const std::filesystem::path& file) {
     const DWORD attributes = GetFileAttributesW(file.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
-           SetFileAttributesW(file.c_str(), attributes & ~DWORD{FILE_ATTRIBUTE_READONLY}) != 0;
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kProtection) != 0 &&
+           SetFileAttributesW(file.c_str(), attributes & ~kProtection) != 0;
 }
 
-// Carries out an operation that the read-only attribute of `file` forbids: once more without the
-// attribute if that was in the way. Returns the Windows error number, 0 for success.
+// Carries out an operation that the attributes of `file` forbid: once more without them if they
+// were in the way. Returns the Windows error number, 0 for success.
 template <typename Operation>
-DWORD ErrorDespiteReadOnly(const std::filesystem::path& file, Operation operation) {
+DWORD ErrorDespiteProtection(const std::filesystem::path& file, Operation operation) {
     if (operation() != 0) {
         return ERROR_SUCCESS;
     }
     const DWORD error = GetLastError();
-    if (error != ERROR_ACCESS_DENIED || !ClearReadOnly(file)) {
+    if (error != ERROR_ACCESS_DENIED || !ClearProtection(file)) {
         return error;
     }
     return operation() != 0 ? ERROR_SUCCESS : GetLastError();
 }
 
+// What is already gone counts as removed.
 void RemoveEntry(const std::filesystem::path& path, bool directory, const char* operation) {
-    const DWORD error = ErrorDespiteReadOnly(path, [&path, directory] {
+    const DWORD error = ErrorDespiteProtection(path, [&path, directory] {
         return directory ? RemoveDirectoryW(path.c_str()) : DeleteFileW(path.c_str());
     });
-    if (error != ERROR_SUCCESS) {
+    if (error != ERROR_SUCCESS && !IsNotFoundError(error)) {
         RaiseFileSystemError(operation, error, path);
     }
 }
@@ -138,6 +143,12 @@ void RemoveEntry(const std::filesystem::path& path, bool directory, const char* 
 bool IsDirectory(const std::filesystem::path& path) {
     const DWORD attributes = GetFileAttributesW(path.c_str());
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool IsLink(const std::filesystem::path& path) {
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES &&
+           (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }
 
 }  // namespace
@@ -177,7 +188,7 @@ void CopyToNewFile(const std::filesystem::path& source, const std::filesystem::p
 }
 
 void CopyOverFile(const std::filesystem::path& source, const std::filesystem::path& target) {
-    const DWORD error = ErrorDespiteReadOnly(
+    const DWORD error = ErrorDespiteProtection(
         target, [&source, &target] { return CopyFileW(source.c_str(), target.c_str(), FALSE); });
     if (error != ERROR_SUCCESS) {
         RaiseFileSystemError("copy_file", error, source, target);
@@ -223,6 +234,11 @@ void RemoveFile(const std::filesystem::path& file) {
 
 void RemoveTree(const std::filesystem::path& directory) {
     constexpr const char* kOperation = "remove_all";
+    const bool isDirectory = IsDirectory(directory);
+    if (!isDirectory || IsLink(directory)) {
+        RemoveEntry(directory, isDirectory, kOperation);
+        return;
+    }
     std::vector<std::filesystem::path> directories = {directory};
     VisitTree(directory,
               [&](const std::filesystem::path& relativePath) {

@@ -22,7 +22,8 @@ std::filesystem::path WeaklyCanonicalPath(const std::filesystem::path& path);
 /// Copies a file to a path where nothing exists yet. Operation "copy_file".
 void CopyToNewFile(const std::filesystem::path& source, const std::filesystem::path& target);
 
-/// Copies a file and replaces the target if it exists, a read-only one too. Operation "copy_file".
+/// Copies a file and replaces the target if it exists, a read-only or hidden one too. Operation
+/// "copy_file".
 void CopyOverFile(const std::filesystem::path& source, const std::filesystem::path& target);
 
 /// Returns the file's size in bytes. Operation "file_size".
@@ -35,11 +36,11 @@ bool PathExists(const std::filesystem::path& path);
 /// "create_directories".
 void CreateDirectories(const std::filesystem::path& directory);
 
-/// Deletes one file, a read-only one too. Operation "remove".
+/// Deletes one file, a read-only one too; one that is already gone is fine. Operation "remove".
 void RemoveFile(const std::filesystem::path& file);
 
-/// Deletes a directory with everything in it; links are deleted, never followed. Operation
-/// "remove_all".
+/// Deletes a directory with everything in it, or a file; what is already gone is fine. Links are
+/// deleted, never followed. Operation "remove_all".
 void RemoveTree(const std::filesystem::path& directory);
 
 }  // namespace updater
