@@ -22,6 +22,9 @@ else()
   # One executable without companions: the runtime libraries are linked in.
   target_link_options(project-options INTERFACE
     -static -fstack-protector-strong $<$<CONFIG:Release>:-Wl,--gc-sections -s>
+    # Debug information stays in the object files: in a program, the runtime libraries' own would be
+    # most of its size and of its link's time.
+    $<$<CONFIG:Debug>:-Wl,--strip-debug>
   )
   set(CMAKE_CXX_FLAGS_RELEASE "-Os -DNDEBUG")
 endif()

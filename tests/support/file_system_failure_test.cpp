@@ -1,0 +1,697 @@
+// File operations when the system refuses, or answers as Windows does where Wine does not: the
+// system's functions are replaced at link time.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fixtures/directory_link.h"
+#include "fixtures/expect_file_system_error.h"
+#include "fixtures/file_content.h"
+#include "fixtures/open_handles.h"
+#include "fixtures/raised_errors.h"
+#include "fixtures/replacement.h"
+#include "fixtures/temporary_directory.h"
+#include "support/directory_listing.h"
+#include "support/file_system.h"
+#include "support/file_type.h"
+#include "support/text_conversion.h"
+#include "support/windows_api.h"
+
+namespace updater {
+
+namespace {
+
+Replacement<decltype(CopyFileW)> copyFile;
+Replacement<decltype(CreateDirectoryW)> createDirectory;
+Replacement<decltype(CreateFileW)> createFile;
+Replacement<decltype(DeleteFileW)> deleteFile;
+Replacement<decltype(FindClose)> findClose;
+Replacement<decltype(FindFirstFileExW)> findFirstFile;
+Replacement<decltype(FindNextFileW)> findNextFile;
+Replacement<decltype(GetFileAttributesExW)> getFileAttributesEx;
+Replacement<decltype(GetFileInformationByHandleEx)> getFileInformation;
+Replacement<decltype(GetFinalPathNameByHandleW)> getFinalPath;
+Replacement<decltype(GetFullPathNameW)> getFullPath;
+Replacement<decltype(RemoveDirectoryW)> removeDirectory;
+Replacement<decltype(SetFileAttributesW)> setFileAttributes;
+
+}  // namespace
+
+extern "C" {
+
+extern decltype(&CopyFileW) __real___imp_CopyFileW;
+extern decltype(&CreateDirectoryW) __real___imp_CreateDirectoryW;
+extern decltype(&CreateFileW) __real___imp_CreateFileW;
+extern decltype(&DeleteFileW) __real___imp_DeleteFileW;
+extern decltype(&FindClose) __real___imp_FindClose;
+extern decltype(&FindFirstFileExW) __real___imp_FindFirstFileExW;
+extern decltype(&FindNextFileW) __real___imp_FindNextFileW;
+extern decltype(&GetFileAttributesExW) __real___imp_GetFileAttributesExW;
+extern decltype(&GetFileInformationByHandleEx) __real___imp_GetFileInformationByHandleEx;
+extern decltype(&GetFinalPathNameByHandleW) __real___imp_GetFinalPathNameByHandleW;
+extern decltype(&GetFullPathNameW) __real___imp_GetFullPathNameW;
+extern decltype(&RemoveDirectoryW) __real___imp_RemoveDirectoryW;
+extern decltype(&SetFileAttributesW) __real___imp_SetFileAttributesW;
+
+decltype(&CopyFileW) __wrap___imp_CopyFileW = ImportDouble<copyFile, __real___imp_CopyFileW>::Call;
+decltype(&CreateDirectoryW) __wrap___imp_CreateDirectoryW =
+    ImportDouble<createDirectory, __real___imp_CreateDirectoryW>::Call;
+decltype(&CreateFileW) __wrap___imp_CreateFileW =
+    ImportDouble<createFile, __real___imp_CreateFileW>::Call;
+decltype(&DeleteFileW) __wrap___imp_DeleteFileW =
+    ImportDouble<deleteFile, __real___imp_DeleteFileW>::Call;
+decltype(&FindClose) __wrap___imp_FindClose = ImportDouble<findClose, __real___imp_FindClose>::Call;
+decltype(&FindFirstFileExW) __wrap___imp_FindFirstFileExW =
+    ImportDouble<findFirstFile, __real___imp_FindFirstFileExW>::Call;
+decltype(&FindNextFileW) __wrap___imp_FindNextFileW =
+    ImportDouble<findNextFile, __real___imp_FindNextFileW>::Call;
+decltype(&GetFileAttributesExW) __wrap___imp_GetFileAttributesExW =
+    ImportDouble<getFileAttributesEx, __real___imp_GetFileAttributesExW>::Call;
+decltype(&GetFileInformationByHandleEx) __wrap___imp_GetFileInformationByHandleEx =
+    ImportDouble<getFileInformation, __real___imp_GetFileInformationByHandleEx>::Call;
+decltype(&GetFinalPathNameByHandleW) __wrap___imp_GetFinalPathNameByHandleW =
+    ImportDouble<getFinalPath, __real___imp_GetFinalPathNameByHandleW>::Call;
+decltype(&GetFullPathNameW) __wrap___imp_GetFullPathNameW =
+    ImportDouble<getFullPath, __real___imp_GetFullPathNameW>::Call;
+decltype(&RemoveDirectoryW) __wrap___imp_RemoveDirectoryW =
+    ImportDouble<removeDirectory, __real___imp_RemoveDirectoryW>::Call;
+decltype(&SetFileAttributesW) __wrap___imp_SetFileAttributesW =
+    ImportDouble<setFileAttributes, __real___imp_SetFileAttributesW>::Call;
+
+}  // extern "C"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+template <typename Result>
+Result Refuse(DWORD error, Result result) {
+    SetLastError(error);
+    return result;
+}
+
+// Expects the error that ExpectFileSystemError does, and as many handles open as before.
+void ExpectFailure(const std::function<void()>& action, const char* operation, DWORD error,
+                   const std::filesystem::path& path,
+                   const std::filesystem::path& secondPath = {}) {
+    // The first exception of a program makes its runtime open handles of its own.
+    EXPECT_THROW(throw std::runtime_error("first"), std::runtime_error);
+    const std::size_t before = CountOpenHandles();
+    ExpectFileSystemError(action, operation, error, path, secondPath);
+    EXPECT_EQ(CountOpenHandles(), before);
+}
+
+// Final-path and full-path calls answer like this: the length if the text fits, and otherwise what
+// it needs with its terminating zero.
+DWORD AnswerText(const std::wstring& text, wchar_t* buffer, DWORD units) {
+    if (text.size() >= units) {
+        return static_cast<DWORD>(text.size() + 1);
+    }
+    std::copy(text.c_str(), text.c_str() + text.size() + 1, buffer);
+    return static_cast<DWORD>(text.size());
+}
+
+TEST(CanonicalPathFailure, ThePrefixOfTheFinalPathCallIsTakenOff) {
+    struct FinalPathForm {
+        std::wstring answer;
+        std::wstring canonical;
+    };
+    const std::wstring longTail(32000, L'x');
+    const std::vector<FinalPathForm> forms = {
+        {L"\\\\?\\C:\\Program Files\\App", L"C:\\Program Files\\App"},
+        {L"\\\\?\\C:\\", L"C:\\"},
+        {L"\\\\?\\UNC\\server\\share\\App", L"\\\\server\\share\\App"},
+        {L"\\\\?\\UNC\\server\\share\\", L"\\\\server\\share\\"},
+        {L"C:\\x", L"C:\\x"},
+        {L"\\\\?\\Volume{0A1B}\\x", L"\\\\?\\Volume{0A1B}\\x"},
+        {L"\\\\?\\C:\\" + longTail, L"C:\\" + longTail},
+        {L"\\\\?\\UNC\\server\\share\\" + longTail, L"\\\\server\\share\\" + longTail},
+    };
+    const TemporaryDirectory directory;
+    for (const FinalPathForm& form : forms) {
+        const ScopedReplacement<decltype(GetFinalPathNameByHandleW)> answering(
+            getFinalPath, [&form](HANDLE, LPWSTR buffer, DWORD units, DWORD flags) {
+                EXPECT_EQ(flags, 0U) << "normalised, with a drive letter";
+                return AnswerText(form.answer, buffer, units);
+            });
+        EXPECT_EQ(CanonicalPath(directory.path).native(), form.canonical);
+        EXPECT_EQ(WeaklyCanonicalPath(directory.path).native(), form.canonical);
+        EXPECT_EQ(WeaklyCanonicalPath(directory.path / L"missing").native(),
+                  (std::filesystem::path(form.canonical) / L"missing").native());
+    }
+}
+
+TEST(CanonicalPathFailure, EveryLengthAroundTheBuffersIsAnsweredWhole) {
+    const TemporaryDirectory directory;
+    for (std::size_t length = 240; length < 300; ++length) {
+        const std::wstring path = L"C:\\" + std::wstring(length, L'x');
+        const ScopedReplacement<decltype(GetFinalPathNameByHandleW)> answering(
+            getFinalPath, [&path](HANDLE, LPWSTR buffer, DWORD units, DWORD) {
+                return AnswerText(L"\\\\?\\" + path, buffer, units);
+            });
+        EXPECT_EQ(CanonicalPath(directory.path).native(), path);
+    }
+}
+
+TEST(CanonicalPathFailure, ARefusalOfEitherCallIsAnError) {
+    const TemporaryDirectory directory;
+    {
+        const ScopedReplacement<decltype(CreateFileW)> refusing(
+            createFile, [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+                return Refuse(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
+            });
+        ExpectFailure([&] { CanonicalPath(directory.path); }, "canonical", ERROR_ACCESS_DENIED,
+                      directory.path);
+    }
+    const ScopedReplacement<decltype(GetFinalPathNameByHandleW)> refusing(
+        getFinalPath,
+        [](HANDLE, LPWSTR, DWORD, DWORD) { return Refuse(ERROR_INVALID_FUNCTION, DWORD{0}); });
+    ExpectFailure([&] { CanonicalPath(directory.path); }, "canonical", ERROR_INVALID_FUNCTION,
+                  directory.path);
+    ExpectFailure([&] { WeaklyCanonicalPath(directory.path); }, "weakly_canonical",
+                  ERROR_INVALID_FUNCTION, directory.path);
+}
+
+TEST(CanonicalPathFailure, OnlyTheAttributesAreOpenedAndEveryoneElseMayDoAnything) {
+    const TemporaryDirectory directory;
+    const ScopedReplacement<decltype(CreateFileW)> observed(
+        createFile, [](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                       DWORD disposition, DWORD flags, HANDLE file) {
+            EXPECT_EQ(access, static_cast<DWORD>(FILE_READ_ATTRIBUTES));
+            EXPECT_EQ(share,
+                      static_cast<DWORD>(FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+            EXPECT_EQ(disposition, static_cast<DWORD>(OPEN_EXISTING));
+            EXPECT_EQ(flags, static_cast<DWORD>(FILE_FLAG_BACKUP_SEMANTICS))
+                << "directories too, links followed";
+            return __real___imp_CreateFileW(path, access, share, security, disposition, flags,
+                                            file);
+        });
+    CanonicalPath(directory.path);
+}
+
+TEST(WeaklyCanonicalPathFailure, WhatCannotBeFoundGoesOnWithTheParent) {
+    struct NotFoundCase {
+        std::wstring path;
+        DWORD error;
+        std::wstring canonical;
+    };
+    const std::vector<NotFoundCase> cases = {
+        {L"\\\\server\\share\\a\\..\\b", ERROR_BAD_NETPATH, L"\\\\server\\share\\b"},
+        {L"\\\\server\\share\\a\\b", ERROR_BAD_NET_NAME, L"\\\\server\\share\\a\\b"},
+        {L"\\\\server\\share", ERROR_BAD_NETPATH, L"\\\\server\\share"},
+        {L"\\\\server", ERROR_INVALID_NAME, L"\\\\server"},
+        {L"\\\\.\\NoSuchDevice\\a", ERROR_FILE_NOT_FOUND, L"\\\\.\\NoSuchDevice\\a"},
+        {L"\\\\?\\Volume{0A1B}\\a\\b", ERROR_PATH_NOT_FOUND, L"\\\\?\\Volume{0A1B}\\a\\b"},
+        {L"C:\\a\\.\\b\\..\\c", ERROR_PATH_NOT_FOUND, L"C:\\a\\c"},
+    };
+    for (const NotFoundCase& notFound : cases) {
+        const std::wstring& canonical = notFound.canonical;
+        std::vector<std::wstring> tried;
+        const ScopedReplacement<decltype(CreateFileW)> refusing(
+            createFile,
+            [&](LPCWSTR name, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+                tried.emplace_back(name);
+                return Refuse(notFound.error, INVALID_HANDLE_VALUE);
+            });
+        EXPECT_EQ(WeaklyCanonicalPath(notFound.path).native(), canonical);
+        ASSERT_FALSE(tried.empty());
+        EXPECT_EQ(tried.front(), canonical);
+        // No shorter than the root: what is before it is no path.
+        const std::size_t rootLength = canonical.starts_with(L"\\\\") ? 8 : 3;
+        for (const std::wstring& name : tried) {
+            EXPECT_GE(name.size(), rootLength) << WideToUtf8(name);
+            EXPECT_TRUE(canonical.starts_with(name)) << WideToUtf8(name);
+        }
+    }
+}
+
+TEST(WeaklyCanonicalPathFailure, OtherErrorsAreRaisedAlsoFromTheMiddleOfThePath) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path path = directory.path / L"\u7F3A\u5931" / L"x";
+    for (const DWORD error :
+         std::initializer_list<DWORD>{ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_NOT_READY,
+                                      ERROR_CANT_RESOLVE_FILENAME, ERROR_LOGON_FAILURE}) {
+        for (const std::filesystem::path& failing : {path, directory.path}) {
+            const ScopedReplacement<decltype(CreateFileW)> refusing(
+                createFile,
+                [&](LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                    DWORD disposition, DWORD flags, HANDLE file) {
+                    return failing == name ? Refuse(error, INVALID_HANDLE_VALUE)
+                                           : __real___imp_CreateFileW(name, access, share, security,
+                                                                      disposition, flags, file);
+                });
+            ExpectFailure([&] { WeaklyCanonicalPath(path); }, "weakly_canonical", error, path);
+        }
+    }
+}
+
+TEST(WeaklyCanonicalPathFailure, APathThatCannotBeMadeAbsoluteIsAnError) {
+    const ScopedReplacement<decltype(GetFullPathNameW)> refusing(
+        getFullPath, [](LPCWSTR, DWORD, LPWSTR, LPWSTR*) {
+            return Refuse(ERROR_FILENAME_EXCED_RANGE, DWORD{0});
+        });
+    ExpectFailure([] { WeaklyCanonicalPath(L"C:\\\u7A0B\u5E8F"); }, "weakly_canonical",
+                  ERROR_FILENAME_EXCED_RANGE, L"C:\\\u7A0B\u5E8F");
+}
+
+struct CopyFilesFailure : testing::Test {
+    CopyFilesFailure() {
+        WriteFileContent(source, "new");
+        WriteFileContent(target, "old");
+    }
+
+    TemporaryDirectory directory;
+    std::filesystem::path source = directory.path / L"\u6E90";
+    std::filesystem::path target = directory.path / L"\u76EE\u6807";
+};
+
+TEST_F(CopyFilesFailure, AFullDiskIsAnErrorOfBothPaths) {
+    int calls = 0;
+    const ScopedReplacement<decltype(CopyFileW)> refusing(copyFile, [&](LPCWSTR, LPCWSTR, BOOL) {
+        ++calls;
+        return Refuse(ERROR_DISK_FULL, FALSE);
+    });
+    ExpectFailure([this] { CopyToNewFile(source, target); }, "copy_file", 112, source, target);
+    ExpectFailure([this] { CopyOverFile(source, target); }, "copy_file", 112, source, target);
+    EXPECT_EQ(calls, 2) << "nothing is retried";
+}
+
+TEST_F(CopyFilesFailure, OnlyACopyToANewFileRefusesAnExistingOne) {
+    std::vector<BOOL> refusals;
+    const ScopedReplacement<decltype(CopyFileW)> observed(
+        copyFile, [&](LPCWSTR, LPCWSTR, BOOL refuseExisting) {
+            refusals.push_back(refuseExisting);
+            return TRUE;
+        });
+    CopyToNewFile(source, target);
+    CopyOverFile(source, target);
+    EXPECT_THAT(refusals, ElementsAre(TRUE, FALSE));
+}
+
+// Windows refuses to overwrite a file with one of these attributes; Wine does it.
+TEST_F(CopyFilesFailure, AProtectedTargetIsReplaced) {
+    const ScopedReplacement<decltype(CopyFileW)> asOnWindows(
+        copyFile, [](LPCWSTR from, LPCWSTR to, BOOL refuseExisting) {
+            constexpr DWORD kProtected =
+                FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+            return (GetFileAttributesW(to) & kProtected) != 0
+                       ? Refuse(ERROR_ACCESS_DENIED, FALSE)
+                       : __real___imp_CopyFileW(from, to, refuseExisting);
+        });
+    for (const DWORD attributes : std::initializer_list<DWORD>{
+             FILE_ATTRIBUTE_READONLY, FILE_ATTRIBUTE_HIDDEN, FILE_ATTRIBUTE_SYSTEM,
+             FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM}) {
+        WriteFileContent(target, "old");
+        SetFileAttributesW(target.c_str(), attributes);
+        EXPECT_NO_THROW(CopyOverFile(source, target)) << attributes;
+        SetFileAttributesW(target.c_str(), FILE_ATTRIBUTE_NORMAL);
+        EXPECT_EQ(ReadFileContent(target), "new") << attributes;
+    }
+}
+
+TEST_F(CopyFilesFailure, ATargetThatStaysProtectedIsAnError) {
+    SetFileAttributesW(target.c_str(), FILE_ATTRIBUTE_READONLY);
+    int calls = 0;
+    const ScopedReplacement<decltype(CopyFileW)> refusing(copyFile, [&](LPCWSTR, LPCWSTR, BOOL) {
+        ++calls;
+        return Refuse(ERROR_ACCESS_DENIED, FALSE);
+    });
+    {
+        const ScopedReplacement<decltype(SetFileAttributesW)> unchanging(
+            setFileAttributes, [](LPCWSTR, DWORD) { return Refuse(ERROR_WRITE_PROTECT, FALSE); });
+        ExpectFailure([this] { CopyOverFile(source, target); }, "copy_file", ERROR_ACCESS_DENIED,
+                      source, target);
+        EXPECT_EQ(calls, 1);
+    }
+    ExpectFailure([this] { CopyOverFile(source, target); }, "copy_file", ERROR_ACCESS_DENIED,
+                  source, target);
+    EXPECT_EQ(calls, 3) << "once more without the attribute, and no further";
+}
+
+TEST(FileSizeFailure, HasAHighHalf) {
+    const ScopedReplacement<decltype(GetFileAttributesExW)> answering(
+        getFileAttributesEx, [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID data) {
+            WIN32_FILE_ATTRIBUTE_DATA answer{};
+            answer.nFileSizeHigh = 1;
+            answer.nFileSizeLow = 0xFFFFFFFF;
+            std::memcpy(data, &answer, sizeof(answer));
+            return TRUE;
+        });
+    EXPECT_EQ(FileSize(L"C:\\x"), 0x1FFFFFFFFU);
+}
+
+TEST(FileTypeFailure, AQueryThatFailsForWhatExistsIsAnErrorOfItsOperation) {
+    const ScopedReplacement<decltype(GetFileAttributesExW)> refusing(
+        getFileAttributesEx,
+        [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID) { return Refuse(ERROR_ACCESS_DENIED, FALSE); });
+    const std::filesystem::path path = L"C:\\\u7A0B\u5E8F";
+    ExpectFailure([&] { FileSize(path); }, "file_size", ERROR_ACCESS_DENIED, path);
+    ExpectFailure([&] { PathExists(path); }, "exists", ERROR_ACCESS_DENIED, path);
+    ExpectFailure([&] { EntryTypeItself(path); }, "directory_entry::symlink_status",
+                  ERROR_ACCESS_DENIED, path);
+    ExpectFailure([&] { EntryTypeFollowed(path); }, "directory_entry::status", ERROR_ACCESS_DENIED,
+                  path);
+}
+
+// A reparse point, as the attributes show it.
+struct ReparsePoint : testing::Test {
+    TemporaryDirectory directory;
+    ScopedReplacement<decltype(GetFileAttributesExW)> attributes{
+        getFileAttributesEx, [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID data) {
+            WIN32_FILE_ATTRIBUTE_DATA answer{};
+            answer.dwFileAttributes = FILE_ATTRIBUTE_REPARSE_POINT;
+            std::memcpy(data, &answer, sizeof(answer));
+            return TRUE;
+        }};
+};
+
+TEST_F(ReparsePoint, ItselfIsASymbolicLinkOrUnknownByItsTag) {
+    constexpr DWORD kAppExecutableTag = 0x8000001B;
+    for (const DWORD tag : std::initializer_list<DWORD>{
+             static_cast<DWORD>(IO_REPARSE_TAG_SYMLINK),
+             static_cast<DWORD>(IO_REPARSE_TAG_MOUNT_POINT), kAppExecutableTag}) {
+        const ScopedReplacement<decltype(GetFileInformationByHandleEx)> answering(
+            getFileInformation,
+            [tag](HANDLE, FILE_INFO_BY_HANDLE_CLASS information, LPVOID data, DWORD bytes) {
+                EXPECT_EQ(information, FileAttributeTagInfo);
+                EXPECT_EQ(bytes, sizeof(FILE_ATTRIBUTE_TAG_INFO));
+                const FILE_ATTRIBUTE_TAG_INFO answer{
+                    FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY, tag};
+                std::memcpy(data, &answer, sizeof(answer));
+                return TRUE;
+            });
+        EXPECT_EQ(EntryTypeItself(directory.path), tag == IO_REPARSE_TAG_SYMLINK
+                                                       ? std::filesystem::file_type::symlink
+                                                       : std::filesystem::file_type::unknown);
+        EXPECT_EQ(EntryTypeFollowed(directory.path), std::filesystem::file_type::directory);
+    }
+}
+
+TEST_F(ReparsePoint, IsOpenedItselfOnlyWhenLinksAreNotFollowed) {
+    std::vector<DWORD> openedFlags;
+    const ScopedReplacement<decltype(CreateFileW)> observed(
+        createFile, [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                        DWORD disposition, DWORD flags, HANDLE file) {
+            openedFlags.push_back(flags);
+            return __real___imp_CreateFileW(path, access, share, security, disposition, flags,
+                                            file);
+        });
+    QueryFileType(directory.path, Links::NotFollowed, "o");
+    QueryFileType(directory.path, Links::Followed, "o");
+    EXPECT_THAT(openedFlags, ElementsAre(FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT,
+                                         FILE_FLAG_BACKUP_SEMANTICS));
+}
+
+TEST_F(ReparsePoint, WhoseTargetIsGoneIsNotFound) {
+    EXPECT_EQ(EntryTypeFollowed(directory.path / L"missing"),
+              std::filesystem::file_type::not_found);
+    EXPECT_FALSE(PathExists(directory.path / L"missing"));
+}
+
+TEST_F(ReparsePoint, ThatCannotBeOpenedOrQueriedIsAnError) {
+    {
+        const ScopedReplacement<decltype(CreateFileW)> refusing(
+            createFile, [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+                return Refuse(ERROR_CANT_RESOLVE_FILENAME, INVALID_HANDLE_VALUE);
+            });
+        ExpectFailure([this] { PathExists(directory.path); }, "exists", ERROR_CANT_RESOLVE_FILENAME,
+                      directory.path);
+    }
+    const ScopedReplacement<decltype(GetFileInformationByHandleEx)> refusing(
+        getFileInformation, [](HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD) {
+            return Refuse(ERROR_INVALID_PARAMETER, FALSE);
+        });
+    ExpectFailure([this] { EntryTypeItself(directory.path); }, "directory_entry::symlink_status",
+                  ERROR_INVALID_PARAMETER, directory.path);
+}
+
+TEST(CreateDirectoriesFailure, ADirectoryThatCannotBeMadeIsAnErrorOfTheWholePath) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path path = directory.path / L"\u7A0B\u5E8F" / L"x";
+    const ScopedReplacement<decltype(CreateDirectoryW)> refusing(
+        createDirectory,
+        [](LPCWSTR, LPSECURITY_ATTRIBUTES) { return Refuse(ERROR_ACCESS_DENIED, FALSE); });
+    ExpectFailure([&] { CreateDirectories(path); }, "create_directories", ERROR_ACCESS_DENIED,
+                  path);
+}
+
+TEST(CreateDirectoriesFailure, ADirectoryThatAnotherProcessMakesMeanwhileIsFine) {
+    const TemporaryDirectory directory;
+    const ScopedReplacement<decltype(CreateDirectoryW)> overtaken(
+        createDirectory, [](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
+            __real___imp_CreateDirectoryW(path, security);
+            return Refuse(ERROR_ALREADY_EXISTS, FALSE);
+        });
+    EXPECT_NO_THROW(CreateDirectories(directory.path / L"a" / L"b"));
+    EXPECT_TRUE(PathExists(directory.path / L"a" / L"b"));
+}
+
+TEST(RemoveFileFailure, AFileThatStaysProtectedIsAnError) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path file = directory.path / L"\u6587\u4EF6";
+    WriteFileContent(file, "");
+    int calls = 0;
+    const ScopedReplacement<decltype(DeleteFileW)> refusing(deleteFile, [&](LPCWSTR) {
+        ++calls;
+        return Refuse(ERROR_ACCESS_DENIED, FALSE);
+    });
+    ExpectFailure([&] { RemoveFile(file); }, "remove", ERROR_ACCESS_DENIED, file);
+    EXPECT_EQ(calls, 1) << "no attribute was in the way";
+    SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
+    ExpectFailure([&] { RemoveFile(file); }, "remove", ERROR_ACCESS_DENIED, file);
+    EXPECT_EQ(calls, 3) << "once more without the attribute, and no further";
+}
+
+// Windows refuses to remove a read-only directory; Wine does it.
+TEST(RemoveTreeFailure, ReadOnlyDirectoriesAreRemoved) {
+    const ScopedReplacement<decltype(RemoveDirectoryW)> asOnWindows(
+        removeDirectory, [](LPCWSTR path) {
+            return (GetFileAttributesW(path) & FILE_ATTRIBUTE_READONLY) != 0
+                       ? Refuse(ERROR_ACCESS_DENIED, FALSE)
+                       : __real___imp_RemoveDirectoryW(path);
+        });
+    const TemporaryDirectory directory;
+    WriteFileContent(directory.path / L"tree" / L"folder" / L"file", "");
+    // Wine keeps the attribute of a directory only together with another one.
+    for (const wchar_t* path : {L"tree", L"tree\\folder"}) {
+        SetFileAttributesW((directory.path / path).c_str(),
+                           FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
+    }
+    RemoveTree(directory.path / L"tree");
+    EXPECT_THAT(ReadTreeContent(directory.path), IsEmpty());
+}
+
+// Windows removes the link when it is asked to; Wine would remove what is behind it.
+TEST(RemoveTreeFailure, LinksAreRemovedAndNeverFollowed) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path target = directory.path / L"target";
+    WriteFileContent(target / L"folder" / L"file", "kept");
+    CreateDirectories(directory.path / L"tree" / L"folder");
+    std::optional<DirectoryLink> inner(std::in_place,
+                                       directory.path / L"tree" / L"folder" / L"link", target);
+    std::optional<DirectoryLink> outer(std::in_place, directory.path / L"root link", target);
+    const ScopedReplacement<decltype(RemoveDirectoryW)> asOnWindows(
+        removeDirectory, [&](LPCWSTR path) {
+            std::optional<DirectoryLink>& link = outer && outer->link == path ? outer : inner;
+            if (link && link->link == path) {
+                link.reset();
+                return TRUE;
+            }
+            return __real___imp_RemoveDirectoryW(path);
+        });
+    RemoveTree(directory.path / L"tree");
+    EXPECT_FALSE(inner.has_value());
+    RemoveTree(directory.path / L"root link");
+    EXPECT_FALSE(outer.has_value());
+    EXPECT_THAT(ReadTreeContent(directory.path),
+                ElementsAre(Pair(L"target\\", ""), Pair(L"target\\folder\\", ""),
+                            Pair(L"target\\folder\\file", "kept")));
+}
+
+TEST(RemoveTreeFailure, WhatOthersRemoveMeanwhileIsNoError) {
+    const TemporaryDirectory directory;
+    WriteFileContent(directory.path / L"tree" / L"folder" / L"file", "");
+    const ScopedReplacement<decltype(DeleteFileW)> overtaken(deleteFile, [](LPCWSTR path) {
+        __real___imp_DeleteFileW(path);
+        return Refuse(ERROR_FILE_NOT_FOUND, FALSE);
+    });
+    const ScopedReplacement<decltype(RemoveDirectoryW)> overtakenToo(
+        removeDirectory, [](LPCWSTR path) {
+            __real___imp_RemoveDirectoryW(path);
+            return Refuse(ERROR_FILE_NOT_FOUND, FALSE);
+        });
+    EXPECT_NO_THROW(RemoveTree(directory.path / L"tree"));
+    EXPECT_THAT(ReadTreeContent(directory.path), IsEmpty());
+}
+
+TEST(RemoveTreeFailure, EveryFailureIsOneOfTheRemoval) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path tree = directory.path / L"\u6811";
+    WriteFileContent(tree / L"folder" / L"file", "");
+    {
+        const ScopedReplacement<decltype(DeleteFileW)> refusing(
+            deleteFile, [](LPCWSTR) { return Refuse(ERROR_SHARING_VIOLATION, FALSE); });
+        ExpectFailure([&] { RemoveTree(tree); }, "remove_all", ERROR_SHARING_VIOLATION,
+                      tree / L"folder" / L"file");
+    }
+    {
+        const ScopedReplacement<decltype(FindFirstFileExW)> refusing(
+            findFirstFile, [&](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data,
+                               FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+                return (tree / L"folder" / L"*") == path
+                           ? Refuse(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE)
+                           : __real___imp_FindFirstFileExW(path, level, data, operation, filter,
+                                                           flags);
+            });
+        ExpectFailure([&] { RemoveTree(tree); }, "remove_all", ERROR_ACCESS_DENIED,
+                      tree / L"folder");
+    }
+    const ScopedReplacement<decltype(RemoveDirectoryW)> refusing(
+        removeDirectory, [](LPCWSTR) { return Refuse(ERROR_DIR_NOT_EMPTY, FALSE); });
+    ExpectFailure([&] { RemoveTree(tree); }, "remove_all", ERROR_DIR_NOT_EMPTY, tree / L"folder");
+}
+
+// Counts the searches that are open.
+struct DirectoryListingFailure : testing::Test {
+    DirectoryListingFailure() { WriteFileContent(directory.path / L"\u5939" / L"file", ""); }
+    ~DirectoryListingFailure() override { EXPECT_EQ(openSearches, 0); }
+
+    HANDLE Open(LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data, FINDEX_SEARCH_OPS operation,
+                LPVOID filter, DWORD flags) {
+        if (refused == path) {
+            return Refuse(refusal, INVALID_HANDLE_VALUE);
+        }
+        const HANDLE search =
+            __real___imp_FindFirstFileExW(path, level, data, operation, filter, flags);
+        openSearches += search != INVALID_HANDLE_VALUE ? 1 : 0;
+        return search;
+    }
+
+    TemporaryDirectory directory;
+    std::filesystem::path folder = directory.path / L"\u5939";
+    std::filesystem::path refused;
+    DWORD refusal = ERROR_ACCESS_DENIED;
+    int openSearches = 0;
+    ScopedReplacement<decltype(FindFirstFileExW)> open{
+        findFirstFile, [this](auto... arguments) { return Open(arguments...); }};
+    ScopedReplacement<decltype(FindClose)> close{findClose, [this](HANDLE search) {
+                                                     --openSearches;
+                                                     return __real___imp_FindClose(search);
+                                                 }};
+};
+
+void Ignore(const std::filesystem::path&) {}
+
+TEST_F(DirectoryListingFailure, ADirectoryThatMayNotBeOpened) {
+    refused = directory.path / L"*";
+    ExpectFailure([this] { VisitDirectory(directory.path, Ignore); },
+                  "directory_iterator::directory_iterator", ERROR_ACCESS_DENIED, directory.path);
+    ExpectFailure([this] { VisitTree(directory.path, Ignore); },
+                  "recursive_directory_iterator::recursive_directory_iterator", ERROR_ACCESS_DENIED,
+                  directory.path);
+}
+
+TEST_F(DirectoryListingFailure, ASubdirectoryThatMayNotBeOpenedIsAnErrorOfTheAdvance) {
+    refused = folder / L"*";
+    EXPECT_NO_THROW(VisitDirectory(directory.path, Ignore));
+    ExpectFailure([this] { VisitTree(directory.path, Ignore); },
+                  "recursive_directory_iterator::operator++", ERROR_ACCESS_DENIED, folder);
+}
+
+TEST_F(DirectoryListingFailure, AnAdvanceThatFails) {
+    int advances = 0;
+    int failingAdvance = 0;
+    const ScopedReplacement<decltype(FindNextFileW)> failing(
+        findNextFile, [&](HANDLE search, LPWIN32_FIND_DATAW data) {
+            const BOOL advanced = __real___imp_FindNextFileW(search, data);
+            return ++advances == failingAdvance ? Refuse(ERROR_NETNAME_DELETED, FALSE) : advanced;
+        });
+    VisitDirectory(directory.path, Ignore);
+    failingAdvance = advances;
+    advances = 0;
+    ExpectFailure([this] { VisitDirectory(directory.path, Ignore); },
+                  "directory_iterator::operator++", ERROR_NETNAME_DELETED, directory.path);
+
+    advances = 0;
+    failingAdvance = 0;
+    VisitTree(directory.path, Ignore);
+    const int allAdvances = advances;
+    // The last advance is that of the directory itself, the one before it that of its folder.
+    const std::vector<std::filesystem::path> failingDirectories = {folder, directory.path};
+    for (const std::filesystem::path& failed : failingDirectories) {
+        failingAdvance = failed == folder ? allAdvances - 1 : allAdvances;
+        advances = 0;
+        ExpectFailure([this] { VisitTree(directory.path, Ignore); },
+                      "recursive_directory_iterator::operator++", ERROR_NETNAME_DELETED, failed);
+    }
+}
+
+TEST_F(DirectoryListingFailure, NoFailureIsTheEndOfAListing) {
+    for (const DWORD error :
+         std::initializer_list<DWORD>{ERROR_ACCESS_DENIED, ERROR_PATH_NOT_FOUND, ERROR_DIRECTORY}) {
+        refused = folder / L"*";
+        refusal = error;
+        ExpectFailure([this] { VisitTree(directory.path, Ignore); },
+                      "recursive_directory_iterator::operator++", error, folder);
+    }
+}
+
+// Every directory down to the last level holds just another one.
+TEST(VisitTreeDepth, ThousandsOfLevelsAreReached) {
+    constexpr std::size_t kLevels = 1500;
+    std::size_t opened = 0;
+    std::size_t closed = 0;
+    const ScopedReplacement<decltype(FindFirstFileExW)> open{
+        findFirstFile,
+        [&](LPCWSTR, FINDEX_INFO_LEVELS, LPVOID data, FINDEX_SEARCH_OPS, LPVOID, DWORD) {
+            WIN32_FIND_DATAW entry{};
+            entry.dwFileAttributes =
+                ++opened > kLevels ? FILE_ATTRIBUTE_NORMAL : FILE_ATTRIBUTE_DIRECTORY;
+            entry.cFileName[0] = L'd';
+            std::memcpy(data, &entry, sizeof(entry));
+            return reinterpret_cast<HANDLE>(opened);
+        }};
+    const ScopedReplacement<decltype(FindNextFileW)> advance{
+        findNextFile,
+        [](HANDLE, LPWIN32_FIND_DATAW) { return Refuse(ERROR_NO_MORE_FILES, FALSE); }};
+    const ScopedReplacement<decltype(FindClose)> close{
+        findClose, [&](auto search) {
+            EXPECT_EQ(search, reinterpret_cast<HANDLE>(opened - closed));
+            ++closed;
+            return TRUE;
+        }};
+    std::size_t entries = 0;
+    std::size_t longest = 0;
+    VisitTree(L"C:\\tree", [&](const std::filesystem::path& entry) {
+        ++entries;
+        longest = std::max(longest, entry.native().size());
+    });
+    EXPECT_EQ(entries, kLevels + 1);
+    EXPECT_EQ(longest, 2 * kLevels + 1);
+    EXPECT_EQ(closed, opened);
+}
+
+TEST_F(DirectoryListingFailure, EntriesThatAreNoLongerThereAreShownAllTheSame) {
+    const ScopedReplacement<decltype(GetFileAttributesExW)> gone(
+        getFileAttributesEx, [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID) {
+            return Refuse(ERROR_FILE_NOT_FOUND, FALSE);
+        });
+    std::vector<std::wstring> entries;
+    VisitTree(directory.path,
+              [&](const std::filesystem::path& entry) { entries.push_back(entry.native()); });
+    EXPECT_THAT(entries, ElementsAre(L"\u5939", L"\u5939\\file"));
+}
+
+}  // namespace
+
+}  // namespace updater

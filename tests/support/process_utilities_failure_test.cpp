@@ -1,0 +1,459 @@
+// The process utilities when the system refuses, and the exact calls that they make: the system's
+// functions are replaced at link time.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/process_utilities.h"
+#include "support/windows_api.h"
+
+// After the Windows types that they need.
+#include <objbase.h>
+#include <tlhelp32.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <initializer_list>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "fixtures/expect_file_system_error.h"
+#include "fixtures/file_content.h"
+#include "fixtures/open_handles.h"
+#include "fixtures/raised_errors.h"
+#include "fixtures/replacement.h"
+#include "fixtures/temporary_directory.h"
+#include "support/program_report.h"
+#include "support/running_program.h"
+
+namespace updater {
+
+namespace {
+
+Replacement<decltype(CoCreateGuid)> coCreateGuid;
+Replacement<decltype(CreateFileW)> createFile;
+Replacement<decltype(CreateProcessW)> createProcess;
+Replacement<decltype(GetExitCodeProcess)> getExitCodeProcess;
+Replacement<decltype(GetTokenInformation)> getTokenInformation;
+Replacement<decltype(OpenProcess)> openProcess;
+Replacement<decltype(OpenProcessToken)> openProcessToken;
+Replacement<decltype(QueryFullProcessImageNameW)> queryImageName;
+Replacement<decltype(WaitForSingleObject)> waitForSingleObject;
+Replacement<decltype(CreateToolhelp32Snapshot)> createSnapshot;
+Replacement<decltype(Process32FirstW)> firstProcess;
+Replacement<decltype(Process32NextW)> nextProcess;
+
+}  // namespace
+
+extern "C" {
+
+extern decltype(&CoCreateGuid) __real___imp_CoCreateGuid;
+extern decltype(&CreateFileW) __real___imp_CreateFileW;
+extern decltype(&CreateProcessW) __real___imp_CreateProcessW;
+extern decltype(&GetExitCodeProcess) __real___imp_GetExitCodeProcess;
+extern decltype(&GetTokenInformation) __real___imp_GetTokenInformation;
+extern decltype(&OpenProcess) __real___imp_OpenProcess;
+extern decltype(&OpenProcessToken) __real___imp_OpenProcessToken;
+extern decltype(&QueryFullProcessImageNameW) __real___imp_QueryFullProcessImageNameW;
+extern decltype(&WaitForSingleObject) __real___imp_WaitForSingleObject;
+
+decltype(&CoCreateGuid) __wrap___imp_CoCreateGuid =
+    ImportDouble<coCreateGuid, __real___imp_CoCreateGuid>::Call;
+decltype(&CreateFileW) __wrap___imp_CreateFileW =
+    ImportDouble<createFile, __real___imp_CreateFileW>::Call;
+decltype(&CreateProcessW) __wrap___imp_CreateProcessW =
+    ImportDouble<createProcess, __real___imp_CreateProcessW>::Call;
+decltype(&GetExitCodeProcess) __wrap___imp_GetExitCodeProcess =
+    ImportDouble<getExitCodeProcess, __real___imp_GetExitCodeProcess>::Call;
+decltype(&GetTokenInformation) __wrap___imp_GetTokenInformation =
+    ImportDouble<getTokenInformation, __real___imp_GetTokenInformation>::Call;
+decltype(&OpenProcess) __wrap___imp_OpenProcess =
+    ImportDouble<openProcess, __real___imp_OpenProcess>::Call;
+decltype(&OpenProcessToken) __wrap___imp_OpenProcessToken =
+    ImportDouble<openProcessToken, __real___imp_OpenProcessToken>::Call;
+decltype(&QueryFullProcessImageNameW) __wrap___imp_QueryFullProcessImageNameW =
+    ImportDouble<queryImageName, __real___imp_QueryFullProcessImageNameW>::Call;
+decltype(&WaitForSingleObject) __wrap___imp_WaitForSingleObject =
+    ImportDouble<waitForSingleObject, __real___imp_WaitForSingleObject>::Call;
+
+extern decltype(CreateToolhelp32Snapshot) __real_CreateToolhelp32Snapshot;
+extern decltype(Process32FirstW) __real_Process32FirstW;
+extern decltype(Process32NextW) __real_Process32NextW;
+
+HANDLE WINAPI __wrap_CreateToolhelp32Snapshot(DWORD flags, DWORD processId) {
+    return createSnapshot.Call(__real_CreateToolhelp32Snapshot, flags, processId);
+}
+
+BOOL WINAPI __wrap_Process32FirstW(HANDLE snapshot, LPPROCESSENTRY32W entry) {
+    return firstProcess.Call(__real_Process32FirstW, snapshot, entry);
+}
+
+BOOL WINAPI __wrap_Process32NextW(HANDLE snapshot, LPPROCESSENTRY32W entry) {
+    return nextProcess.Call(__real_Process32NextW, snapshot, entry);
+}
+
+}  // extern "C"
+
+namespace {
+
+constexpr char kInaccessible[] = "Another application instance is inaccessible; close it first";
+constexpr char kRunning[] = "Another application instance is running; close it first";
+
+// Expects the action to fail with this message, and to leave as many handles open as before.
+void ExpectFailure(const std::function<void()>& action, const char* message) {
+    // The first exception of a program makes its runtime open handles of its own.
+    EXPECT_THROW(throw std::runtime_error("first"), std::runtime_error);
+    const std::size_t before = CountOpenHandles();
+    EXPECT_THAT(action, RaisesError(message));
+    EXPECT_EQ(CountOpenHandles(), before);
+}
+
+BOOL Refuse() {
+    SetLastError(ERROR_ACCESS_DENIED);
+    return FALSE;
+}
+
+TEST(IsProcessElevatedFailure, ATokenThatCannotBeOpened) {
+    const ScopedReplacement<decltype(OpenProcessToken)> refusing(
+        openProcessToken, [](HANDLE, DWORD, PHANDLE) { return Refuse(); });
+    ExpectFailure(IsProcessElevated, "Cannot inspect process token");
+}
+
+TEST(IsProcessElevatedFailure, ATokenThatCannotBeQueriedIsClosed) {
+    const ScopedReplacement<decltype(GetTokenInformation)> refusing(
+        getTokenInformation,
+        [](HANDLE, TOKEN_INFORMATION_CLASS, LPVOID, DWORD, PDWORD) { return Refuse(); });
+    ExpectFailure(IsProcessElevated, "Cannot inspect elevation");
+}
+
+TEST(IsProcessElevatedFailure, TheTokenIsOnlyQueriedAndEveryValueButZeroMeansElevated) {
+    const ScopedReplacement<decltype(OpenProcessToken)> observedOpen(
+        openProcessToken, [](HANDLE process, DWORD access, PHANDLE token) {
+            EXPECT_EQ(process, GetCurrentProcess());
+            EXPECT_EQ(access, 8U);
+            return __real___imp_OpenProcessToken(process, access, token);
+        });
+    for (const DWORD value : std::initializer_list<DWORD>{0U, 1U, 2U, 0x80000000U}) {
+        const ScopedReplacement<decltype(GetTokenInformation)> answering(
+            getTokenInformation, [value](HANDLE, TOKEN_INFORMATION_CLASS information, LPVOID buffer,
+                                         DWORD bytes, PDWORD returned) {
+                EXPECT_EQ(information, 20);
+                EXPECT_EQ(bytes, 4U);
+                std::memcpy(buffer, &value, sizeof(value));
+                *returned = sizeof(value);
+                return TRUE;
+            });
+        EXPECT_EQ(IsProcessElevated(), value != 0);
+    }
+}
+
+TEST(CreateJobIdentityFailure, AGuidThatCannotBeMade) {
+    const ScopedReplacement<decltype(CoCreateGuid)> refusing(coCreateGuid,
+                                                             [](GUID*) { return E_FAIL; });
+    ExpectFailure(CreateJobIdentity, "Cannot create update job identity");
+}
+
+TEST(CreateJobIdentityFailure, ASuccessCodeOtherThanZeroIsNoFailure) {
+    const ScopedReplacement<decltype(CoCreateGuid)> answering(coCreateGuid, [](GUID* identity) {
+        *identity = {0x0ABCDEF1, 0x2345, 0x6789, {0xAB, 0xCD, 0xEF, 0x01, 0x23, 0x45, 0x67, 0x89}};
+        return S_FALSE;
+    });
+    EXPECT_EQ(CreateJobIdentity(), L"{0ABCDEF1-2345-6789-ABCD-EF0123456789}");
+}
+
+TEST(GetProcessImagePathFailure, AQueryThatFails) {
+    const ScopedReplacement<decltype(QueryFullProcessImageNameW)> refusing(
+        queryImageName, [](HANDLE, DWORD, LPWSTR, PDWORD) { return Refuse(); });
+    ExpectFailure([] { GetProcessImagePath(GetCurrentProcess()); },
+                  "Cannot inspect application process");
+}
+
+TEST(GetProcessImagePathFailure, TheLongestPathFitsAndIsCutToItsLength) {
+    const ScopedReplacement<decltype(QueryFullProcessImageNameW)> answering(
+        queryImageName, [](HANDLE, DWORD flags, LPWSTR text, PDWORD units) {
+            EXPECT_EQ(flags, 0U);
+            EXPECT_EQ(*units, 32768U);
+            std::fill(text, text + 32767, L'x');
+            *units = 32767;
+            return TRUE;
+        });
+    EXPECT_EQ(GetProcessImagePath(GetCurrentProcess()), std::wstring(32767, L'x'));
+}
+
+struct EnsureNoOtherInstanceFailure : testing::Test {
+    void Scan() const { EnsureNoOtherInstance(application, 0); }
+
+    TemporaryDirectory directory;
+    std::filesystem::path application = directory.path / L"corvellan.exe";
+};
+
+TEST_F(EnsureNoOtherInstanceFailure, ASnapshotThatCannotBeTaken) {
+    const ScopedReplacement<decltype(CreateToolhelp32Snapshot)> refusing(
+        createSnapshot, [](DWORD, DWORD) {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return INVALID_HANDLE_VALUE;
+        });
+    ExpectFailure([this] { Scan(); }, "Cannot enumerate running applications");
+}
+
+TEST_F(EnsureNoOtherInstanceFailure, ASnapshotThatCannotBeReadIsClosed) {
+    const ScopedReplacement<decltype(Process32FirstW)> refusing(
+        firstProcess, [](HANDLE, LPPROCESSENTRY32W) { return Refuse(); });
+    ExpectFailure([this] { Scan(); }, "Cannot enumerate running applications");
+}
+
+TEST_F(EnsureNoOtherInstanceFailure, TheSnapshotIsOfAllProcessesInEntriesOfTheWideForm) {
+    const ScopedReplacement<decltype(CreateToolhelp32Snapshot)> observedSnapshot(
+        createSnapshot, [](DWORD flags, DWORD processId) {
+            EXPECT_EQ(flags, 2U);
+            EXPECT_EQ(processId, 0U);
+            return __real_CreateToolhelp32Snapshot(flags, processId);
+        });
+    const ScopedReplacement<decltype(Process32FirstW)> observedFirst(
+        firstProcess, [](HANDLE snapshot, LPPROCESSENTRY32W entry) {
+            PROCESSENTRY32W expected{};
+            expected.dwSize = 568;
+            EXPECT_EQ(std::memcmp(entry, &expected, sizeof(expected)), 0);
+            return __real_Process32FirstW(snapshot, entry);
+        });
+    Scan();
+}
+
+TEST_F(EnsureNoOtherInstanceFailure, TheFirstAndTheLastProcessCountToo) {
+    const RunningProgram program(application);
+    PROCESSENTRY32W instance{};
+    instance.dwSize = sizeof(instance);
+    instance.th32ProcessID = program.processId;
+    std::wcscpy(instance.szExeFile, L"corvellan.exe");
+    PROCESSENTRY32W other = instance;
+    std::wcscpy(other.szExeFile, L"other.exe");
+
+    for (const bool instanceFirst : {true, false}) {
+        const ScopedReplacement<decltype(Process32FirstW)> first(
+            firstProcess, [&](HANDLE, LPPROCESSENTRY32W entry) {
+                *entry = instanceFirst ? instance : other;
+                return TRUE;
+            });
+        int calls = 0;
+        const ScopedReplacement<decltype(Process32NextW)> next(
+            nextProcess, [&](HANDLE, LPPROCESSENTRY32W entry) {
+                *entry = instanceFirst ? other : instance;
+                return ++calls == 1 ? TRUE : FALSE;
+            });
+        ExpectFailure([this] { Scan(); }, kRunning);
+    }
+}
+
+TEST_F(EnsureNoOtherInstanceFailure, AnInstanceThatCannotBeOpenedBlocksWhereverItLives) {
+    for (const wchar_t* place : {L"corvellan.exe", L"elsewhere\\corvellan.exe"}) {
+        const RunningProgram program(directory.path / place);
+        const ScopedReplacement<decltype(OpenProcess)> refusing(
+            openProcess, [&program](DWORD access, BOOL inherit, DWORD processId) {
+                EXPECT_EQ(access, 0x101000U);
+                EXPECT_EQ(inherit, FALSE);
+                EXPECT_EQ(processId, program.processId) << "only an instance is opened";
+                SetLastError(ERROR_ACCESS_DENIED);
+                return HANDLE{nullptr};
+            });
+        ExpectFailure([this] { Scan(); }, kInaccessible);
+    }
+}
+
+TEST_F(EnsureNoOtherInstanceFailure, TheAllowedInstanceIsNotEvenOpened) {
+    const RunningProgram program(application);
+    const ScopedReplacement<decltype(OpenProcess)> refusing(
+        openProcess, [](DWORD, BOOL, DWORD) { return HANDLE{nullptr}; });
+    EXPECT_NO_THROW(EnsureNoOtherInstance(application, program.processId));
+}
+
+TEST_F(EnsureNoOtherInstanceFailure, AnInstanceThatEndsBetweenSnapshotAndCheckIsSkipped) {
+    const RunningProgram program(application);
+    bool ended = false;
+    const ScopedReplacement<decltype(OpenProcess)> endingFirst(
+        openProcess, [&](DWORD access, BOOL inherit, DWORD processId) {
+            program.End();
+            ended = true;
+            return __real___imp_OpenProcess(access, inherit, processId);
+        });
+    EXPECT_NO_THROW(Scan());
+    EXPECT_TRUE(ended) << "the snapshot held the instance";
+}
+
+TEST_F(EnsureNoOtherInstanceFailure, OnlyASatisfiedWaitOfNoTimeMeansEnded) {
+    const RunningProgram program(application);
+    for (const DWORD result : std::initializer_list<DWORD>{static_cast<DWORD>(WAIT_TIMEOUT),
+                                                           static_cast<DWORD>(WAIT_FAILED)}) {
+        const ScopedReplacement<decltype(WaitForSingleObject)> answering(
+            waitForSingleObject, [result](HANDLE, DWORD milliseconds) {
+                EXPECT_EQ(milliseconds, 0U);
+                return result;
+            });
+        ExpectFailure([this] { Scan(); }, kRunning);
+    }
+}
+
+TEST_F(EnsureNoOtherInstanceFailure, AnInstanceWhoseImagePathCannotBeRead) {
+    const RunningProgram program(application);
+    const ScopedReplacement<decltype(QueryFullProcessImageNameW)> refusing(
+        queryImageName, [](HANDLE, DWORD, LPWSTR, PDWORD) { return Refuse(); });
+    ExpectFailure([this] { Scan(); }, "Cannot inspect application process");
+}
+
+TEST_F(EnsureNoOtherInstanceFailure, PathsThatCannotBeResolvedTheApplicationsFirst) {
+    const RunningProgram program(application);
+    const RunningProgram elsewhere(directory.path / L"elsewhere" / L"corvellan.exe");
+    const auto resolveAllBut = [](const std::filesystem::path& refused) {
+        return [refused](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                         DWORD disposition, DWORD flags, HANDLE file) {
+            if (refused.empty() || refused == path) {
+                SetLastError(ERROR_ACCESS_DENIED);
+                return INVALID_HANDLE_VALUE;
+            }
+            return __real___imp_CreateFileW(path, access, share, security, disposition, flags,
+                                            file);
+        };
+    };
+    const std::filesystem::path installed = directory.path / L"installed" / L"corvellan.exe";
+    WriteFileContent(installed, "");
+    const std::size_t before = CountOpenHandles();
+    {
+        const ScopedReplacement<decltype(CreateFileW)> refusing(createFile,
+                                                                resolveAllBut(elsewhere.path));
+        ExpectFileSystemError([&] { EnsureNoOtherInstance(installed, program.processId); },
+                              "weakly_canonical", ERROR_ACCESS_DENIED, elsewhere.path);
+    }
+    const std::filesystem::path all;
+    const ScopedReplacement<decltype(CreateFileW)> refusing(createFile, resolveAllBut(all));
+    ExpectFileSystemError([&] { EnsureNoOtherInstance(installed, 0); }, "weakly_canonical",
+                          ERROR_ACCESS_DENIED, installed);
+    ExpectFileSystemError([&] { IsSamePath(application, installed); }, "weakly_canonical",
+                          ERROR_ACCESS_DENIED, installed);
+    EXPECT_EQ(CountOpenHandles(), before);
+}
+
+bool IsZeroed(const void* object, std::size_t bytes) {
+    const auto* first = static_cast<const unsigned char*>(object);
+    return std::all_of(first, first + bytes, [](unsigned char byte) { return byte == 0; });
+}
+
+struct LaunchProcessFailure : testing::Test {
+    TemporaryDirectory directory;
+    std::filesystem::path program = StandInPath(L"reporting-program.exe");
+};
+
+TEST_F(LaunchProcessFailure, TheProcessIsCreatedWithExactlyTheseArguments) {
+    const std::filesystem::path report = directory.path / L"report";
+    for (const std::wstring& arguments : {ReportArguments(report, 0) + L" x", std::wstring()}) {
+        int calls = 0;
+        const ScopedReplacement<decltype(CreateProcessW)> observed(
+            createProcess,
+            [&](LPCWSTR application, LPWSTR commandLine, LPSECURITY_ATTRIBUTES processSecurity,
+                LPSECURITY_ATTRIBUTES threadSecurity, BOOL inherit, DWORD flags, LPVOID environment,
+                LPCWSTR workingDirectory, LPSTARTUPINFOW startup, LPPROCESS_INFORMATION created) {
+                ++calls;
+                EXPECT_EQ(application, program.native());
+                EXPECT_EQ(commandLine, L'"' + program.native() + L"\" " + arguments);
+                EXPECT_EQ(processSecurity, nullptr);
+                EXPECT_EQ(threadSecurity, nullptr);
+                EXPECT_EQ(inherit, FALSE);
+                EXPECT_EQ(flags, 0x08000000U);
+                EXPECT_EQ(environment, nullptr);
+                EXPECT_EQ(workingDirectory, directory.path.native());
+                EXPECT_EQ(startup->cb, sizeof(STARTUPINFOW));
+                STARTUPINFOW rest = *startup;
+                rest.cb = 0;
+                EXPECT_TRUE(IsZeroed(&rest, sizeof(rest)));
+                EXPECT_TRUE(IsZeroed(created, sizeof(*created)));
+                // The system may write into the command line while it works.
+                const wchar_t first = commandLine[0];
+                commandLine[0] = L'#';
+                commandLine[0] = first;
+                return __real___imp_CreateProcessW(application, commandLine, processSecurity,
+                                                   threadSecurity, inherit, flags, environment,
+                                                   workingDirectory, startup, created);
+            });
+        LaunchProcess(program, arguments, directory.path, LaunchWait::UntilExit);
+        EXPECT_EQ(calls, 1) << "nothing is retried";
+    }
+}
+
+TEST_F(LaunchProcessFailure, AFailureCarriesTheErrorNumberInDecimal) {
+    for (const DWORD error : std::initializer_list<DWORD>{0U, 5U, 740U, 1223U, 0x80070005U}) {
+        int calls = 0;
+        const ScopedReplacement<decltype(CreateProcessW)> refusing(
+            createProcess, [&](LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL,
+                               DWORD, LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION) {
+                ++calls;
+                SetLastError(error);
+                return FALSE;
+            });
+        ExpectFailure([&] { LaunchProcess(program, L"", directory.path, LaunchWait::UntilExit); },
+                      ("Process launch failed: " + std::to_string(error)).c_str());
+        EXPECT_EQ(calls, 1) << "nothing is retried";
+    }
+}
+
+TEST(AwaitExitCodeFailure, TheWaitHasNoLimitAndAnExitCodeThatCannotBeReadIsOne) {
+    const ScopedReplacement<decltype(WaitForSingleObject)> observed(
+        waitForSingleObject, [](auto process, DWORD milliseconds) {
+            EXPECT_EQ(process, GetCurrentProcess());
+            EXPECT_EQ(milliseconds, INFINITE);
+            return WAIT_OBJECT_0;
+        });
+    EXPECT_EQ(AwaitExitCode(GetCurrentProcess()), 259U) << "still active";
+    const ScopedReplacement<decltype(GetExitCodeProcess)> refusing(
+        getExitCodeProcess, [](HANDLE, LPDWORD) { return Refuse(); });
+    EXPECT_EQ(AwaitExitCode(GetCurrentProcess()), 1U);
+}
+
+TEST(IsSignalledWithinFailure, OnlyASatisfiedWaitCounts) {
+    for (const DWORD result : std::initializer_list<DWORD>{0x00U, 0x80U, 0x102U, 0xFFFFFFFFU}) {
+        const ScopedReplacement<decltype(WaitForSingleObject)> answering(
+            waitForSingleObject, [result](HANDLE, DWORD milliseconds) {
+                EXPECT_EQ(milliseconds, 250U);
+                return result;
+            });
+        EXPECT_EQ(IsSignalledWithin(GetCurrentProcess(), 250), result == WAIT_OBJECT_0);
+    }
+}
+
+TEST_F(LaunchProcessFailure, AWaitingLaunchWaitsWithoutALimit) {
+    std::vector<DWORD> waits;
+    const ScopedReplacement<decltype(WaitForSingleObject)> observed(
+        waitForSingleObject, [&](HANDLE process, DWORD milliseconds) {
+            waits.push_back(milliseconds);
+            return __real___imp_WaitForSingleObject(process, milliseconds);
+        });
+    LaunchProcess(program, L"", directory.path, LaunchWait::UntilExit);
+    EXPECT_THAT(waits, testing::ElementsAre(INFINITE));
+}
+
+TEST_F(LaunchProcessFailure, ALaunchWithoutWaitingNeitherWaitsNorReadsTheExitCode) {
+    const ScopedReplacement<decltype(WaitForSingleObject)> noWait(
+        waitForSingleObject, [](HANDLE, DWORD) {
+            ADD_FAILURE() << "waited for";
+            return static_cast<DWORD>(WAIT_FAILED);
+        });
+    const ScopedReplacement<decltype(GetExitCodeProcess)> noExitCode(getExitCodeProcess,
+                                                                     [](HANDLE, LPDWORD) {
+                                                                         ADD_FAILURE() << "read";
+                                                                         return FALSE;
+                                                                     });
+    EXPECT_EQ(LaunchProcess(program, L"", directory.path.parent_path(), LaunchWait::None), 0U);
+}
+
+TEST_F(LaunchProcessFailure, AnExitCodeThatCannotBeReadIsOne) {
+    const ScopedReplacement<decltype(GetExitCodeProcess)> refusing(
+        getExitCodeProcess, [](HANDLE, LPDWORD) { return Refuse(); });
+    const std::size_t before = CountOpenHandles();
+    EXPECT_EQ(LaunchProcess(program, ReportArguments(directory.path / L"report", 0), directory.path,
+                            LaunchWait::UntilExit),
+              1U);
+    EXPECT_EQ(CountOpenHandles(), before);
+}
+
+}  // namespace
+
+}  // namespace updater

@@ -1,0 +1,5 @@
+// A program of which only the version resource matters.
+
+int main() {
+    return 0;
+}

@@ -1,0 +1,238 @@
+// Versions when the system refuses, and the exact calls that are made: the system's functions are
+// replaced at link time.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "fixtures/raised_errors.h"
+#include "fixtures/replacement.h"
+#include "support/program_report.h"
+#include "support/version_information.h"
+#include "support/windows_api.h"
+
+namespace updater {
+
+namespace {
+
+Replacement<decltype(GetFileVersionInfoSizeW)> versionInfoSize;
+Replacement<decltype(GetFileVersionInfoW)> versionInfo;
+Replacement<decltype(VerQueryValueW)> queryValue;
+Replacement<decltype(RegGetValueW)> getValue;
+Replacement<decltype(RegOpenKeyExW)> openKey;
+Replacement<decltype(RegSetValueExW)> setValue;
+Replacement<decltype(RegCloseKey)> closeKey;
+
+}  // namespace
+
+extern "C" {
+
+extern decltype(GetFileVersionInfoSizeW) __real_GetFileVersionInfoSizeW;
+extern decltype(GetFileVersionInfoW) __real_GetFileVersionInfoW;
+extern decltype(VerQueryValueW) __real_VerQueryValueW;
+
+DWORD WINAPI __wrap_GetFileVersionInfoSizeW(LPCWSTR file, LPDWORD handle) {
+    return versionInfoSize.Call(__real_GetFileVersionInfoSizeW, file, handle);
+}
+
+BOOL WINAPI __wrap_GetFileVersionInfoW(LPCWSTR file, DWORD handle, DWORD bytes, LPVOID data) {
+    return versionInfo.Call(__real_GetFileVersionInfoW, file, handle, bytes, data);
+}
+
+BOOL WINAPI __wrap_VerQueryValueW(LPCVOID resource, LPCWSTR block, LPVOID* value, PUINT bytes) {
+    return queryValue.Call(__real_VerQueryValueW, resource, block, value, bytes);
+}
+
+extern decltype(&RegGetValueW) __real___imp_RegGetValueW;
+extern decltype(&RegOpenKeyExW) __real___imp_RegOpenKeyExW;
+extern decltype(&RegSetValueExW) __real___imp_RegSetValueExW;
+extern decltype(&RegCloseKey) __real___imp_RegCloseKey;
+
+decltype(&RegGetValueW) __wrap___imp_RegGetValueW =
+    ImportDouble<getValue, __real___imp_RegGetValueW>::Call;
+decltype(&RegOpenKeyExW) __wrap___imp_RegOpenKeyExW =
+    ImportDouble<openKey, __real___imp_RegOpenKeyExW>::Call;
+decltype(&RegSetValueExW) __wrap___imp_RegSetValueExW =
+    ImportDouble<setValue, __real___imp_RegSetValueExW>::Call;
+decltype(&RegCloseKey) __wrap___imp_RegCloseKey =
+    ImportDouble<closeKey, __real___imp_RegCloseKey>::Call;
+
+}  // extern "C"
+
+namespace {
+
+using testing::ElementsAre;
+
+constexpr wchar_t kEntryKey[] =
+    LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\5D1E7B20-3C9A-4F68-B2D4-9E0A6C7F1B35_is1)";
+
+constexpr DWORD kSize = 1000;
+
+struct ReadExecutableVersionFailure : testing::Test {
+    void ExpectFailure(const char* message) const {
+        EXPECT_THAT([this] { ReadExecutableVersion(program); }, RaisesError(message));
+    }
+
+    std::filesystem::path program = StandInPath(L"version-1.2.0.0.exe");
+};
+
+TEST_F(ReadExecutableVersionFailure, AResourceThatCannotBeReadAfterAll) {
+    const ScopedReplacement<decltype(GetFileVersionInfoW)> refusing(
+        versionInfo, [](LPCWSTR, DWORD, DWORD, LPVOID) { return FALSE; });
+    ExpectFailure("Cannot read installed executable version");
+}
+
+TEST_F(ReadExecutableVersionFailure, AQueryThatFails) {
+    const ScopedReplacement<decltype(VerQueryValueW)> refusing(
+        queryValue, [](LPCVOID, LPCWSTR, LPVOID*, PUINT) { return FALSE; });
+    ExpectFailure("Executable version is missing");
+}
+
+TEST_F(ReadExecutableVersionFailure, FixedInformationOfFewerThan52Bytes) {
+    for (const UINT length : {0U, 51U}) {
+        const ScopedReplacement<decltype(VerQueryValueW)> answering(
+            queryValue, [length](LPCVOID resource, LPCWSTR block, LPVOID* value, PUINT bytes) {
+                const BOOL answer = __real_VerQueryValueW(resource, block, value, bytes);
+                *bytes = length;
+                return answer;
+            });
+        ExpectFailure("Executable version is missing");
+    }
+}
+
+TEST_F(ReadExecutableVersionFailure, TheRootOfAZeroFilledBufferOfExactlyTheSizeIsQueried) {
+    VS_FIXEDFILEINFO information{};
+    information.dwFileVersionMS = 0x000A0000;
+    information.dwFileVersionLS = 0x4A610001;
+    const ScopedReplacement<decltype(GetFileVersionInfoSizeW)> sized(
+        versionInfoSize, [this](LPCWSTR file, LPDWORD) {
+            EXPECT_EQ(file, program.native());
+            return kSize;
+        });
+    const ScopedReplacement<decltype(GetFileVersionInfoW)> filled(
+        versionInfo, [this](LPCWSTR file, DWORD handle, DWORD bytes, LPVOID data) {
+            EXPECT_EQ(file, program.native());
+            EXPECT_EQ(handle, 0U);
+            EXPECT_EQ(bytes, kSize);
+            const auto* first = static_cast<const char*>(data);
+            EXPECT_TRUE(std::all_of(first, first + kSize, [](char byte) { return byte == 0; }));
+            return TRUE;
+        });
+    const ScopedReplacement<decltype(VerQueryValueW)> queried(
+        queryValue, [&](LPCVOID, LPCWSTR block, LPVOID* value, PUINT bytes) {
+            EXPECT_STREQ(block, L"\\");
+            *value = &information;
+            *bytes = sizeof(information);
+            return TRUE;
+        });
+    EXPECT_EQ(ReadExecutableVersion(program), L"10.0.19041.1");
+}
+
+TEST(ReadRegisteredVersionFailure, OnlyATextOfThe64BitViewIsAskedForIntoAZeroFilledBuffer) {
+    const ScopedReplacement<decltype(RegGetValueW)> answering(
+        getValue,
+        [](auto hive, LPCWSTR key, LPCWSTR value, DWORD flags, LPDWORD, PVOID data, auto bytes) {
+            EXPECT_EQ(hive, HKEY_LOCAL_MACHINE);
+            EXPECT_STREQ(key, kEntryKey);
+            EXPECT_STREQ(value, L"DisplayVersion");
+            EXPECT_EQ(flags, 0x10002U);
+            EXPECT_EQ(*bytes, 1024U);
+            const auto* first = static_cast<const char*>(data);
+            EXPECT_TRUE(std::all_of(first, first + 1024, [](char byte) { return byte == 0; }));
+            std::memcpy(data, L"1.0", sizeof(L"1.0"));
+            return LSTATUS{ERROR_SUCCESS};
+        });
+    EXPECT_EQ(ReadRegisteredVersion(), L"1.0");
+}
+
+TEST(ReadRegisteredVersionFailure, AFailedReadGivesAnEmptyTextWhateverWasLeftInTheBuffer) {
+    const ScopedReplacement<decltype(RegGetValueW)> failing(
+        getValue, [](HKEY, LPCWSTR, LPCWSTR, DWORD, LPDWORD, PVOID data, LPDWORD) {
+            std::memcpy(data, L"1.0", sizeof(L"1.0"));
+            return LSTATUS{ERROR_MORE_DATA};
+        });
+    EXPECT_EQ(ReadRegisteredVersion(), L"");
+}
+
+// The registry as the restore sees it; no call reaches the real one.
+struct ObservedRegistry {
+    explicit ObservedRegistry(LSTATUS ofOpen = ERROR_SUCCESS, LSTATUS ofSet = ERROR_SUCCESS);
+
+    std::vector<std::string> calls;
+    LSTATUS openStatus;
+    LSTATUS setStatus;
+
+    ScopedReplacement<decltype(RegOpenKeyExW)> open;
+    ScopedReplacement<decltype(RegSetValueExW)> set;
+    ScopedReplacement<decltype(RegCloseKey)> close;
+};
+
+const HKEY kOpenedKey = reinterpret_cast<HKEY>(0x1234);
+
+ObservedRegistry::ObservedRegistry(LSTATUS ofOpen, LSTATUS ofSet)
+    : openStatus(ofOpen),
+      setStatus(ofSet),
+      open(openKey,
+           [this](HKEY hive, LPCWSTR key, DWORD options, REGSAM access, PHKEY opened) {
+               calls.emplace_back("open");
+               EXPECT_EQ(hive, HKEY_LOCAL_MACHINE);
+               EXPECT_STREQ(key, kEntryKey);
+               EXPECT_EQ(options, 0U);
+               EXPECT_EQ(access, 0x102U);
+               if (openStatus == ERROR_SUCCESS) {
+                   *opened = kOpenedKey;
+               }
+               return openStatus;
+           }),
+      set(setValue,
+          [this](HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data,
+                 DWORD bytes) {
+              calls.push_back("set " + std::to_string(bytes));
+              EXPECT_EQ(key, kOpenedKey);
+              EXPECT_STREQ(name, L"DisplayVersion");
+              EXPECT_EQ(reserved, 0U);
+              EXPECT_EQ(type, static_cast<DWORD>(REG_SZ));
+              EXPECT_STREQ(reinterpret_cast<const wchar_t*>(data), L"1.0.0.0");
+              return setStatus;
+          }),
+      close(closeKey, [this](HKEY key) {
+          calls.emplace_back("close");
+          EXPECT_EQ(key, kOpenedKey);
+          return LSTATUS{ERROR_SUCCESS};
+      }) {}
+
+TEST(RestoreRegisteredVersionFailure, TheKeyIsOpenedForWritingOnlySetAndClosed) {
+    const ObservedRegistry registry;
+    RestoreRegisteredVersion(L"1.0.0.0");
+    EXPECT_THAT(registry.calls, ElementsAre("open", "set 16", "close"));
+}
+
+TEST(RestoreRegisteredVersionFailure, AnEmptyTextOpensNothing) {
+    const ObservedRegistry registry;
+    RestoreRegisteredVersion(L"");
+    EXPECT_THAT(registry.calls, ElementsAre());
+}
+
+TEST(RestoreRegisteredVersionFailure, AKeyThatCannotBeOpenedIsNotClosed) {
+    for (const LSTATUS status : {ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED}) {
+        const ObservedRegistry registry(status);
+        EXPECT_THAT([] { RestoreRegisteredVersion(L"1.0.0.0"); },
+                    RaisesError("Cannot restore registered version"));
+        EXPECT_THAT(registry.calls, ElementsAre("open"));
+    }
+}
+
+TEST(RestoreRegisteredVersionFailure, AValueThatCannotBeSetLeavesTheKeyClosed) {
+    const ObservedRegistry registry(ERROR_SUCCESS, ERROR_ACCESS_DENIED);
+    EXPECT_THAT([] { RestoreRegisteredVersion(L"1.0.0.0"); },
+                RaisesError("Cannot restore registered version"));
+    EXPECT_THAT(registry.calls, ElementsAre("open", "set 16", "close"));
+}
+
+}  // namespace
+
+}  // namespace updater

@@ -1,0 +1,250 @@
+#include "support/version_information.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "fixtures/file_content.h"
+#include "fixtures/open_handles.h"
+#include "fixtures/raised_errors.h"
+#include "fixtures/temporary_directory.h"
+#include "support/file_system.h"
+#include "support/handle.h"
+#include "support/program_report.h"
+#include "support/text_conversion.h"
+#include "support/uninstall_entry.h"
+
+namespace updater {
+
+namespace {
+
+constexpr char kUnreadable[] = "Cannot read installed executable version";
+constexpr char kMissing[] = "Executable version is missing";
+constexpr char kNotRestored[] = "Cannot restore registered version";
+
+// In the version resource, from the place of its key's text: the length of the fixed information,
+// and in that the signature.
+constexpr std::ptrdiff_t kFixedLengthOffset = -4;
+constexpr std::ptrdiff_t kSignatureOffset = 34;
+
+std::string AsBytes(const std::wstring& text) {
+    return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)};
+}
+
+// Copies a stand-in with other bytes in its version resource.
+void CopyPatched(const wchar_t* standIn, const std::filesystem::path& target, std::ptrdiff_t offset,
+                 const std::string& bytes) {
+    std::string content = ReadFileContent(StandInPath(standIn));
+    const std::size_t key = content.find(AsBytes(L"VS_VERSION_INFO"));
+    ASSERT_NE(key, std::string::npos);
+    content.replace(static_cast<std::size_t>(static_cast<std::ptrdiff_t>(key) + offset),
+                    bytes.size(), bytes);
+    WriteFileContent(target, content);
+}
+
+void ExpectUnreadable(const std::filesystem::path& executable) {
+    EXPECT_THAT([&] { ReadExecutableVersion(executable); }, RaisesError(kUnreadable))
+        << WideToUtf8(executable.native());
+}
+
+TEST(ReadExecutableVersion, GivesAllFourNumbersOfTheFileVersion) {
+    for (const std::wstring version :
+         {L"10.0.19041.1", L"1.2.0.0", L"0.0.0.0", L"65535.65535.65535.65535"}) {
+        EXPECT_EQ(ReadExecutableVersion(StandInPath((L"version-" + version + L".exe").c_str())),
+                  version);
+    }
+}
+
+TEST(ReadExecutableVersion, ProductVersionAndVersionTextsPlayNoPart) {
+    // The product version of this one is 9.8.7.6, its texts are others still.
+    EXPECT_EQ(ReadExecutableVersion(StandInPath(L"version-2.1.0.0.exe")), L"2.1.0.0");
+}
+
+TEST(ReadExecutableVersion, AnExecutableWithoutAVersionResourceCannotBeRead) {
+    ExpectUnreadable(StandInPath(L"version-none.exe"));
+}
+
+TEST(ReadExecutableVersion, AMissingFileCannotBeRead) {
+    const TemporaryDirectory directory;
+    ExpectUnreadable(directory.path / L"missing.exe");
+    ExpectUnreadable(directory.path / L"missing" / L"missing.exe");
+    ExpectUnreadable(L"");
+}
+
+TEST(ReadExecutableVersion, AFileThatIsNoExecutableCannotBeRead) {
+    const TemporaryDirectory directory;
+    for (const char* content : {"", "MZ", "text",
+                                "\x7F"
+                                "ELF"}) {
+        WriteFileContent(directory.path / L"file.exe", content);
+        ExpectUnreadable(directory.path / L"file.exe");
+    }
+    ExpectUnreadable(directory.path);
+}
+
+TEST(ReadExecutableVersion, AFileThatMayNotBeReadCannotBeRead) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path program = directory.path / L"program.exe";
+    CopyToNewFile(StandInPath(L"version-1.2.0.0.exe"), program);
+    const UniqueHandle exclusive = OwnHandle(
+        CreateFileW(program.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(exclusive);
+    ExpectUnreadable(program);
+}
+
+TEST(ReadExecutableVersion, AResourceWithoutFixedInformationHasNoVersion) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path program = directory.path / L"program.exe";
+    for (const char length : {'\0', '\x33'}) {
+        CopyPatched(L"version-1.2.0.0.exe", program, kFixedLengthOffset, {length, '\0'});
+        EXPECT_THAT([&] { ReadExecutableVersion(program); }, RaisesError(kMissing))
+            << "length " << static_cast<int>(length);
+    }
+}
+
+TEST(ReadExecutableVersion, TheSignatureIsNotChecked) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path program = directory.path / L"program.exe";
+    CopyPatched(L"version-1.2.0.0.exe", program, kSignatureOffset, std::string(4, '\x55'));
+    EXPECT_EQ(ReadExecutableVersion(program), L"1.2.0.0");
+}
+
+TEST(ReadExecutableVersion, PathsWithChineseCharactersAreReadAndNothingStaysOpen) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path program = directory.path / L"\u7A0B\u5E8F \u6587\u4EF6.exe";
+    CopyToNewFile(StandInPath(L"version-1.2.0.0.exe"), program);
+    EXPECT_EQ(ReadExecutableVersion(program), L"1.2.0.0");
+
+    const std::size_t before = CountOpenHandles();
+    EXPECT_EQ(ReadExecutableVersion(program), L"1.2.0.0");
+    ExpectUnreadable(StandInPath(L"version-none.exe"));
+    EXPECT_EQ(CountOpenHandles(), before);
+    EXPECT_NO_THROW(RemoveFile(program));
+}
+
+TEST(ReadRegisteredVersion, IsTheTextOfTheEntry) {
+    const ScopedUninstallEntry entry;
+    for (const std::wstring& version : {std::wstring(L"2.0.0.0"), std::wstring(L"\u7248\u672C 2"),
+                                        std::wstring(L" "), std::wstring(511, L'9')}) {
+        WriteUninstallEntry(L"DisplayVersion", RegistryText(version));
+        EXPECT_EQ(ReadRegisteredVersion(), version);
+    }
+}
+
+TEST(ReadRegisteredVersion, IsEmptyWhenItCannotBeRead) {
+    const ScopedUninstallEntry entry;
+    EXPECT_EQ(ReadRegisteredVersion(), L"") << "no entry";
+
+    WriteUninstallEntry(L"DisplayName", RegistryText(L"Corvellan"));
+    EXPECT_EQ(ReadRegisteredVersion(), L"") << "no value";
+
+    const std::vector<RegistryValue> values = {
+        RegistryText(std::wstring(512, L'9')),  // longer than the buffer
+        RegistryText(std::wstring(2000, L'9')),
+        {REG_DWORD, std::string(4, '\x01')},
+        {REG_BINARY, RegistryText(L"2.0.0.0").bytes},
+        {REG_MULTI_SZ, RegistryText(L"2.0.0.0").bytes},
+        RegistryText(L""),
+    };
+    for (const RegistryValue& value : values) {
+        WriteUninstallEntry(L"DisplayVersion", value);
+        EXPECT_EQ(ReadRegisteredVersion(), L"") << value.type;
+    }
+}
+
+TEST(ReadRegisteredVersion, TheTextEndsAtItsFirstZeroOrAtItsEnd) {
+    const ScopedUninstallEntry entry;
+    WriteUninstallEntry(L"DisplayVersion", {REG_SZ, AsBytes(std::wstring(L"2.0\0x", 5))});
+    EXPECT_EQ(ReadRegisteredVersion(), L"2.0");
+    WriteUninstallEntry(L"DisplayVersion", {REG_SZ, AsBytes(L"2.0")});
+    EXPECT_EQ(ReadRegisteredVersion(), L"2.0");
+}
+
+TEST(ReadRegisteredVersion, IsThatOfThe64BitView) {
+    const ScopedUninstallEntry entry;
+    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"32"), RegistryView::Of32Bit);
+    EXPECT_EQ(ReadRegisteredVersion(), L"");
+    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"64"));
+    EXPECT_EQ(ReadRegisteredVersion(), L"64");
+}
+
+TEST(RestoreRegisteredVersion, AnEmptyTextDoesNothingEvenWithoutAnEntry) {
+    const ScopedUninstallEntry entry;
+    EXPECT_NO_THROW(RestoreRegisteredVersion(L""));
+    EXPECT_FALSE(UninstallEntryExists());
+
+    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"3.0.0.0"));
+    EXPECT_NO_THROW(RestoreRegisteredVersion(L""));
+    EXPECT_EQ(ReadRegisteredVersion(), L"3.0.0.0");
+}
+
+TEST(RestoreRegisteredVersion, WithoutAnEntryItFailsAndCreatesNothing) {
+    const ScopedUninstallEntry entry;
+    EXPECT_THAT([] { RestoreRegisteredVersion(L"1.0.0.0"); }, RaisesError(kNotRestored));
+    EXPECT_FALSE(UninstallEntryExists(RegistryView::Of64Bit));
+    EXPECT_FALSE(UninstallEntryExists(RegistryView::Of32Bit));
+}
+
+TEST(RestoreRegisteredVersion, ATextOfSoManyUnitsIsStoredWithItsTerminatingZero) {
+    const ScopedUninstallEntry entry;
+    for (const std::wstring& version :
+         {std::wstring(L"1.0.0.0"), std::wstring(L"1"), std::wstring(L"\u7248\U0001F600"),
+          std::wstring(1000, L'9')}) {
+        WriteUninstallEntry(L"DisplayVersion", {REG_BINARY, std::string(2048, '\xFF')});
+        RestoreRegisteredVersion(version);
+        const auto stored = ReadUninstallEntry(L"DisplayVersion");
+        ASSERT_TRUE(stored.has_value());
+        EXPECT_EQ(stored->type, static_cast<DWORD>(REG_SZ));
+        EXPECT_EQ(stored->bytes.size(), 2 * version.size() + 2);
+        EXPECT_EQ(stored->bytes, AsBytes(version) + std::string(2, '\0'));
+    }
+}
+
+TEST(RestoreRegisteredVersion, OnlyTheVersionOfThe64BitViewChanges) {
+    const ScopedUninstallEntry entry;
+    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"32"), RegistryView::Of32Bit);
+    EXPECT_THAT([] { RestoreRegisteredVersion(L"1.0.0.0"); }, RaisesError(kNotRestored));
+
+    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"3.0.0.0"));
+    WriteUninstallEntry(L"DisplayName", RegistryText(L"Corvellan"));
+    RestoreRegisteredVersion(L"1.0.0.0");
+    EXPECT_EQ(ReadRegisteredVersion(), L"1.0.0.0");
+    EXPECT_EQ(ReadUninstallEntry(L"DisplayName")->bytes, RegistryText(L"Corvellan").bytes);
+    EXPECT_EQ(ReadUninstallEntry(L"DisplayVersion", RegistryView::Of32Bit)->bytes,
+              RegistryText(L"32").bytes);
+}
+
+TEST(RestoreRegisteredVersion, AVersionThatWasReadIsPutBackAsItWas) {
+    const ScopedUninstallEntry entry;
+    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"1.0.0.0"));
+    const std::wstring previous = ReadRegisteredVersion();
+    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"3.0.0.0"));
+    RestoreRegisteredVersion(previous);
+    EXPECT_EQ(ReadUninstallEntry(L"DisplayVersion")->bytes, RegistryText(L"1.0.0.0").bytes);
+}
+
+TEST(RegisteredVersion, NoHandleStaysOpen) {
+    const ScopedUninstallEntry entry;
+    const auto useAll = [] {
+        ReadRegisteredVersion();
+        EXPECT_THROW(RestoreRegisteredVersion(L"1.0"), std::runtime_error);
+    };
+    const auto useEntry = [] {
+        WriteUninstallEntry(L"DisplayVersion", RegistryText(L"1.0"));
+        ReadRegisteredVersion();
+        RestoreRegisteredVersion(L"2.0");
+    };
+    useAll();
+    const std::size_t before = CountOpenHandles();
+    useAll();
+    useEntry();
+    EXPECT_EQ(CountOpenHandles(), before);
+}
+
+}  // namespace
+
+}  // namespace updater
