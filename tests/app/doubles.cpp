@@ -1,0 +1,67 @@
+#include "app/doubles.h"
+
+#include <filesystem>
+#include <functional>
+
+namespace updater {
+
+Replacement<decltype(CommandLineToArgvW)> commandLineToArgv;
+Replacement<decltype(GetCommandLineW)> getCommandLine;
+Replacement<decltype(LocalFree)> localFree;
+Replacement<decltype(IsProcessElevated)> isProcessElevated;
+Replacement<decltype(RunBroker)> runBroker;
+Replacement<decltype(RunSelfTest)> runSelfTest;
+Replacement<decltype(RunWorker)> runWorker;
+
+extern "C" {
+
+extern decltype(&CommandLineToArgvW) __real___imp_CommandLineToArgvW;
+decltype(&CommandLineToArgvW) __wrap___imp_CommandLineToArgvW =
+    ImportDouble<commandLineToArgv, __real___imp_CommandLineToArgvW>::Call;
+
+extern decltype(&GetCommandLineW) __real___imp_GetCommandLineW;
+decltype(&GetCommandLineW) __wrap___imp_GetCommandLineW =
+    ImportDouble<getCommandLine, __real___imp_GetCommandLineW>::Call;
+
+extern decltype(&LocalFree) __real___imp_LocalFree;
+decltype(&LocalFree) __wrap___imp_LocalFree = ImportDouble<localFree, __real___imp_LocalFree>::Call;
+
+decltype(IsProcessElevated) __real__ZN7updater17IsProcessElevatedEv;
+decltype(IsProcessElevated) __wrap__ZN7updater17IsProcessElevatedEv;
+bool __wrap__ZN7updater17IsProcessElevatedEv() {
+    return isProcessElevated.Call(__real__ZN7updater17IsProcessElevatedEv);
+}
+
+decltype(RunBroker)
+    __real__ZN7updater9RunBrokerERKSt3mapINSt7__cxx1112basic_stringIwSt11char_traitsIwESaIwEEES6_St4lessIS6_ESaISt4pairIKS6_S6_EEE;
+decltype(RunBroker)
+    __wrap__ZN7updater9RunBrokerERKSt3mapINSt7__cxx1112basic_stringIwSt11char_traitsIwESaIwEEES6_St4lessIS6_ESaISt4pairIKS6_S6_EEE;
+int __wrap__ZN7updater9RunBrokerERKSt3mapINSt7__cxx1112basic_stringIwSt11char_traitsIwESaIwEEES6_St4lessIS6_ESaISt4pairIKS6_S6_EEE(
+    const UpdaterArguments& arguments) {
+    return runBroker.Call(
+        __real__ZN7updater9RunBrokerERKSt3mapINSt7__cxx1112basic_stringIwSt11char_traitsIwESaIwEEES6_St4lessIS6_ESaISt4pairIKS6_S6_EEE,
+        std::cref(arguments));
+}
+
+decltype(RunSelfTest) __real__ZN7updater11RunSelfTestERKNSt10filesystem7__cxx114pathE;
+decltype(RunSelfTest) __wrap__ZN7updater11RunSelfTestERKNSt10filesystem7__cxx114pathE;
+int __wrap__ZN7updater11RunSelfTestERKNSt10filesystem7__cxx114pathE(
+    const std::filesystem::path& jobDirectory) {
+    return runSelfTest.Call(__real__ZN7updater11RunSelfTestERKNSt10filesystem7__cxx114pathE,
+                            std::cref(jobDirectory));
+}
+
+decltype(RunWorker)
+    __real__ZN7updater9RunWorkerERKSt3mapINSt7__cxx1112basic_stringIwSt11char_traitsIwESaIwEEES6_St4lessIS6_ESaISt4pairIKS6_S6_EEE;
+decltype(RunWorker)
+    __wrap__ZN7updater9RunWorkerERKSt3mapINSt7__cxx1112basic_stringIwSt11char_traitsIwESaIwEEES6_St4lessIS6_ESaISt4pairIKS6_S6_EEE;
+int __wrap__ZN7updater9RunWorkerERKSt3mapINSt7__cxx1112basic_stringIwSt11char_traitsIwESaIwEEES6_St4lessIS6_ESaISt4pairIKS6_S6_EEE(
+    const UpdaterArguments& arguments) {
+    return runWorker.Call(
+        __real__ZN7updater9RunWorkerERKSt3mapINSt7__cxx1112basic_stringIwSt11char_traitsIwESaIwEEES6_St4lessIS6_ESaISt4pairIKS6_S6_EEE,
+        std::cref(arguments));
+}
+
+}  // extern "C"
+
+}  // namespace updater

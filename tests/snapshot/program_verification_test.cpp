@@ -1,0 +1,291 @@
+#include "snapshot/program_verification.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "fixtures/file_content.h"
+#include "fixtures/raised_errors.h"
+#include "fixtures/temporary_directory.h"
+#include "support/file_system.h"
+#include "support/handle.h"
+#include "support/text_conversion.h"
+#include "support/windows_api.h"
+
+namespace updater {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr char kContent[] = "corvellan";
+const std::string kDigest = "b13985843be94687071d1d8b8e128d0239647b3f62fdb74c67147427ba8a868a";
+const std::string kUpperCaseDigest =
+    "B13985843BE94687071D1D8B8E128D0239647B3F62FDB74C67147427BA8A868A";
+const std::string kOtherDigest = "d9298a10d1b0735837dc4bd85dac641b0f3cef27a47e5d53a54f2f3f5b2fcffa";
+
+constexpr char kMismatch[] = "Installed program checksum mismatch: ";
+
+// An installation directory whose listed files all hold the same content.
+struct ProgramVerification : testing::Test {
+    void Install(const std::filesystem::path& file, std::string_view content = kContent) const {
+        WriteFileContent(directory.path / file, content);
+    }
+
+    void WriteInventory(std::string_view content) const {
+        WriteFileContent(directory.path / L"program-files.tsv", content);
+    }
+
+    void ExpectAccepted(std::string_view inventory) const {
+        SCOPED_TRACE(testing::PrintToString(std::string(inventory.substr(0, 100))));
+        WriteInventory(inventory);
+        EXPECT_NO_THROW(VerifyInstalledProgram(directory.path));
+    }
+
+    void ExpectRefused(std::string_view inventory, const std::string& message) const {
+        SCOPED_TRACE(testing::PrintToString(std::string(inventory.substr(0, 100))));
+        WriteInventory(inventory);
+        EXPECT_THAT([this] { VerifyInstalledProgram(directory.path); }, RaisesError(message));
+    }
+
+    TemporaryDirectory directory;
+};
+
+std::string Entry(const std::string& path, const std::string& digest = kDigest) {
+    return path + '\t' + digest + '\n';
+}
+
+TEST_F(ProgramVerification, AcceptsFilesThatMatchWhateverTheirOrderAndSeparators) {
+    Install(L"corvellan.exe");
+    Install(L"data\\app.so");
+    Install(L"data\\fonts\\deep\\ui.ttf", "other");
+    Install(L"data\\empty.bin", "");
+    Install(L"not listed.dll", "other");
+    ExpectAccepted(Entry("data\\fonts/deep\\ui.ttf", kOtherDigest) + Entry("data/app.so") +
+                   Entry("corvellan.exe") + Entry("data\\app.so") + Entry("corvellan.exe") +
+                   Entry("data\\empty.bin",
+                         "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"));
+}
+
+TEST_F(ProgramVerification, FailsWithoutAnInventory) {
+    Install(L"corvellan.exe");
+    EXPECT_THAT([this] { VerifyInstalledProgram(directory.path); },
+                RaisesError("Installed program inventory is missing"));
+    EXPECT_THAT([this] { VerifyInstalledProgram(directory.path / L"missing"); },
+                RaisesError("Installed program inventory is missing"));
+}
+
+TEST_F(ProgramVerification, FailsWithADirectoryForAnInventory) {
+    CreateDirectories(directory.path / L"program-files.tsv");
+    EXPECT_THAT([this] { VerifyInstalledProgram(directory.path); },
+                RaisesError("Installed program inventory is missing"));
+}
+
+TEST_F(ProgramVerification, FailsWithAnInventoryThatAnotherProcessHoldsLocked) {
+    WriteInventory(Entry("corvellan.exe"));
+    const UniqueHandle lock =
+        OwnHandle(CreateFileW((directory.path / L"program-files.tsv").c_str(), GENERIC_READ, 0,
+                              nullptr, OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(lock);
+    EXPECT_THAT([this] { VerifyInstalledProgram(directory.path); },
+                RaisesError("Installed program inventory is missing"));
+}
+
+TEST_F(ProgramVerification, CallsAnInventoryOfNoBytesEmpty) {
+    ExpectRefused("", "Installed program inventory is empty");
+}
+
+TEST_F(ProgramVerification, CallsAnInventoryOfOneLineFeedInvalid) {
+    ExpectRefused("\n", "Invalid program inventory");
+}
+
+TEST_F(ProgramVerification, RefusesABlankLineAnywhere) {
+    Install(L"corvellan.exe");
+    const std::string entry = Entry("corvellan.exe");
+    for (const std::string& inventory :
+         {"\r\n"s, "\r"s, "\n" + entry, "\r\n" + entry, entry + "\n", entry + "\n\n",
+          entry + "\r\n", entry + "\r", entry + "\n" + entry, entry + " \n"}) {
+        ExpectRefused(inventory, "Invalid program inventory");
+    }
+}
+
+TEST_F(ProgramVerification, RefusesALineWithoutATab) {
+    Install(L"corvellan.exe");
+    for (const std::string& line :
+         {"corvellan.exe " + kDigest, kDigest, "# comment"s, "corvellan.exe"s, "C:\\x"s, "..\\x"s,
+          "\0"s, std::string(1'000'000, 'x')}) {
+        ExpectRefused(line + '\n', "Invalid program inventory");
+        ExpectRefused(Entry("corvellan.exe") + line, "Invalid program inventory");
+    }
+}
+
+TEST_F(ProgramVerification, AcceptsCarriageReturnsBeforeLineFeeds) {
+    Install(L"corvellan.exe");
+    Install(L"data\\app.so");
+    ExpectAccepted("corvellan.exe\t" + kDigest + "\r\ndata\\app.so\t" + kDigest + "\r\n");
+    ExpectAccepted("corvellan.exe\t" + kDigest + "\r\ndata\\app.so\t" + kDigest + "\n");
+}
+
+TEST_F(ProgramVerification, AcceptsALastLineWithoutALineFeed) {
+    Install(L"corvellan.exe");
+    Install(L"data\\app.so");
+    ExpectAccepted("corvellan.exe\t" + kDigest);
+    ExpectAccepted(Entry("corvellan.exe") + "data\\app.so\t" + kDigest);
+    ExpectRefused(Entry("corvellan.exe") + "data\\app.so\t" + kOtherDigest,
+                  kMismatch + "data\\app.so"s);
+}
+
+TEST_F(ProgramVerification, AcceptsACarriageReturnAfterTheDigest) {
+    Install(L"corvellan.exe");
+    ExpectAccepted("corvellan.exe\t" + kDigest + "\r\n");
+    ExpectAccepted("corvellan.exe\t" + kDigest + "\r");
+}
+
+TEST_F(ProgramVerification, RefusesAnUpperCaseDigest) {
+    Install(L"corvellan.exe");
+    ExpectRefused(Entry("corvellan.exe", kUpperCaseDigest), kMismatch + "corvellan.exe"s);
+}
+
+TEST_F(ProgramVerification, RefusesADigestThatIsNotExactlyTheFilesOwn) {
+    Install(L"corvellan.exe");
+    for (const std::string& digest :
+         {kDigest + " ", " " + kDigest, kDigest + "\t", "\t" + kDigest, kDigest + "\tcolumn",
+          kDigest + "\r\r", kDigest + "\r ", kDigest + "\0"s, kDigest.substr(0, 63), kDigest + "0",
+          ""s, kOtherDigest, "0x" + kDigest, std::string(1'000'000, 'd')}) {
+        ExpectRefused(Entry("corvellan.exe", digest), kMismatch + "corvellan.exe"s);
+    }
+}
+
+TEST_F(ProgramVerification, FindsAFileWithChineseCharactersAndSpacesInItsPath) {
+    Install(L"data\\\u4E2D\u6587 path\\\u6570\u636E file.bin");
+    ExpectAccepted(Entry("data/\u4E2D\u6587 path/\u6570\u636E file.bin"));
+    ExpectRefused(Entry("data/\u4E2D\u6587 path/\u6570\u636E file.bin", kOtherDigest),
+                  kMismatch + "data/\u4E2D\u6587 path/\u6570\u636E file.bin"s);
+}
+
+TEST_F(ProgramVerification, NamesAMismatchingFileAsItsInventoryDoes) {
+    Install(L"data\\sub\\app.so", "other");
+    for (const std::string path : {"data/sub/app.so", "data\\sub/app.so", "data\\\\sub//app.so",
+                                   "./data/.\\sub\\app.so", "DATA/Sub/APP.so"}) {
+        ExpectRefused(Entry(path), kMismatch + path);
+    }
+}
+
+TEST_F(ProgramVerification, RefusesTraversal) {
+    Install(L"x");
+    Install(L"app\\x");
+    for (const std::string path : {"app/../../x", "..\\x", "..", "app/../x", "app\\..\\app\\x",
+                                   "app/..", "./../x", "\\..\\x", "\u4E2D\u6587/../x"}) {
+        ExpectRefused(Entry(path), "Invalid program inventory traversal");
+    }
+}
+
+TEST_F(ProgramVerification, RefusesARootedPath) {
+    Install(L"x");
+    for (const std::string path :
+         {"C:\\x", "C:x", "c:/x", "\\\\server\\share\\x", "//server/share/x", "//?/C:/x",
+          "\\\\?\\C:\\x", "\\\\.\\pipe\\x", "\\?\?\\C:\\x", "C:..\\x"}) {
+        ExpectRefused(Entry(path), "Invalid program inventory path");
+    }
+    // Even when the file is the very one in the installation.
+    ExpectRefused(Entry(WideToUtf8((directory.path / L"x").native())),
+                  "Invalid program inventory path");
+}
+
+TEST_F(ProgramVerification, TakesAPathWithALeadingSeparatorFromTheRootOfTheDrive) {
+    Install(L"data\\app.so");
+    const std::filesystem::path file = directory.path / L"data\\app.so";
+    const std::string path = WideToUtf8(file.native().substr(file.root_name().native().size()));
+    ASSERT_EQ(path.front(), '\\');
+    ExpectAccepted(Entry(path));
+    ExpectRefused(Entry("\\data\\app.so"), "SHA256 verification failed");
+}
+
+TEST_F(ProgramVerification, AcceptsElementsOfOneDotButFindsNoneOfThree) {
+    Install(L"data\\app.so");
+    ExpectAccepted(Entry("./data/./app.so"));
+    ExpectRefused(Entry("data/.../missing.so"), "SHA256 verification failed");
+}
+
+TEST_F(ProgramVerification, TakesAByteOrderMarkForPartOfTheFirstPath) {
+    Install(L"corvellan.exe");
+    ExpectRefused("\xEF\xBB\xBF" + Entry("corvellan.exe"), "SHA256 verification failed");
+    Install(L"\uFEFFcorvellan.exe");
+    ExpectAccepted("\xEF\xBB\xBF" + Entry("corvellan.exe"));
+}
+
+TEST_F(ProgramVerification, FailsForAListedFileThatIsMissingOrNoFile) {
+    Install(L"corvellan.exe");
+    CreateDirectories(directory.path / L"directory");
+    for (const std::string path :
+         {"missing.dll", "missing/app.so", "corvellan.exe/app.so", "directory", "directory/", "",
+          ".", "\xFF.dll", "corvellan.exe\xC3", "a<b", "corvellan.exe|"}) {
+        ExpectRefused(Entry(path), "SHA256 verification failed");
+    }
+    ExpectRefused(Entry(std::string(1'000'000, 'x')), "SHA256 verification failed");
+}
+
+TEST_F(ProgramVerification, FailsForAListedFileThatAnotherProcessHoldsLocked) {
+    Install(L"corvellan.exe");
+    WriteInventory(Entry("corvellan.exe"));
+    const UniqueHandle lock =
+        OwnHandle(CreateFileW((directory.path / L"corvellan.exe").c_str(), GENERIC_READ, 0, nullptr,
+                              OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(lock);
+    EXPECT_THAT([this] { VerifyInstalledProgram(directory.path); },
+                RaisesError("SHA256 verification failed"));
+}
+
+TEST_F(ProgramVerification, StopsAtTheFirstLineThatFails) {
+    Install(L"corvellan.exe");
+    const std::string mismatch = Entry("corvellan.exe", kOtherDigest);
+    ExpectRefused(mismatch + "no tab\n" + Entry("C:\\x"), kMismatch + "corvellan.exe"s);
+    ExpectRefused("no tab\n" + mismatch, "Invalid program inventory");
+    ExpectRefused(Entry("C:\\x") + Entry("..\\x"), "Invalid program inventory path");
+    ExpectRefused(Entry("..\\x") + Entry("C:\\x"), "Invalid program inventory traversal");
+    ExpectRefused(Entry("missing") + "\n", "SHA256 verification failed");
+    ExpectRefused(Entry("corvellan.exe") + Entry("missing") + mismatch,
+                  "SHA256 verification failed");
+}
+
+TEST_F(ProgramVerification, ChecksALineForItsTabThenRootThenTraversalThenDigest) {
+    ExpectRefused("C:\\..\\missing " + kDigest, "Invalid program inventory");
+    ExpectRefused(Entry("C:\\..\\missing"), "Invalid program inventory path");
+    ExpectRefused(Entry("a\\..\\missing"), "Invalid program inventory traversal");
+    ExpectRefused(Entry("a\\missing", kUpperCaseDigest), "SHA256 verification failed");
+}
+
+TEST_F(ProgramVerification, TakesTheInstallationDirectoryWithAnySeparatorAtItsEnd) {
+    Install(L"data\\app.so");
+    WriteInventory(Entry("data/app.so"));
+    EXPECT_NO_THROW(VerifyInstalledProgram(directory.path.native() + L"\\"));
+    EXPECT_NO_THROW(VerifyInstalledProgram(directory.path.native() + L"/"));
+}
+
+TEST_F(ProgramVerification, ChangesNothingAndLeavesNoFileOpen) {
+    Install(L"corvellan.exe");
+    const std::filesystem::path inventory = directory.path / L"program-files.tsv";
+    for (const std::string& content :
+         {Entry("corvellan.exe"), Entry("corvellan.exe", kOtherDigest) + "more", "no tab"s, ""s}) {
+        SCOPED_TRACE(content);
+        WriteInventory(content);
+        const auto before = ReadTreeContent(directory.path);
+        try {
+            VerifyInstalledProgram(directory.path);
+        } catch (const std::runtime_error&) {
+            // What it says is the other tests' business.
+        }
+        EXPECT_EQ(ReadTreeContent(directory.path), before);
+        // An open stream would share its file for reading and writing, not for deletion.
+        EXPECT_TRUE(DeleteFileW(inventory.c_str()));
+        EXPECT_TRUE(MoveFileExW((directory.path / L"corvellan.exe").c_str(),
+                                (directory.path / L"moved.exe").c_str(), 0));
+        EXPECT_TRUE(MoveFileExW((directory.path / L"moved.exe").c_str(),
+                                (directory.path / L"corvellan.exe").c_str(), 0));
+    }
+}
+
+}  // namespace
+}  // namespace updater
