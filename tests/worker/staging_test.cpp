@@ -1,0 +1,247 @@
+#include "worker/staging.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <functional>
+#include <regex>
+
+#include "fixtures/file_content.h"
+#include "fixtures/processes/failing_steps.h"
+#include "fixtures/raised_errors.h"
+#include "fixtures/temporary_directory.h"
+#include "support/file_digest.h"
+#include "support/file_system.h"
+#include "support/handle.h"
+#include "worker/staging_world.h"
+
+namespace updater {
+namespace {
+
+constexpr char kInaccessible[] = "Protected staging directory already exists or is inaccessible";
+constexpr char kMismatch[] = "Protected installer size or SHA256 mismatch";
+
+struct StagingDirectoryTest : testing::Test {
+    std::vector<std::string> actions;
+    StagingWorld world{actions};
+};
+
+TEST_F(StagingDirectoryTest, LiesUnderTheMachinesDataFolderWithAFreshName) {
+    const std::filesystem::path first = CreateStagingDirectory();
+    const std::filesystem::path second = CreateStagingDirectory();
+    EXPECT_NE(first, second);
+    const std::wregex form(LR"(CorvellanUpdate-\{[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\})");
+    for (const std::filesystem::path& directory : {first, second}) {
+        EXPECT_TRUE(std::regex_match(directory.filename().native(), form));
+        EXPECT_EQ(directory.parent_path().native(), _wgetenv(L"ProgramData"));
+        EXPECT_TRUE(ReadTreeContent(directory).empty());
+    }
+    EXPECT_EQ(world.created, (std::vector{first, second}));
+}
+
+TEST_F(StagingDirectoryTest, AsksForTheCommonDataFolderOfThisMachine) {
+    CreateStagingDirectory();
+    ASSERT_EQ(world.folderQueries.size(), 1U);
+    constexpr GUID kCommonData = {
+        0x62AB5D82, 0xFDC1, 0x4DC3, {0xA9, 0xDD, 0x07, 0x0D, 0x1D, 0x49, 0x5D, 0x97}};
+    EXPECT_NE(IsEqualGUID(world.folderQueries[0].folder, kCommonData), 0);
+    EXPECT_EQ(world.folderQueries[0].flags, 0U);
+    EXPECT_EQ(world.folderQueries[0].token, nullptr);
+}
+
+TEST_F(StagingDirectoryTest, GrantsFullAccessToTheSystemAndAdministratorsAlone) {
+    CreateStagingDirectory();
+    EXPECT_EQ(world.securityTexts,
+              std::vector<std::wstring>{L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)"});
+    EXPECT_EQ(world.securityRevisions, std::vector<DWORD>{1});
+    ASSERT_EQ(world.creations.size(), 1U);
+    const DirectoryCreation& creation = world.creations.front();
+    EXPECT_FALSE(creation.inheritsHandle);
+    EXPECT_TRUE(creation.isProtected);
+    constexpr int kInherited = OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE;
+    EXPECT_EQ(creation.entries,
+              (std::vector<AccessEntry>{
+                  {ACCESS_ALLOWED_ACE_TYPE, kInherited, FILE_ALL_ACCESS, L"S-1-5-18"},
+                  {ACCESS_ALLOWED_ACE_TYPE, kInherited, FILE_ALL_ACCESS, L"S-1-5-32-544"}}));
+}
+
+TEST_F(StagingDirectoryTest, TakesItsStepsInTheirOrderAndReleasesTheSystemsMemory) {
+    CreateStagingDirectory();
+    EXPECT_EQ(actions, (std::vector<std::string>{"find data folder", "release memory",
+                                                 "create identity", "make security descriptor",
+                                                 "create staging directory", "release memory"}));
+    EXPECT_TRUE(world.unreleased.empty());
+}
+
+TEST_F(StagingDirectoryTest, IsNotMadeWithoutTheDataFolder) {
+    world.faults.folderUnknown = true;
+    EXPECT_THAT([] { CreateStagingDirectory(); },
+                RaisesError("Cannot locate machine staging directory"));
+    EXPECT_EQ(actions, std::vector<std::string>{"find data folder"});
+}
+
+TEST_F(StagingDirectoryTest, IsNotMadeWithoutAnIdentity) {
+    world.faults.identityUnavailable = true;
+    EXPECT_THAT([] { CreateStagingDirectory(); }, RaisesError("Cannot create update job identity"));
+    EXPECT_TRUE(world.securityTexts.empty());
+    EXPECT_TRUE(world.unreleased.empty());
+}
+
+TEST_F(StagingDirectoryTest, IsNotMadeWithoutItsProtection) {
+    world.faults.securityUnavailable = true;
+    EXPECT_THAT([] { CreateStagingDirectory(); },
+                RaisesError("Cannot create protected staging directory"));
+    EXPECT_TRUE(world.creations.empty());
+    EXPECT_TRUE(world.unreleased.empty());
+}
+
+TEST_F(StagingDirectoryTest, IsMissedWhenItCannotBeCreated) {
+    world.faults.directoryUnavailable = true;
+    EXPECT_THAT([] { CreateStagingDirectory(); }, RaisesError(kInaccessible));
+    EXPECT_TRUE(world.unreleased.empty());
+}
+
+TEST_F(StagingDirectoryTest, IsNeverOneThatExistsAlready) {
+    world.identity = GUID{0x01020304, 0x0506, 0x0708, {9, 10, 11, 12, 13, 14, 15, 16}};
+    const std::filesystem::path first = CreateStagingDirectory();
+    EXPECT_EQ(first.filename(), L"CorvellanUpdate-{01020304-0506-0708-090A-0B0C0D0E0F10}");
+    WriteFileContent(first / L"installer.exe", "of another run");
+
+    EXPECT_THAT([] { CreateStagingDirectory(); }, RaisesError(kInaccessible));
+    EXPECT_EQ(ReadFileContent(first / L"installer.exe"), "of another run");
+}
+
+TEST_F(StagingDirectoryTest, IsNotMadeThroughFoldersThatAreMissing) {
+    const TemporaryDirectory directory;
+    world.dataFolder = directory.path / L"missing";
+    EXPECT_THAT([] { CreateStagingDirectory(); }, RaisesError(kInaccessible));
+    EXPECT_FALSE(PathExists(world.dataFolder));
+}
+
+TEST_F(StagingDirectoryTest, LiesInADataFolderOfAnyName) {
+    const TemporaryDirectory directory;
+    world.dataFolder = directory.path;
+    EXPECT_EQ(CreateStagingDirectory().parent_path(), directory.path);
+}
+
+constexpr char kContent[] = "a setup program";
+
+struct StageInstallerTest : testing::Test {
+    StageInstallerTest() {
+        CreateDirectories(staging);
+        WriteFileContent(installer, kContent);
+        digest = FileSha256Hex(installer);
+    }
+
+    std::filesystem::path Stage() const { return StageInstaller(installer, staging, size, digest); }
+
+    TemporaryDirectory directory;
+    std::filesystem::path installer = directory.path / L"\u4E0B\u8F7D setup 2.exe";
+    std::filesystem::path staging = directory.path / L"\u6682\u5B58 staging";
+    std::filesystem::path copy = staging / L"installer.exe";
+    std::uint64_t size = sizeof(kContent) - 1;
+    std::string digest;
+};
+
+TEST_F(StageInstallerTest, CopiesTheSetupProgramAndReturnsTheCopy) {
+    EXPECT_EQ(StageInstaller(installer, staging, size, digest), copy);
+    EXPECT_EQ(ReadFileContent(copy), kContent);
+    EXPECT_EQ(ReadFileContent(installer), kContent);
+}
+
+TEST_F(StageInstallerTest, RaisesWhenTheSetupProgramIsMissing) {
+    RemoveFile(installer);
+    EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
+                RaisesFileSystemError("copy_file", installer, copy));
+}
+
+TEST_F(StageInstallerTest, NeverReplacesAFile) {
+    WriteFileContent(copy, "here before");
+    EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
+                RaisesFileSystemError("copy_file", installer, copy));
+    EXPECT_EQ(ReadFileContent(copy), "here before");
+}
+
+TEST_F(StageInstallerTest, RefusesAnotherSizeWithoutComputingTheDigest) {
+    int digests = 0;
+    const ScopedReplacement<decltype(BCryptOpenAlgorithmProvider)> provider(
+        doubles::openAlgorithmProvider,
+        [&](BCRYPT_ALG_HANDLE* handle, LPCWSTR identifier, LPCWSTR implementation, ULONG flags) {
+            ++digests;
+            return BCryptOpenAlgorithmProvider(handle, identifier, implementation, flags);
+        });
+    for (const std::uint64_t wrong : {size - 1, size + 1, std::uint64_t{0}, size + 0x1'0000'0000}) {
+        size = wrong;
+        EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
+                    RaisesError(kMismatch));
+        EXPECT_EQ(ReadFileContent(copy), kContent);
+        RemoveFile(copy);
+    }
+    EXPECT_EQ(digests, 0);
+    size = sizeof(kContent) - 1;
+    StageInstaller(installer, staging, size, digest);
+    EXPECT_EQ(digests, 1);
+}
+
+TEST_F(StageInstallerTest, RefusesAnyOtherDigestText) {
+    std::string upperCase = digest;
+    for (char& character : upperCase) {
+        character = static_cast<char>(std::toupper(character));
+    }
+    ASSERT_NE(upperCase, digest);
+    std::string other = digest;
+    other.front() = other.front() == '0' ? '1' : '0';
+    for (const std::string& wrong : {upperCase, other, digest + " ", digest.substr(1), " " + digest,
+                                     std::string(), std::string("0")}) {
+        SCOPED_TRACE(wrong);
+        EXPECT_THAT([&] { StageInstaller(installer, staging, size, wrong); },
+                    RaisesError(kMismatch));
+        EXPECT_EQ(ReadFileContent(copy), kContent);
+        RemoveFile(copy);
+    }
+}
+
+// Does something right after the copy was made.
+struct AfterCopy {
+    explicit AfterCopy(std::function<void()> action)
+        : copyFile(doubles::copyFile, [action](LPCWSTR source, LPCWSTR target, BOOL failing) {
+              const BOOL done = CopyFileW(source, target, failing);
+              action();
+              return done;
+          }) {}
+    ScopedReplacement<decltype(CopyFileW)> copyFile;
+};
+
+TEST_F(StageInstallerTest, ChecksTheCopyNotTheSource) {
+    {
+        const AfterCopy swapped([&] { WriteFileContent(installer, "swapped"); });
+        EXPECT_EQ(StageInstaller(installer, staging, size, digest), copy);
+    }
+    RemoveFile(copy);
+    WriteFileContent(installer, kContent);
+    const AfterCopy spoiled([&] { WriteFileContent(copy, "A setup program"); });
+    EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); }, RaisesError(kMismatch));
+    EXPECT_EQ(ReadFileContent(installer), kContent);
+}
+
+TEST_F(StageInstallerTest, RaisesWhenTheCopysSizeCannotBeRead) {
+    const AfterCopy vanished([&] { RemoveFile(copy); });
+    EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
+                RaisesFileSystemError("file_size", copy));
+}
+
+TEST_F(StageInstallerTest, RaisesWhenTheCopyCannotBeReadAndLeavesIt) {
+    UniqueHandle held;
+    const AfterCopy locked([&] {
+        held = OwnHandle(
+            CreateFileW(copy.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    });
+    EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
+                RaisesError("SHA256 verification failed"));
+    held.reset();
+    EXPECT_EQ(ReadFileContent(copy), kContent);
+}
+
+}  // namespace
+}  // namespace updater
