@@ -5,11 +5,11 @@
 #include <filesystem>
 #include <string>
 
-#include "demo/host_update.h"
 #include "demo/narration.h"
 #include "end_to_end/application.h"
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/error_box.h"
+#include "end_to_end/host_update.h"
 #include "end_to_end/installed_program.h"
 #include "end_to_end/running_processes.h"
 #include "end_to_end/uninstall_entry.h"
@@ -78,10 +78,17 @@ void InstallVersion1(const Stage& stage) {
     Tell("          the user adds " + std::to_string(UserData().size()) + " files of their own");
 }
 
+// The prompt for administrator rights is granted.
+HostUpdate RequestUpdate(const Stage& stage) {
+    HostUpdate update = StartHostUpdate(stage.installDirectory, stage.feedDirectory, TellRecord);
+    AnswerPrompt(update.run);
+    return update;
+}
+
 void UpdateToVersion2(const Stage& stage) {
     Tell("\n2. The application is asked to update itself to version 2.0.0.0");
     OfferUpdate(stage.feedDirectory, SetupProgram(L"v2"), "2.0.0.0");
-    const HostUpdate update = StartHostUpdate(stage.installDirectory, stage.feedDirectory);
+    const HostUpdate update = RequestUpdate(stage);
     const std::uint32_t exitCode = AwaitBroker(update.run);
     TellCheck(exitCode == 0, "the updater ends with exit code " + std::to_string(exitCode));
     TellNoDifferences(FindInventoryDifferences(stage.installDirectory),
@@ -113,7 +120,7 @@ void RollVersion3Back(const Stage& stage) {
     Tell("\n3. It is asked to update itself to version 3.0.0.0, which was put together wrongly");
     const FileContents before = ReadProgramFiles(stage.installDirectory);
     OfferUpdate(stage.feedDirectory, SetupProgram(L"v3-broken"), "3.0.0.0");
-    const HostUpdate update = StartHostUpdate(stage.installDirectory, stage.feedDirectory);
+    const HostUpdate update = RequestUpdate(stage);
     TellErrorBox(update);
     const std::uint32_t exitCode = AwaitBroker(update.run);
     TellCheck(exitCode == 1, "the updater ends with exit code " + std::to_string(exitCode));

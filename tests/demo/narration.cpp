@@ -1,6 +1,8 @@
 #include "demo/narration.h"
 
+#include <iomanip>
 #include <iostream>
+#include <sstream>
 
 namespace updater {
 
@@ -15,6 +17,14 @@ int& FailedChecks() {
 
 void Tell(const std::string& line) {
     std::cout << line << '\n' << std::flush;
+}
+
+void TellRecord(const StatusRecord& record) {
+    std::ostringstream line;
+    line << "  [" << std::fixed << std::setprecision(1) << std::setw(4)
+         << static_cast<double>(record.elapsed.count()) / 1000 << " s] " << std::left
+         << std::setw(12) << record.state << record.message;
+    Tell(line.str());
 }
 
 void TellCheck(bool held, const std::string& promise) {

@@ -3,10 +3,15 @@
 #include <string>
 #include <vector>
 
+#include "end_to_end/record_collector.h"
+
 namespace updater {
 
 /// Writes one line, UTF-8, to the standard output at once.
 void Tell(const std::string& line);
+
+/// Tells a status record with the time at which it came.
+void TellRecord(const StatusRecord& record);
 
 /// Tells whether something that the demonstration promises held, and counts it if not.
 void TellCheck(bool held, const std::string& promise);

@@ -1,7 +1,9 @@
 #include "end_to_end/application.h"
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 #include "end_to_end/running_processes.h"
 #include "end_to_end/waiting.h"
@@ -53,9 +55,11 @@ Application StartApplication(const std::filesystem::path& installDirectory, Star
 Application AwaitApplication(const std::filesystem::path& installDirectory) {
     Application application;
     AwaitCondition("the application's restart", [&] {
-        for (const std::uint32_t id : ListApplications(installDirectory)) {
-            application = {OpenRunningProcess(id), id};
+        const std::vector<std::uint32_t> running = ListApplications(installDirectory);
+        if (running.empty()) {
+            return false;
         }
+        application = {OpenRunningProcess(running.front()), running.front()};
         return application.process != nullptr;
     });
     AwaitWindow(application);
@@ -63,10 +67,9 @@ Application AwaitApplication(const std::filesystem::path& installDirectory) {
 }
 
 std::vector<std::uint32_t> ListApplications(const std::filesystem::path& installDirectory) {
-    std::vector<std::uint32_t> processIds;
-    for (const RunningProcess& running : ListProcessesOf(ApplicationPath(installDirectory))) {
-        processIds.push_back(running.id);
-    }
+    const std::vector<RunningProcess> running = ListProcessesOf(ApplicationPath(installDirectory));
+    std::vector<std::uint32_t> processIds(running.size());
+    std::ranges::transform(running, processIds.begin(), &RunningProcess::id);
     return processIds;
 }
 
@@ -80,13 +83,15 @@ void CloseApplication(const Application& application) {
 std::optional<Session> FindSession(const std::filesystem::path& installDirectory,
                                    const Application& application) {
     std::ifstream log(installDirectory / kSessionLog, std::ios::binary);
+    std::optional<Session> last;
+    // An earlier run may have had the same process id.
     for (std::string line; std::getline(log, line);) {
         std::optional<Session> session = ParseSession(line);
         if (session && session->processId == application.id) {
-            return session;
+            last = std::move(session);
         }
     }
-    return std::nullopt;
+    return last;
 }
 
 }  // namespace updater

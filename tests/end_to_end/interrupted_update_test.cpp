@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <ostream>
+#include <chrono>
 
 #include "elevation/consent.h"
 #include "end_to_end/build_outputs.h"
@@ -16,11 +16,21 @@ namespace updater {
 
 namespace {
 
-const std::string kReadyText =
-    RecordText("ready", "Authorized helper is waiting for application exit", 0);
+std::string ReadyText() {
+    return RecordText("ready", "Authorized helper is waiting for application exit", 0);
+}
 
 // Updates that end between the prompt and the installation.
 struct InterruptedUpdate : UpdateTest {
+    void ExpectEndAtThePrompt(const wchar_t* consent, const std::string& recordText) {
+        job.consent = consent;
+        AskForUpdate();
+        AnswerPrompt(run);
+
+        ExpectQuietEnd(run, job.jobDirectory, recordText, 1);
+        ExpectApplicationLeftAlone();
+    }
+
     void ExpectApplicationLeftAlone() const {
         EXPECT_FALSE(HasEnded(application.process.get()));
         ExpectNothingChanged(*this);
@@ -44,7 +54,7 @@ TEST_P(CancelledUpdate, EndsTheBrokerWithoutARecordOfItsOwn) {
     BeginUpdate();
     PlaceMarker();
 
-    ExpectQuietEnd(run, job.jobDirectory, kReadyText, 2);
+    ExpectQuietEnd(run, job.jobDirectory, ReadyText(), 2);
     ExpectApplicationLeftAlone();
     // It waits for a go-ahead that will not come.
     EXPECT_FALSE(HasEnded(run.helper.get()));
@@ -54,12 +64,13 @@ TEST_P(CancelledUpdate, IsCancelledEvenIfTheApplicationHasAlsoExited) {
     AskForUpdate();
     {
         const ProcessPause pause(run.brokerId);
-        AnswerPrompt(run);
+        SetEvent(run.answered.get());
+        AwaitRecord(run, "authorized");
         PlaceMarker();
         CloseApplication(application);
     }
 
-    ExpectQuietEnd(run, job.jobDirectory, kReadyText, 2);
+    ExpectQuietEnd(run, job.jobDirectory, ReadyText(), 2);
     ExpectNothingChanged(*this);
     EXPECT_EQ(ListApplications(job.installDirectory), std::vector<std::uint32_t>());
 }
@@ -70,40 +81,27 @@ INSTANTIATE_TEST_SUITE_P(Markers, CancelledUpdate, testing::Values(Marker::File,
                          });
 
 TEST_F(InterruptedUpdate, ReportsAHelperThatEndsBeforeItIsReady) {
-    job.consent = kConsentHelperDies;
-    AskForUpdate();
-    AnswerPrompt(run);
-
-    ExpectQuietEnd(run, job.jobDirectory,
-                   RecordText("failed", "Upgrade helper did not become ready", 1), 1);
-    ExpectApplicationLeftAlone();
+    ExpectEndAtThePrompt(kConsentHelperDies,
+                         RecordText("failed", "Upgrade helper did not become ready", 1));
 }
 
 TEST_F(InterruptedUpdate, KeepsAnEarlierRecordWhenTheHelperEndsBeforeItIsReady) {
     const std::string earlier = RecordText("succeeded", "Installed version 1.0.0.0", 0);
     WriteFileContent(job.jobDirectory / L"status.json", earlier);
-    job.consent = kConsentHelperDies;
-    AskForUpdate();
-    AnswerPrompt(run);
 
-    ExpectQuietEnd(run, job.jobDirectory, earlier, 1);
+    ExpectEndAtThePrompt(kConsentHelperDies, earlier);
 }
 
 TEST_F(InterruptedUpdate, KeepsTheReportOfAWorkerThatWasNotElevated) {
-    job.consent = kConsentWithoutRights;
-    AskForUpdate();
-    AnswerPrompt(run);
-
-    ExpectQuietEnd(run, job.jobDirectory,
-                   RecordText("failed", "Administrator authorization is required", 1), 1);
-    ExpectApplicationLeftAlone();
+    ExpectEndAtThePrompt(kConsentWithoutRights,
+                         RecordText("failed", "Administrator authorization is required", 1));
 }
 
 TEST_F(InterruptedUpdate, EndsWithAWorkerThatDiesWhileTheApplicationIsOpen) {
     BeginUpdate();
     TerminateProcess(OpenWorker(run).get(), 7);
 
-    ExpectQuietEnd(run, job.jobDirectory, kReadyText, 1);
+    ExpectQuietEnd(run, job.jobDirectory, ReadyText(), 1);
     ExpectApplicationLeftAlone();
 }
 
@@ -143,30 +141,49 @@ TEST_F(InterruptedUpdate, KeepsASecondUpdateFromInstallingAtTheSameTime) {
 }
 
 // The broker gives the go-ahead only after the application's end, so here the test is the broker.
-TEST_F(InterruptedUpdate, IsGivenUpByTheWorkerWhenTheApplicationStaysOpenAfterTheGoAhead) {
-    const std::wstring baseName = L"Local\\CorvellanUpdate-" + CreateJobIdentity();
-    const UniqueHandle ready =
-        OwnHandle(CreateEventW(nullptr, TRUE, FALSE, ReadyEventName(baseName).c_str()));
-    const UniqueHandle commit =
-        OwnHandle(CreateEventW(nullptr, TRUE, FALSE, CommitEventName(baseName).c_str()));
-    application = StartApplication(job.installDirectory);
-    UpdaterArguments options = Options();
-    options[kEventOption] = baseName;
-    const StartedProgram worker =
-        StartProgram({RealUpdater(), CommandLineOf(kWorkerFlag, options)});
-    AwaitCondition("the worker's readiness", [&] { return IsSignalledWithin(ready.get(), 0); });
+struct UpdateWithEarlyGoAhead : InterruptedUpdate {
+    void StartWorker() {
+        const std::wstring baseName = L"Local\\CorvellanUpdate-" + CreateJobIdentity();
+        ready = OwnHandle(CreateEventW(nullptr, TRUE, FALSE, ReadyEventName(baseName).c_str()));
+        commit = OwnHandle(CreateEventW(nullptr, TRUE, FALSE, CommitEventName(baseName).c_str()));
+        application = StartApplication(job.installDirectory);
+        UpdaterArguments options = Options();
+        options[kEventOption] = baseName;
+        worker = StartProgram({RealUpdater(), CommandLineOf(kWorkerFlag, options)});
+        AwaitCondition("the worker's readiness", [&] { return IsSignalledWithin(ready.get(), 0); });
+    }
+
+    UniqueHandle ready;
+    UniqueHandle commit;
+    StartedProgram worker;
+};
+
+TEST_F(UpdateWithEarlyGoAhead, IsGivenUpTenSecondsLaterIfTheApplicationIsStillOpen) {
+    StartWorker();
     EXPECT_EQ(NewStagingDirectories().size(), 1U);
     const auto begin = std::chrono::steady_clock::now();
     SetEvent(commit.get());
 
     EXPECT_EQ(AwaitEnd(worker.process.get(), "the worker's end"), 2U);
 
-    const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin);
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
     EXPECT_NEAR(seconds.count(), 10.0, 2.0);
     EXPECT_EQ(LastRecordText(job.jobDirectory),
               RecordText("cancelled", "Application remained open; installation cancelled", 0));
     EXPECT_EQ(NewStagingDirectories(), std::vector<std::filesystem::path>());
     ExpectApplicationLeftAlone();
+}
+
+TEST_F(UpdateWithEarlyGoAhead, IsInstalledIfTheApplicationExitsInTime) {
+    StartWorker();
+    SetEvent(commit.get());
+    CloseApplication(application);
+
+    EXPECT_EQ(AwaitEnd(worker.process.get(), "the worker's end"), 0U);
+
+    EXPECT_EQ(LastRecordText(job.jobDirectory),
+              RecordText("succeeded", "Installed version 2.0.0.0", 0));
+    EXPECT_EQ(FindInventoryDifferences(job.installDirectory), std::vector<std::string>());
 }
 
 }  // namespace

@@ -132,12 +132,4 @@ std::vector<StatusRecord> RecordCollector::Records() {
     return records;
 }
 
-std::vector<std::string> RecordCollector::States() {
-    std::vector<std::string> states;
-    for (const StatusRecord& record : Records()) {
-        states.push_back(record.state);
-    }
-    return states;
-}
-
 }  // namespace updater

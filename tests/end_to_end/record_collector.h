@@ -39,7 +39,6 @@ struct RecordCollector {
 
     /// The records so far.
     std::vector<StatusRecord> Records();
-    std::vector<std::string> States();
 
     std::filesystem::path jobDirectory;
     RecordObserver observer;

@@ -31,7 +31,7 @@ struct RefusedUpdate : UpdateTest {
         ExpectQuietEnd(run, job.jobDirectory, RecordText("failed", message, 1), 1);
     }
 
-    bool WasAskedForRights() const { return IsSignalledWithin(run.asked.get(), 0); }
+    [[nodiscard]] bool WasAskedForRights() const { return IsSignalledWithin(run.asked.get(), 0); }
 
     void ExpectApplicationStillOpen() const {
         EXPECT_FALSE(HasEnded(application.process.get()));
@@ -120,11 +120,12 @@ std::ostream& operator<<(std::ostream& stream, const WrongOption& wrong) {
 struct UpdateWithWrongOption : RefusedUpdate, testing::WithParamInterface<WrongOption> {};
 
 TEST_P(UpdateWithWrongOption, IsRefusedByTheWorker) {
+    const WrongOption& wrong = GetParam();
     application = StartApplication(job.installDirectory);
     UpdaterArguments options = Options();
-    options[GetParam().option] = GetParam().value;
+    options[wrong.option] = wrong.value;
 
-    ExpectRefusalByWorker(options, GetParam().message);
+    ExpectRefusalByWorker(options, wrong.message);
 
     ExpectApplicationStillOpen();
 }

@@ -5,8 +5,7 @@
 // After the Windows types that they need.
 #include <tlhelp32.h>
 
-#include <algorithm>
-#include <cwchar>
+#include <set>
 #include <stdexcept>
 #include <string_view>
 
@@ -54,6 +53,14 @@ std::filesystem::path ImageOf(HANDLE process) {
     }
 }
 
+void EndProcess(std::uint32_t processId) {
+    const UniqueHandle process = OpenRunningProcess(processId);
+    if (process) {
+        TerminateProcess(process.get(), kEndedByTest);
+        AwaitEnd(process.get(), "the end of a process that the test ended");
+    }
+}
+
 }  // namespace
 
 std::vector<RunningProcess> ListRunningProcesses() {
@@ -85,13 +92,12 @@ UniqueHandle OpenRunningProcess(std::uint32_t processId) {
 }
 
 void EndProcessesBelow(const std::filesystem::path& directory) {
+    std::set<std::uint32_t> ended;
+    // A process comes after the one that started it.
     for (const RunningProcess& running : ListRunningProcesses()) {
-        if (IsBelow(running.image, directory)) {
-            const UniqueHandle process = OpenRunningProcess(running.id);
-            if (process) {
-                TerminateProcess(process.get(), kEndedByTest);
-                AwaitEnd(process.get(), "the end of a process that the test ended");
-            }
+        if (IsBelow(running.image, directory) || ended.contains(running.parentId)) {
+            ended.insert(running.id);
+            EndProcess(running.id);
         }
     }
 }
@@ -102,7 +108,7 @@ ProcessPause::ProcessPause(std::uint32_t processId) {
     entry.dwSize = sizeof(entry);
     for (BOOL more = Thread32First(snapshot.get(), &entry); more != 0;
          more = Thread32Next(snapshot.get(), &entry)) {
-        if (entry.th32OwnerProcessID == processId) {
+        if (processId != 0 && entry.th32OwnerProcessID == processId) {
             UniqueHandle thread =
                 OwnHandle(OpenThread(THREAD_SUSPEND_RESUME, FALSE, entry.th32ThreadID));
             if (!thread || SuspendThread(thread.get()) == static_cast<DWORD>(-1)) {

@@ -23,10 +23,11 @@ std::vector<RunningProcess> ListProcessesOf(const std::filesystem::path& executa
 /// Opens a process for waiting, queries and its end. Null if it cannot be opened.
 UniqueHandle OpenRunningProcess(std::uint32_t processId);
 
-/// Ends every process whose executable lies in the directory, at any depth, and waits for it.
+/// Ends every process whose executable lies in the directory, at any depth, and those that they
+/// have started, and waits for their end.
 void EndProcessesBelow(const std::filesystem::path& directory);
 
-/// Holds up all threads of a process until the end of the scope.
+/// Holds up all threads of a process (0: of none) until the end of the scope.
 struct ProcessPause {
     explicit ProcessPause(std::uint32_t processId);
     ~ProcessPause();

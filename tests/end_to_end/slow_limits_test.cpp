@@ -3,9 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <chrono>
-#include <memory>
 
 #include "elevation/consent.h"
 #include "end_to_end/update_expectations.h"
@@ -64,17 +62,14 @@ SlowUpdates::SlowUpdates() {
     WriteFileContent(neverCommitted.job.jobDirectory / L"cancel", "");
 }
 
-struct SlowLimits : testing::Test {
-    static void SetUpTestSuite() { updates = std::make_unique<SlowUpdates>(); }
-    static void TearDownTestSuite() { updates.reset(); }
+// Begun by the first test, ended with the program.
+SlowUpdates& Updates() {
+    static SlowUpdates updates;
+    return updates;
+}
 
-    static std::unique_ptr<SlowUpdates> updates;
-};
-
-std::unique_ptr<SlowUpdates> SlowLimits::updates;
-
-TEST_F(SlowLimits, TheBrokerWaitsThreeMinutesForTheWorkersReadiness) {
-    const UpdateScene& scene = updates->neverReady;
+TEST(SlowLimits, TheBrokerWaitsThreeMinutesForTheWorkersReadiness) {
+    const UpdateScene& scene = Updates().neverReady;
 
     EXPECT_EQ(AwaitEnd(scene.run.standIn.process.get(), "the broker's end", kSlowPatience), 1U);
 
@@ -84,8 +79,8 @@ TEST_F(SlowLimits, TheBrokerWaitsThreeMinutesForTheWorkersReadiness) {
     EXPECT_FALSE(HasEnded(scene.application.process.get()));
 }
 
-TEST_F(SlowLimits, TheBrokerWaitsThreeMinutesForTheApplicationsExit) {
-    const UpdateScene& scene = updates->neverExiting;
+TEST(SlowLimits, TheBrokerWaitsThreeMinutesForTheApplicationsExit) {
+    const UpdateScene& scene = Updates().neverExiting;
 
     EXPECT_EQ(AwaitEnd(scene.run.standIn.process.get(), "the broker's end", kSlowPatience), 2U);
 
@@ -95,13 +90,13 @@ TEST_F(SlowLimits, TheBrokerWaitsThreeMinutesForTheApplicationsExit) {
     EXPECT_FALSE(HasEnded(scene.application.process.get()));
 }
 
-TEST_F(SlowLimits, TheWorkerWaitsThreeMinutesForTheGoAhead) {
-    const UpdateScene& scene = updates->neverCommitted;
+TEST(SlowLimits, TheWorkerWaitsThreeMinutesForTheGoAhead) {
+    const UpdateScene& scene = Updates().neverCommitted;
 
     EXPECT_EQ(AwaitBroker(scene.run), 2U);
-    EXPECT_EQ(AwaitEnd(updates->uncommittedWorker.get(), "the worker's end", kSlowPatience), 2U);
+    EXPECT_EQ(AwaitEnd(Updates().uncommittedWorker.get(), "the worker's end", kSlowPatience), 2U);
 
-    EXPECT_NEAR(RunningTime(updates->uncommittedWorker.get()), kLimit, kTolerance);
+    EXPECT_NEAR(RunningTime(Updates().uncommittedWorker.get()), kLimit, kTolerance);
     EXPECT_EQ(LastRecordText(scene.job.jobDirectory),
               RecordText("cancelled", "Application remained open; installation cancelled", 0));
     EXPECT_EQ(scene.NewStagingDirectories(), std::vector<std::filesystem::path>());

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/update_expectations.h"
 #include "support/file_system.h"
@@ -39,10 +41,9 @@ TEST_F(SuccessfulUpdate, ReplacesAnInstallationMadeByItsSetupProgram) {
 TEST_F(SuccessfulUpdate, ReportsEachStepInItsOrder) {
     CompleteUpdate();
 
-    std::vector<std::string> texts;
-    for (const StatusRecord& record : run.records->Records()) {
-        texts.push_back(record.text);
-    }
+    const std::vector<StatusRecord> records = run.records->Records();
+    std::vector<std::string> texts(records.size());
+    std::ranges::transform(records, texts.begin(), &StatusRecord::text);
     EXPECT_EQ(texts,
               (std::vector<std::string>{
                   RecordText("authorized", "Administrator authorization accepted", 0),

@@ -1,5 +1,8 @@
 #include "end_to_end/uninstall_entry.h"
 
+#include <algorithm>
+#include <cstring>
+#include <cwchar>
 #include <memory>
 #include <system_error>
 
@@ -96,14 +99,15 @@ UninstallEntry WithoutValue(UninstallEntry entry, const std::wstring& name) {
 }
 
 std::wstring RegisteredVersion() {
-    for (const RegistryValue& value : ReadUninstallEntry()) {
-        if (value.name == kVersionValue && value.type == REG_SZ) {
-            const std::wstring text(reinterpret_cast<const wchar_t*>(value.data.data()),
-                                    value.data.size() / sizeof(wchar_t));
-            return text.c_str();
-        }
+    const UninstallEntry entry = ReadUninstallEntry();
+    const auto found = std::ranges::find(entry, kVersionValue, &RegistryValue::name);
+    if (found == entry.end() || found->type != REG_SZ) {
+        return {};
     }
-    return {};
+    std::wstring text(found->data.size() / sizeof(wchar_t), L'\0');
+    std::memcpy(text.data(), found->data.data(), text.size() * sizeof(wchar_t));
+    text.resize(std::wcslen(text.c_str()));
+    return text;
 }
 
 UninstallEntryKeeper::~UninstallEntryKeeper() {

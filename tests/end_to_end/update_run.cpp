@@ -1,8 +1,11 @@
 #include "end_to_end/update_run.h"
 
+#include <algorithm>
 #include <array>
+#include <optional>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "elevation/consent.h"
 #include "end_to_end/build_outputs.h"
@@ -36,12 +39,9 @@ UniqueHandle MakeEvent(const std::wstring& name) {
 
 // Returns 0 when no child runs.
 std::uint32_t FindChild(std::uint32_t parentId) {
-    for (const RunningProcess& running : ListRunningProcesses()) {
-        if (running.parentId == parentId) {
-            return running.id;
-        }
-    }
-    return 0;
+    const std::vector<RunningProcess> running = ListRunningProcesses();
+    const auto child = std::ranges::find(running, parentId, &RunningProcess::parentId);
+    return child == running.end() ? 0 : child->id;
 }
 
 // The stand-in is the application's only child, the broker the stand-in's, the process that it
@@ -61,6 +61,12 @@ std::uint32_t ChildOf(std::uint32_t parentId) {
         story += ' ' + record.text;
     }
     throw std::runtime_error(story);
+}
+
+bool HasLastRecord(RecordCollector& collector) {
+    const std::optional<StatusRecord> last = ReadStatusRecord(collector.jobDirectory);
+    const std::vector<StatusRecord> records = collector.Records();
+    return !last || (!records.empty() && records.back().text == last->text);
 }
 
 }  // namespace
@@ -121,6 +127,7 @@ void FollowUpdate(UpdateRun& run, std::uint32_t applicationId,
         return run.standIn.processId != 0;
     });
     run.standIn.process = OpenRunningProcess(run.standIn.processId);
+    run.applicationId = applicationId;
 }
 
 void AwaitPrompt(UpdateRun& run) {
@@ -140,32 +147,45 @@ void AwaitPrompt(UpdateRun& run) {
 }
 
 void AnswerPrompt(UpdateRun& run) {
-    const ProcessPause pause(run.brokerId);
-    SetEvent(run.answered.get());
-    AwaitCondition("the worker's first record",
-                   [&] { return HasEnded(run.helper.get()) || !run.records->Records().empty(); });
+    // An application that opened a record's file would be in the way of the next.
+    const ProcessPause application(run.applicationId);
+    {
+        const ProcessPause broker(run.brokerId);
+        SetEvent(run.answered.get());
+        AwaitCondition("the worker's first record", [&] {
+            return HasEnded(run.helper.get()) || !run.records->Records().empty();
+        });
+    }
+    AwaitCondition("the broker's record", [&] {
+        return HasEnded(run.standIn.process.get()) || run.records->Records().size() > 1;
+    });
 }
 
 StatusRecord AwaitRecord(UpdateRun& run, const std::string& state) {
-    StatusRecord found;
+    StatusRecord awaited;
     AwaitCondition("the status record \"" + state + "\"", [&] {
         const bool ended = HasEnded(run.standIn.process.get());
-        for (const StatusRecord& record : run.records->Records()) {
-            if (record.state == state) {
-                found = record;
-                return true;
-            }
+        const std::vector<StatusRecord> records = run.records->Records();
+        const auto found = std::ranges::find(records, state, &StatusRecord::state);
+        if (found != records.end()) {
+            awaited = *found;
+            return true;
         }
         if (ended) {
             RaiseBrokerEnded(run);
         }
         return false;
     });
-    return found;
+    return awaited;
 }
 
 std::uint32_t AwaitBroker(const UpdateRun& run) {
-    return AwaitEnd(run.standIn.process.get(), "the broker's end");
+    const std::uint32_t exitCode = AwaitEnd(run.standIn.process.get(), "the broker's end");
+    if (run.records) {
+        AwaitCondition("the last record to be collected",
+                       [&] { return HasLastRecord(*run.records); });
+    }
+    return exitCode;
 }
 
 UniqueHandle OpenWorker(const UpdateRun& run) {

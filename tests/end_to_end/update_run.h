@@ -39,10 +39,13 @@ struct UpdateRun {
     /// The stand-in that runs the broker; ends with the broker's exit code.
     StartedProgram standIn;
     std::uint32_t brokerId = 0;
+    /// The application, if it follows the status records itself.
+    std::uint32_t applicationId = 0;
     /// What the broker takes for the worker.
     UniqueHandle helper;
     UniqueHandle asked;
     UniqueHandle answered;
+    /// None when nothing is to be collected.
     std::unique_ptr<RecordCollector> records;
 };
 
@@ -60,15 +63,16 @@ UpdateRun StartUpdate(const UpdateJob& job, const UpdaterArguments& options);
 /// Waits until the broker has asked for administrator rights.
 void AwaitPrompt(UpdateRun& run);
 
-/// Answers the prompt and returns when the worker has written its first record or ended. The
-/// broker, which would replace that record at once, is held up until it has been read.
+/// Answers the prompt and returns when the worker has written its first record and the broker has
+/// answered that with its own, or the broker has ended. Both records can be relied on to be
+/// collected: the broker is held up until the worker's has been read.
 void AnswerPrompt(UpdateRun& run);
 
 /// Waits for a record with this state word and returns it. Raises `std::runtime_error` when the
 /// broker ends without one.
 StatusRecord AwaitRecord(UpdateRun& run, const std::string& state);
 
-/// Waits for the broker's end and returns its exit code.
+/// Waits for the broker's end and returns its exit code. The last record has then been collected.
 std::uint32_t AwaitBroker(const UpdateRun& run);
 
 /// Returns the worker's process. Raises `std::runtime_error` when none runs.

@@ -21,14 +21,16 @@ struct UpdateScene {
     UpdateScene(const UpdateScene&) = delete;
     UpdateScene& operator=(const UpdateScene&) = delete;
 
-    std::filesystem::path InWorkspace(const wchar_t* name) const { return workspace.path / name; }
+    [[nodiscard]] std::filesystem::path InWorkspace(const wchar_t* name) const {
+        return workspace.path / name;
+    }
 
     /// Makes the job the update to what this setup program installs, as this version.
     void OfferSetup(const std::wstring& setupName, const std::wstring& version);
     void OfferSetupFile(const std::filesystem::path& setup, const std::wstring& version);
 
     /// The options of the running application's request.
-    UpdaterArguments Options() const { return UpdateOptions(job, application.id); }
+    [[nodiscard]] UpdaterArguments Options() const { return UpdateOptions(job, application.id); }
 
     /// Starts the application and has it ask for the update, up to the prompt for rights.
     void AskForUpdate();
@@ -36,7 +38,7 @@ struct UpdateScene {
     void BeginUpdate();
 
     /// The staging directories that have come since the scene was made.
-    std::vector<std::filesystem::path> NewStagingDirectories() const;
+    [[nodiscard]] std::vector<std::filesystem::path> NewStagingDirectories() const;
 
     UninstallEntryKeeper entryBefore;
     std::vector<std::filesystem::path> stagingBefore;

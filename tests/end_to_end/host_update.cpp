@@ -1,11 +1,8 @@
-#include "demo/host_update.h"
+#include "end_to_end/host_update.h"
 
-#include <fstream>
-#include <iomanip>
-#include <sstream>
+#include <utility>
 
 #include "controls.h"
-#include "demo/narration.h"
 #include "elevation/program_start.h"
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/running_processes.h"
@@ -37,9 +34,9 @@ void SetVariable(const wchar_t* name, const std::filesystem::path& value) {
     }
 }
 
-void PressUpdate(const Application& application) {
+void PressButton(const Application& application, WPARAM button) {
     for (HWND window : ListWindows(application.id)) {
-        PostMessageW(window, WM_COMMAND, ID_UPDATE, 0);
+        PostMessageW(window, WM_COMMAND, button, 0);
     }
 }
 
@@ -50,14 +47,6 @@ std::filesystem::path AwaitNewJobDirectory(const std::string& before) {
         return !now.empty() && now != before;
     });
     return Utf8ToWide(now.substr(0, now.find_last_not_of("\r\n") + 1));
-}
-
-void TellRecord(const StatusRecord& record) {
-    std::ostringstream line;
-    line << "  [" << std::fixed << std::setprecision(1) << std::setw(4)
-         << static_cast<double>(record.elapsed.count()) / 1000 << " s] " << std::left
-         << std::setw(12) << record.state << record.message;
-    Tell(line.str());
 }
 
 }  // namespace
@@ -75,19 +64,22 @@ void OfferUpdate(const std::filesystem::path& feedDirectory, const std::filesyst
 }
 
 HostUpdate StartHostUpdate(const std::filesystem::path& installDirectory,
-                           const std::filesystem::path& feedDirectory) {
+                           const std::filesystem::path& feedDirectory, RecordObserver observer) {
     HostUpdate update;
     update.run = PrepareUpdate({});
     SetVariable(L"CORVELLAN_FEED", feedDirectory);
     SetVariable(L"CORVELLAN_UPDATER", ElevationStandIn());
-    const Application application = StartApplication(installDirectory);
+    update.application = StartApplication(installDirectory);
     const std::string before = LastUpdate();
-    PressUpdate(application);
+    PressButton(update.application, ID_UPDATE);
     update.jobDirectory = AwaitNewJobDirectory(before);
-    FollowUpdate(update.run, application.id, update.jobDirectory, TellRecord);
+    FollowUpdate(update.run, update.application.id, update.jobDirectory, std::move(observer));
     AwaitPrompt(update.run);
-    AnswerPrompt(update.run);
     return update;
+}
+
+void PressCancel(const Application& application) {
+    PressButton(application, ID_CANCEL_UPDATE);
 }
 
 }  // namespace updater
