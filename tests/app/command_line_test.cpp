@@ -20,7 +20,7 @@ struct CommandLineCase {
 void ExpectParsed(const std::vector<CommandLineCase>& cases) {
     for (const auto& [commandLine, expected] : cases) {
         SCOPED_TRACE(WideToUtf8(commandLine.substr(0, 100)));
-        const ScopedCommandLine scope(commandLine);
+        [[maybe_unused]] const ScopedCommandLine scope(commandLine);
         EXPECT_EQ(ParseUpdaterArguments(), expected);
     }
 }

@@ -64,7 +64,7 @@ struct Dispatch : testing::Test {
     int Run(std::wstring arguments) const {
         Insert(arguments, L" D", job);
         Insert(arguments, L" E", otherJob);
-        const ScopedCommandLine commandLine(L"updater.exe" + arguments);
+        [[maybe_unused]] const ScopedCommandLine commandLine(L"updater.exe" + arguments);
         return RunUpdater();
     }
 
