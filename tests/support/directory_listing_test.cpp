@@ -80,6 +80,12 @@ TEST(VisitDirectory, AMissingDirectoryCannotBeOpened) {
         "open", ERROR_PATH_NOT_FOUND, missing);
 }
 
+TEST(VisitDirectory, AnEmptyPathIsNotTheCurrentDirectory) {
+    ExpectFileSystemError([] { VisitDirectory(L"", Ignore); }, kOpenDirectory, ERROR_PATH_NOT_FOUND,
+                          L"");
+    ExpectFileSystemError([] { VisitTree(L"", Ignore); }, kOpenTree, ERROR_PATH_NOT_FOUND, L"");
+}
+
 // Windows calls it an invalid directory name, Wine a path that is not found.
 TEST(VisitDirectory, AFileCannotBeOpened) {
     const TemporaryDirectory directory;
