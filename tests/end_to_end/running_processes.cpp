@@ -5,6 +5,8 @@
 // After the Windows types that they need.
 #include <tlhelp32.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <set>
 #include <stdexcept>
 #include <string_view>
@@ -53,6 +55,27 @@ std::filesystem::path ImageOf(HANDLE process) {
     }
 }
 
+// In 100-nanosecond intervals; 0 if the system does not tell.
+std::uint64_t StartTimeOf(HANDLE process) {
+    FILETIME started{};
+    FILETIME ended{};
+    FILETIME kernel{};
+    FILETIME user{};
+    GetProcessTimes(process, &started, &ended, &kernel, &user);
+    return std::uint64_t{started.dwHighDateTime} << 32U | started.dwLowDateTime;
+}
+
+// A process keeps its parent's id after the parent's end, and the system gives that id to another
+// process: whatever started after the child is not its parent.
+void ForgetReusedParents(std::vector<RunningProcess>& processes) {
+    for (RunningProcess& process : processes) {
+        const auto parent = std::ranges::find(processes, process.parentId, &RunningProcess::id);
+        if (parent != processes.end() && parent->startTime > process.startTime) {
+            process.parentId = 0;
+        }
+    }
+}
+
 void EndProcess(std::uint32_t processId) {
     const UniqueHandle process = OpenRunningProcess(processId);
     if (process) {
@@ -73,9 +96,11 @@ std::vector<RunningProcess> ListRunningProcesses() {
         const UniqueHandle process = OpenRunningProcess(entry.th32ProcessID);
         const std::filesystem::path image = process ? ImageOf(process.get()) : L"";
         if (!image.empty()) {
-            processes.push_back({entry.th32ProcessID, entry.th32ParentProcessID, image});
+            processes.push_back({entry.th32ProcessID, entry.th32ParentProcessID, image,
+                                 StartTimeOf(process.get())});
         }
     }
+    ForgetReusedParents(processes);
     return processes;
 }
 

@@ -10,8 +10,11 @@ namespace updater {
 
 struct RunningProcess {
     std::uint32_t id = 0;
+    /// 0 when the process that started it has ended and its id belongs to another one.
     std::uint32_t parentId = 0;
     std::filesystem::path image;
+    /// In 100-nanosecond intervals.
+    std::uint64_t startTime = 0;
 };
 
 /// Returns every process that can be inspected and has not ended.
