@@ -1,0 +1,70 @@
+// Checks the documentation; started by tests/docs/check.
+
+import { spawnSync } from "node:child_process";
+import { join } from "node:path";
+import { fileURLToPath } from "node:url";
+import { runConsoles } from "./consoles.mjs";
+import { checkDiagrams } from "./diagrams.mjs";
+import { checkMessages } from "./messages.mjs";
+import { checkOptions } from "./options.mjs";
+import { readPages } from "./pages.mjs";
+import { checkReferences } from "./references.mjs";
+import { removeScenes } from "./scenes.mjs";
+import { checkWords } from "./words.mjs";
+
+const root = fileURLToPath(new URL("../..", import.meta.url)).replace(/\/$/, "");
+const prefix = process.env.WINEPREFIX;
+
+function windowsPath(path) {
+  return `Z:${join(root, path).replaceAll("/", "\\")}`;
+}
+
+const world = {
+  root,
+  drive: join(prefix, "drive_c"),
+  scratch: join(prefix, "drive_c/corvellan-docs"),
+  path: ["build/mingw-debug/src", "build/mingw-debug/src/updatectl", "node_modules/innosetup/bin"]
+    .map(windowsPath)
+    .join(";"),
+  spawning: { encoding: "utf8", stdio: ["ignore", "pipe", "pipe"], timeout: 120000 },
+};
+
+function toolHelp(...tokens) {
+  const tool = join(root, "build/mingw-debug/src/updatectl/corvellan-updatectl.exe");
+  const { status, stdout } = spawnSync("wine", [tool, ...tokens, "--help"], world.spawning);
+  if (status !== 0) {
+    throw new Error(`corvellan-updatectl ${tokens.join(" ")} --help ended with ${status}`);
+  }
+  return stdout;
+}
+
+// The tool's commands with their help.
+function readTool() {
+  const help = toolHelp();
+  const names = [...help.matchAll(/^ {2}([a-z]+) {2,}/gm)].map((match) => match[1]);
+  return { help, commands: new Map(names.map((name) => [name, toolHelp(name)])) };
+}
+
+const findings = [];
+const report = (where, what) => findings.push(`${where}: ${what}`);
+const pages = readPages(root);
+
+const results = [
+  checkMessages(root, pages, report),
+  checkOptions(root, pages, report),
+  checkWords(pages, report),
+  checkReferences(root, pages, readTool(), report),
+  await checkDiagrams(pages, report),
+];
+try {
+  results.push(...runConsoles(world, pages, report));
+} finally {
+  removeScenes(world);
+}
+
+if (findings.length > 0) {
+  console.error(findings.join("\n"));
+  console.error(`${findings.length} findings in the documentation`);
+  process.exit(1);
+}
+console.log(results.join("\n"));

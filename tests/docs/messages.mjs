@@ -1,0 +1,282 @@
+// Every message that the updater raises or writes into the status file has an entry in the
+// troubleshooting page, and every entry there is a message of the source.
+
+import { readFileSync, readdirSync } from "node:fs";
+import { join } from "node:path";
+
+const page = "docs/troubleshooting.md";
+
+// The release tool has messages of its own, which never reach a status file.
+const otherPrograms = ["updatectl"];
+
+// A part of a message that is not fixed, whatever the page calls it.
+const variable = "\u0000";
+
+export function checkMessages(root, pages, report) {
+  const source = readSource(join(root, "src"));
+  const raised = collectMessages(source, report);
+  const entries = entriesOf(pages.find(({ name }) => name === page), report);
+  for (const [message, where] of raised) {
+    if (!entries.has(message)) {
+      report(where, `this message has no entry in ${page}: ${shown(message)}`);
+    }
+  }
+  for (const [message, line] of entries) {
+    if (!raised.has(message)) {
+      report(`${page}:${line}`, `no message of the source is like this: ${shown(message)}`);
+    }
+  }
+  return `${raised.size} messages of the source have their entries`;
+}
+
+function shown(message) {
+  return `"${message.replaceAll(variable, "…")}"`;
+}
+
+// A heading that is one text in backticks is an entry; words of capitals stand for what varies.
+function entriesOf({ lines }, report) {
+  const entries = new Map();
+  lines.forEach((line, index) => {
+    const heading = /^### `(.+)`$/.exec(line);
+    if (!heading) {
+      return;
+    }
+    const message = heading[1].replace(/\b(NUMBER|PATH|VERSION|MESSAGE|TEXT)\b/g, variable);
+    const where = `${page}:${index + 1}`;
+    if (entries.has(message)) {
+      report(where, `a second entry for ${shown(message)}`);
+    }
+    entries.set(message, index + 1);
+    const end = lines.findIndex((other, at) => at > index && other.startsWith("#"));
+    const text = lines.slice(index + 1, end < 0 ? lines.length : end);
+    for (const part of ["Cause", "User", "Team"]) {
+      if (!text.some((other) => other.startsWith(`- ${part}: `))) {
+        report(where, `the entry has no "- ${part}:"`);
+      }
+    }
+  });
+  return entries;
+}
+
+// Returns the source files as { name, text, tokens }.
+function readSource(directory) {
+  return readdirSync(directory, { recursive: true })
+    .map((name) => name.replaceAll("\\", "/"))
+    .filter((name) => /\.(cpp|h)$/.test(name) && !otherPrograms.includes(name.split("/")[0]))
+    .sort()
+    .map((name) => {
+      const text = readFileSync(join(directory, name), "utf8");
+      return { name: `src/${name}`, tokens: tokenize(text) };
+    });
+}
+
+// Splits C++ into tokens { text, line, literal }; comments are dropped, `literal` is a narrow or
+// wide string's content, and literals that stand next to each other become one.
+function tokenize(text) {
+  const pattern =
+    /\/\/[^\n]*|\/\*[\s\S]*?\*\/|#[^\n]*|L?R"\(([\s\S]*?)\)"|L?"((?:[^"\\\n]|\\.)*)"|L?'(?:[^'\\]|\\.)+'|[A-Za-z_]\w*|\d[\w.]*|::|\s+|./g;
+  const tokens = [];
+  let line = 1;
+  for (const match of text.matchAll(pattern)) {
+    const literal = match[1] ?? (match[2] === undefined ? undefined : unescape(match[2]));
+    const last = tokens[tokens.length - 1];
+    if (literal !== undefined && last?.literal !== undefined) {
+      last.literal += literal;
+    } else if (!/^(\s|\/\/|\/\*|#)/.test(match[0])) {
+      tokens.push({ text: match[0], line, literal });
+    }
+    line += match[0].split("\n").length - 1;
+  }
+  return tokens;
+}
+
+function unescape(text) {
+  return text.replace(/\\(.)/g, (_, character) => ({ n: "\n", t: "\t" })[character] ?? character);
+}
+
+// Returns the arguments of the call whose opening parenthesis or brace stands at `open`, each as its
+// tokens.
+function argumentsAt(tokens, open) {
+  const list = [[]];
+  let depth = 0;
+  for (let index = open; index < tokens.length; ++index) {
+    const { text } = tokens[index];
+    if ("([{".includes(text) && depth++ === 0) {
+      continue;
+    }
+    if (")]}".includes(text) && --depth === 0) {
+      return list;
+    }
+    if (text === "," && depth === 1) {
+      list.push([]);
+    } else {
+      list[list.length - 1].push(tokens[index]);
+    }
+  }
+  return list;
+}
+
+function collectMessages(source, report) {
+  const messages = new Map();
+  const add = (file, token, texts) => {
+    const where = `${file.name}:${token.line}`;
+    if (texts.length === 0) {
+      report(where, "this check does not understand where the message comes from");
+    }
+    for (const text of texts) {
+      messages.set(text, messages.get(text) ?? where);
+    }
+  };
+  for (const file of source) {
+    file.tokens.forEach((token, index) => {
+      const next = file.tokens[index + 1]?.text;
+      if (token.text === "throw" && next !== ";") {
+        addThrown(file, index, add, source);
+      } else if (token.text === "RaiseFileSystemError" && next === "(" && !isDeclared(file, index)) {
+        const [operation, , , secondPath] = argumentsAt(file.tokens, index + 1);
+        const paths = secondPath ? " [\u0000] [\u0000]" : " [\u0000]";
+        const operations = textsOf(operation, file, index, source);
+        add(file, token, operations.map((name) => `filesystem error: ${name}: ${variable}${paths}`));
+      } else if (token.text === "WriteUpdateStatus" && next === "(" && !isDeclared(file, index)) {
+        const message = argumentsAt(file.tokens, index + 1)[2];
+        // What the outermost handler writes was raised somewhere else.
+        if (!isCaughtMessage(message)) {
+          add(file, token, textsOf(message, file, index, source));
+        }
+      }
+    });
+  }
+  return messages;
+}
+
+function addThrown(file, index, add, source) {
+  const { tokens } = file;
+  const open = tokens.findIndex((token, at) => at > index && "({".includes(token.text));
+  const type = tokens.slice(index + 1, open).map(({ text }) => text).join("");
+  const argument = argumentsAt(tokens, open)[0];
+  if (type === "std::filesystem::filesystem_error") {
+    // Its first argument is the operation that "RaiseFileSystemError" was given.
+    if (file.name !== "src/support/file_system_error.cpp") {
+      add(file, tokens[index], []);
+    }
+    return;
+  }
+  add(file, tokens[index], textsOf(argument, file, index, source));
+}
+
+// A call that a type's name, "&" or "*" stands before is the function's own declaration.
+function isDeclared(file, index) {
+  return /^(\w+|[&*])$/.test(file.tokens[index - 1]?.text ?? "") && file.tokens[index - 1].text !== "return";
+}
+
+function isCaughtMessage(argument) {
+  return argument.map(({ text }) => text).join("") === "failure.what()";
+}
+
+// Returns the texts that an expression can have: literals, sums, a choice between two, constants,
+// and a parameter of the function around it, which has the texts of the calls. Empty when it is
+// something else.
+function textsOf(expression, file, index, source) {
+  const sum = splitAt(expression, "+");
+  if (sum.length > 1) {
+    return sum
+      .map((part) => textsOf(part, file, index, source))
+      .map((texts) => (texts.length > 0 ? texts : [variable]))
+      .reduce((whole, texts) => whole.flatMap((text) => texts.map((other) => text + other)));
+  }
+  if (expression.length === 1 && expression[0].literal !== undefined) {
+    return [expression[0].literal];
+  }
+  if (expression[0]?.text === "(") {
+    const [, choices] = splitAt(expression.slice(1, -1), "?");
+    return choices ? splitAt(choices, ":").flatMap((part) => textsOf(part, file, index, source)) : [];
+  }
+  if (expression.length === 3 && ["open", "advance"].includes(expression[2].text)) {
+    return listingOperations(source);
+  }
+  if (expression.length === 1 && /^\w+$/.test(expression[0].text)) {
+    const name = expression[0].text;
+    const constant = constantsOf(name, file, source);
+    return constant.length > 0 ? constant : parameterTexts(name, file, index, source);
+  }
+  return [];
+}
+
+function splitAt(tokens, separator) {
+  const parts = [[]];
+  let depth = 0;
+  for (const token of tokens) {
+    depth += "([{".includes(token.text) ? 1 : ")]}".includes(token.text) ? -1 : 0;
+    if (token.text === separator && depth === 0) {
+      parts.push([]);
+    } else {
+      parts[parts.length - 1].push(token);
+    }
+  }
+  return parts;
+}
+
+// "constexpr char NAME[] = "..."" and "constexpr const char* NAME = "..."", in the same file first.
+function constantsOf(name, file, source) {
+  for (const { tokens } of [file, ...source]) {
+    for (let index = 0; index + 1 < tokens.length; ++index) {
+      if (tokens[index].text !== name || !/^(char|\*|string_view)$/.test(tokens[index - 1]?.text ?? "")) {
+        continue;
+      }
+      const value = tokens.slice(index + 1, index + 5).find(({ text }) => !"[]=".includes(text));
+      if (value?.literal !== undefined) {
+        return [value.literal];
+      }
+    }
+  }
+  return [];
+}
+
+// The operations of every "ListingOperations" that is made with literals.
+function listingOperations(source) {
+  const names = [];
+  for (const { tokens } of source) {
+    tokens.forEach(({ text }, index) => {
+      if (text !== "ListingOperations") {
+        return;
+      }
+      const value = tokens.findIndex((token, at) => at > index && "=(){};,".includes(token.text));
+      if (tokens[value].text === "=") {
+        names.push(...argumentsAt(tokens, value + 1).flat().map(({ literal }) => literal));
+      }
+    });
+  }
+  return names.filter((name) => name !== undefined);
+}
+
+// The texts that the calls of the function around `index` give to its parameter.
+function parameterTexts(name, file, index, source) {
+  const place = enclosingParameter(name, file, index);
+  if (!place) {
+    return [];
+  }
+  const texts = [];
+  for (const caller of source) {
+    caller.tokens.forEach((token, at) => {
+      if (token.text !== place.function || caller.tokens[at + 1]?.text !== "(" || isDeclared(caller, at)) {
+        return;
+      }
+      const argument = argumentsAt(caller.tokens, at + 1)[place.position];
+      texts.push(...(argument ? textsOf(argument, caller, at, source) : []));
+    });
+  }
+  return [...new Set(texts)];
+}
+
+// Looks backwards for "FUNCTION(..., TYPE name, ...) {" whose body `index` lies in.
+function enclosingParameter(name, { tokens }, index) {
+  for (let at = index; at > 0; --at) {
+    if (tokens[at].text !== "(" || !isDeclared({ tokens }, at - 1) || !/^[A-Z]\w+$/.test(tokens[at - 1].text)) {
+      continue;
+    }
+    const parameters = argumentsAt(tokens, at);
+    const position = parameters.findIndex((parameter) => parameter[parameter.length - 1]?.text === name);
+    return position < 0 ? null : { function: tokens[at - 1].text, position };
+  }
+  return null;
+}
