@@ -5,6 +5,7 @@ import { join } from "node:path";
 import { fileURLToPath } from "node:url";
 import { runConsoles } from "./consoles.mjs";
 import { checkDiagrams } from "./diagrams.mjs";
+import { checkFacts } from "./facts.mjs";
 import { checkMessages } from "./messages.mjs";
 import { checkOptions } from "./options.mjs";
 import { readPages } from "./pages.mjs";
@@ -52,6 +53,7 @@ const pages = readPages(root);
 const results = [
   checkMessages(root, pages, report),
   checkOptions(root, pages, report),
+  checkFacts(root, pages, report),
   checkWords(pages, report),
   checkReferences(root, pages, readTool(), report),
   await checkDiagrams(pages, report),

@@ -107,7 +107,10 @@ function runOnWindows(world, place, text) {
   return finished(spawnSync("wine", ["cmd", "/c", "C:\\corvellan-docs\\step.cmd"], options));
 }
 
-function finished({ status, signal, stdout, stderr }) {
+function finished({ error, status, signal, stdout, stderr }) {
+  if (error) {
+    return { status: error.message, printed: [] };
+  }
   const printed = (stdout + stderr).replaceAll("\r", "").replace(/\n+$/, "").split("\n");
   return { status: status ?? signal, printed: printed.map((line) => line.trimEnd()) };
 }

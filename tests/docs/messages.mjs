@@ -1,19 +1,15 @@
 // Every message that the updater raises or writes into the status file has an entry in the
 // troubleshooting page, and every entry there is a message of the source.
 
-import { readFileSync, readdirSync } from "node:fs";
-import { join } from "node:path";
+import { argumentsAt, constantValues, readUpdaterSource } from "./source.mjs";
 
 const page = "docs/troubleshooting.md";
-
-// The release tool has messages of its own, which never reach a status file.
-const otherPrograms = ["updatectl"];
 
 // A part of a message that is not fixed, whatever the page calls it.
 const variable = "\u0000";
 
 export function checkMessages(root, pages, report) {
-  const source = readSource(join(root, "src"));
+  const source = readUpdaterSource(root);
   const raised = collectMessages(source, report);
   const entries = entriesOf(pages.find(({ name }) => name === page), report);
   for (const [message, where] of raised) {
@@ -56,64 +52,6 @@ function entriesOf({ lines }, report) {
     }
   });
   return entries;
-}
-
-// Returns the source files as { name, text, tokens }.
-function readSource(directory) {
-  return readdirSync(directory, { recursive: true })
-    .map((name) => name.replaceAll("\\", "/"))
-    .filter((name) => /\.(cpp|h)$/.test(name) && !otherPrograms.includes(name.split("/")[0]))
-    .sort()
-    .map((name) => {
-      const text = readFileSync(join(directory, name), "utf8");
-      return { name: `src/${name}`, tokens: tokenize(text) };
-    });
-}
-
-// Splits C++ into tokens { text, line, literal }; comments are dropped, `literal` is a narrow or
-// wide string's content, and literals that stand next to each other become one.
-function tokenize(text) {
-  const pattern =
-    /\/\/[^\n]*|\/\*[\s\S]*?\*\/|#[^\n]*|L?R"\(([\s\S]*?)\)"|L?"((?:[^"\\\n]|\\.)*)"|L?'(?:[^'\\]|\\.)+'|[A-Za-z_]\w*|\d[\w.]*|::|\s+|./g;
-  const tokens = [];
-  let line = 1;
-  for (const match of text.matchAll(pattern)) {
-    const literal = match[1] ?? (match[2] === undefined ? undefined : unescape(match[2]));
-    const last = tokens[tokens.length - 1];
-    if (literal !== undefined && last?.literal !== undefined) {
-      last.literal += literal;
-    } else if (!/^(\s|\/\/|\/\*|#)/.test(match[0])) {
-      tokens.push({ text: match[0], line, literal });
-    }
-    line += match[0].split("\n").length - 1;
-  }
-  return tokens;
-}
-
-function unescape(text) {
-  return text.replace(/\\(.)/g, (_, character) => ({ n: "\n", t: "\t" })[character] ?? character);
-}
-
-// Returns the arguments of the call whose opening parenthesis or brace stands at `open`, each as its
-// tokens.
-function argumentsAt(tokens, open) {
-  const list = [[]];
-  let depth = 0;
-  for (let index = open; index < tokens.length; ++index) {
-    const { text } = tokens[index];
-    if ("([{".includes(text) && depth++ === 0) {
-      continue;
-    }
-    if (")]}".includes(text) && --depth === 0) {
-      return list;
-    }
-    if (text === "," && depth === 1) {
-      list.push([]);
-    } else {
-      list[list.length - 1].push(tokens[index]);
-    }
-  }
-  return list;
 }
 
 function collectMessages(source, report) {
@@ -196,7 +134,7 @@ function textsOf(expression, file, index, source) {
   }
   if (expression.length === 1 && /^\w+$/.test(expression[0].text)) {
     const name = expression[0].text;
-    const constant = constantsOf(name, file, source);
+    const constant = constantValues(name, [file, ...source]);
     return constant.length > 0 ? constant : parameterTexts(name, file, index, source);
   }
   return [];
@@ -214,22 +152,6 @@ function splitAt(tokens, separator) {
     }
   }
   return parts;
-}
-
-// "constexpr char NAME[] = "..."" and "constexpr const char* NAME = "..."", in the same file first.
-function constantsOf(name, file, source) {
-  for (const { tokens } of [file, ...source]) {
-    for (let index = 0; index + 1 < tokens.length; ++index) {
-      if (tokens[index].text !== name || !/^(char|\*|string_view)$/.test(tokens[index - 1]?.text ?? "")) {
-        continue;
-      }
-      const value = tokens.slice(index + 1, index + 5).find(({ text }) => !"[]=".includes(text));
-      if (value?.literal !== undefined) {
-        return [value.literal];
-      }
-    }
-  }
-  return [];
 }
 
 // The operations of every "ListingOperations" that is made with literals.

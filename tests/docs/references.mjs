@@ -3,7 +3,7 @@
 
 import { existsSync, readFileSync, readdirSync, statSync } from "node:fs";
 import { dirname, join, normalize } from "node:path";
-import { anchors, inlineCode } from "./pages.mjs";
+import { anchors, inlineCode, tableBelow } from "./pages.mjs";
 import { neededByBroker, updaterOptions } from "./options.mjs";
 
 const blockKinds = ["console", "cpp", "json", "mermaid", "text", "tsv"];
@@ -38,9 +38,26 @@ export function checkReferences(root, pages, tool, report) {
       report("README.md", `no link to ${name}`);
     }
   }
+  checkToolTable(readme, tool, report);
   return Object.entries(counts)
     .map(([what, count]) => `${count} ${what}`)
     .join(", ") + " exist";
+}
+
+// The table has each command of the tool, with operands and options that its help knows.
+function checkToolTable(readme, tool, report) {
+  const rows = tableBelow(readme, "## The release tool").map((cell) => cell.split(" "));
+  for (const [command, ...words] of rows) {
+    const help = tool.commands.get(command) ?? "";
+    for (const word of words.filter((other) => !help.includes(other))) {
+      report("README.md", `the help of the command ${command} does not name ${word}`);
+    }
+  }
+  const names = rows.map(([command]) => command).sort().join(" ");
+  const expected = [...tool.commands.keys()].sort().join(" ");
+  if (names !== expected) {
+    report("README.md", `"## The release tool" has the commands ${names}, and the tool ${expected}`);
+  }
 }
 
 function checkLinks(root, page, pages, report) {
@@ -115,9 +132,9 @@ function checkCommand(root, text, options, tool, report) {
   const program = words[0].split("\\").pop().replace(/"?$/, "").replace(/\.exe$/, "");
   const given = words.filter((word) => /^--[a-z]/.test(word)).map((word) => word.replace(/=.*/, ""));
   if (/^(scripts|tests|\.ci)\/[\w/-]+$/.test(program) && words.length > 0 && isScript(root, program)) {
-    const script = readFileSync(join(root, program), "utf8");
-    for (const option of given.filter((name) => !script.includes(name))) {
-      report(`${program} has no option ${option}`);
+    const usage = readUsage(join(root, program));
+    for (const option of given.filter((name) => !usage.includes(name))) {
+      report(`the usage of ${program} does not name ${option}`);
     }
     return 1;
   }
@@ -149,6 +166,13 @@ function ownWords(words) {
   const begin = words[0] === "start" ? 2 : words[0] === "scripts/wine-run" ? 1 : 0;
   const own = words.slice(begin);
   return begin > 0 && own.length > 0 ? [own[0].split("/").pop(), ...own.slice(1)] : words;
+}
+
+// The comment at the beginning of a script.
+function readUsage(script) {
+  const lines = readFileSync(script, "utf8").split("\n");
+  const end = lines.findIndex((line) => !line.startsWith("#"));
+  return lines.slice(0, end).join("\n");
 }
 
 function isScript(root, path) {

@@ -55,8 +55,12 @@ function prepareRelease(world) {
   cpSync(join(world.root, "examples/setup/corvellan.iss"), join(release, "corvellan.iss"));
 }
 
-// The setup program of the next version was ended half-way: some files are new, one is cut off, one
-// is gone, and a library has come.
+// Program files that the next version has and the previous one has not; the restore must take them
+// away.
+const addedFiles = ["render.dll", "tool.exe", "windows-version.json", "program-files.json", "unins000.dat", "data/new/map.txt"];
+
+// The setup program of the next version was ended half-way: most files are new, some have come, one
+// is cut off, and one is gone.
 function prepareInterruptedUpdate(world) {
   removeScenes(world);
   const { install, staging, previous, next } = places(world);
@@ -66,8 +70,8 @@ function prepareInterruptedUpdate(world) {
   cpSync(next, install, { recursive: true });
   writeFileSync(join(install, "engine.dll"), readFileSync(join(next, "engine.dll")).subarray(0, 1000));
   rmSync(join(install, "data/fonts/licence.txt"));
-  writeFileSync(join(install, "render.dll"), "a library of the next version");
-  for (const [path, content] of userFiles) {
+  const others = [...addedFiles.map((path) => [path, "of the next version"]), ...userFiles];
+  for (const [path, content] of others) {
     mkdirSync(join(install, path, ".."), { recursive: true });
     writeFileSync(join(install, path), content);
   }
