@@ -3,6 +3,7 @@
 import { spawnSync } from "node:child_process";
 import { join } from "node:path";
 import { fileURLToPath } from "node:url";
+import { checkCommands } from "./commands.mjs";
 import { runConsoles } from "./consoles.mjs";
 import { checkDiagrams } from "./diagrams.mjs";
 import { checkFacts } from "./facts.mjs";
@@ -55,7 +56,8 @@ const results = [
   checkOptions(root, pages, report),
   checkFacts(root, pages, report),
   checkWords(pages, report),
-  checkReferences(root, pages, readTool(), report),
+  checkReferences(root, pages, report),
+  checkCommands(root, pages, readTool(), report),
   await checkDiagrams(pages, report),
 ];
 try {

@@ -12,9 +12,8 @@
 import { spawnSync } from "node:child_process";
 import { existsSync, mkdirSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
+import { prompt } from "./pages.mjs";
 import { outcomes, scenes } from "./scenes.mjs";
-
-const prompt = /^(\$ |C:\\[^>]*>)(.*)$/;
 
 // What a command of the build machine comes down to here. The demo's building has been done.
 const hostCommands = new Map([["scripts/demo", ["wine", ["build/mingw-debug/tests/demo/demo-driver.exe"]]]]);

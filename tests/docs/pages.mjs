@@ -3,6 +3,9 @@
 import { readFileSync, readdirSync } from "node:fs";
 import { join } from "node:path";
 
+// A line with a command: the prompt, of the build machine or of Windows, and the command.
+export const prompt = /^(\$ |C:\\[^>]*>)(.*)$/;
+
 // Returns every page as { name, lines, blocks, prose }: `blocks` are the fenced blocks, `prose` the
 // numbered lines outside them.
 export function readPages(root) {
