@@ -110,8 +110,11 @@ function readUsage(script) {
 }
 
 function isScript(root, path) {
-  const file = join(root, path);
-  return /^(scripts|tests|\.ci)\/[\w/-]+$/.test(path) && existsSync(file) && statSync(file).isFile() && (statSync(file).mode & 0o100) !== 0;
+  if (!/^(scripts|tests|\.ci)\/[\w/-]+$/.test(path) || !existsSync(join(root, path))) {
+    return false;
+  }
+  const status = statSync(join(root, path));
+  return status.isFile() && (status.mode & 0o100) !== 0;
 }
 
 function checkToolCommand(words, given, tool, report) {

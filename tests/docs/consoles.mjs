@@ -29,13 +29,13 @@ export function runConsoles(world, pages, report) {
       } else if (step.outcome) {
         act(outcomes, step.outcome, world, where, report);
       } else if (step.block.reason) {
-        omitted.push(`${where} not run: ${step.block.reason}`);
+        omitted.push(`  ${where}: ${step.block.reason}`);
       } else {
         commands += runBlock(world, step.block, report);
       }
     }
   }
-  return [`${commands} commands of the pages run as shown`, ...omitted];
+  return [`${commands} commands of the pages run as shown`, `${omitted.length} blocks are not run:`, ...omitted];
 }
 
 function stepsOf(page) {
