@@ -14,18 +14,10 @@ namespace updater {
 
 namespace {
 
-constexpr wchar_t kDataDirectory[] = L"data";
-
 constexpr std::array<std::wstring_view, 2> kAssetExtensions = {L".exe", L".dll"};
 constexpr std::array<std::wstring_view, 5> kAssetNames = {
     L"native_assets.json", L"windows-version.json", L"program-files.json", kProgramInventory,
     L"unins000.dat"};
-
-bool IsTopLevelAsset(const std::filesystem::path& name) {
-    const std::filesystem::path extension = name.extension();
-    return std::ranges::find(kAssetExtensions, extension.native()) != kAssetExtensions.end() ||
-           std::ranges::find(kAssetNames, name.native()) != kAssetNames.end();
-}
 
 // A link would let the backup read, or the restore write, outside the installation directory.
 void RefuseReparsePoint(const std::filesystem::path& entry, const char* message) {
@@ -63,6 +55,12 @@ void AddDataAssets(const std::filesystem::path& dataDirectory, ProgramAssets& as
 }
 
 }  // namespace
+
+bool IsTopLevelAsset(const std::filesystem::path& name) {
+    const std::filesystem::path extension = name.extension();
+    return std::ranges::find(kAssetExtensions, extension.native()) != kAssetExtensions.end() ||
+           std::ranges::find(kAssetNames, name.native()) != kAssetNames.end();
+}
 
 ProgramAssets EnumerateProgramAssets(const std::filesystem::path& installDirectory) {
     ProgramAssets assets;

@@ -11,9 +11,7 @@
 
 namespace updater {
 
-namespace {
-
-void VerifyEntry(const std::filesystem::path& installDirectory, const std::string& line) {
+void VerifyInventoryLine(const std::filesystem::path& installDirectory, const std::string& line) {
     const InventoryEntry entry = ParseInventoryLine(line);
     const std::wstring path = Utf8ToWide(entry.path);
     CheckInventoryPath(path);
@@ -22,22 +20,32 @@ void VerifyEntry(const std::filesystem::path& installDirectory, const std::strin
     }
 }
 
-}  // namespace
-
-void VerifyInstalledProgram(const std::filesystem::path& installDirectory) {
+std::ifstream OpenInventory(const std::filesystem::path& installDirectory) {
     std::ifstream inventory(installDirectory / kProgramInventory, std::ios::binary);
     if (!inventory.is_open()) {
         throw std::runtime_error("Installed program inventory is missing");
     }
-    std::string line;
-    if (!std::getline(inventory, line)) {
+    if (inventory.peek() == std::ifstream::traits_type::eof()) {
         throw std::runtime_error("Installed program inventory is empty");
     }
-    do {
-        VerifyEntry(installDirectory, line);
-    } while (std::getline(inventory, line));
+    return inventory;
+}
+
+bool ReadInventoryLine(std::ifstream& inventory, std::string& line) {
+    if (std::getline(inventory, line)) {
+        return true;
+    }
     if (inventory.bad()) {
         throw std::runtime_error(kInvalidInventory);
+    }
+    return false;
+}
+
+void VerifyInstalledProgram(const std::filesystem::path& installDirectory) {
+    std::ifstream inventory = OpenInventory(installDirectory);
+    std::string line;
+    while (ReadInventoryLine(inventory, line)) {
+        VerifyInventoryLine(installDirectory, line);
     }
 }
 

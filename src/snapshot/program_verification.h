@@ -1,6 +1,8 @@
 #pragma once
 
 #include <filesystem>
+#include <fstream>
+#include <string>
 
 namespace updater {
 
@@ -9,11 +11,21 @@ namespace updater {
 // installation directory, a tab, and 64 lower-case hexadecimal digits. Lines end in a line feed,
 // before which one carriage return is accepted.
 
+/// Opens the installed inventory. Raises `std::runtime_error` "Installed program inventory is
+/// missing" or "Installed program inventory is empty".
+std::ifstream OpenInventory(const std::filesystem::path& installDirectory);
+
+/// Reads the next line, without its line feed, and returns whether there was one. Raises
+/// `kInvalidInventory` when reading fails midway.
+bool ReadInventoryLine(std::ifstream& inventory, std::string& line);
+
+/// Checks the file that one line of the inventory lists. Raises `std::runtime_error`: the messages
+/// of inventory_entry.h, "SHA256 verification failed" for a file that is missing or unreadable, and
+/// "Installed program checksum mismatch: " followed by the path as the inventory gives it.
+void VerifyInventoryLine(const std::filesystem::path& installDirectory, const std::string& line);
+
 /// Checks every file that the installed inventory lists, in its order, and stops at the first that
-/// differs. Raises `std::runtime_error`: "Installed program inventory is missing", "Installed
-/// program inventory is empty", the messages of inventory_entry.h, "SHA256 verification failed" for
-/// a file that is missing or unreadable, and "Installed program checksum mismatch: " followed by
-/// the path as the inventory gives it.
+/// differs. Raises what opening the inventory, reading it and checking one line raise.
 void VerifyInstalledProgram(const std::filesystem::path& installDirectory);
 
 }  // namespace updater

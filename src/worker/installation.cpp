@@ -15,6 +15,7 @@
 #include "support/status_file.h"
 #include "support/text_conversion.h"
 #include "support/version_information.h"
+#include "worker/staging.h"
 
 namespace updater {
 
@@ -38,13 +39,13 @@ PreviousProgram RecordPreviousProgram(const Installation& installation) {
     PreviousProgram previous;
     previous.version = ReadExecutableVersion(ApplicationPath(installation.installDirectory));
     previous.registeredVersion = ReadRegisteredVersion();
-    previous.backupDirectory = installation.stagingDirectory / L"backup";
+    previous.backupDirectory = installation.stagingDirectory / kBackupDirectory;
     previous.backupRecord = BackupProgram(installation.installDirectory, previous.backupDirectory);
     return previous;
 }
 
 void RunSetupProgram(const Installation& installation) {
-    const std::filesystem::path log = installation.stagingDirectory / L"install.log";
+    const std::filesystem::path log = installation.stagingDirectory / kSetupLog;
     const std::wstring arguments = std::wstring(kSilentSwitches) + L" /DIR=" +
                                    QuoteArgument(installation.installDirectory.native()) +
                                    L" /LOG=" + QuoteArgument(log.native());

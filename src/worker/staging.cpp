@@ -30,16 +30,6 @@ struct TaskMemoryReleaser {
 };
 using UniqueTaskText = std::unique_ptr<wchar_t, TaskMemoryReleaser>;
 
-std::filesystem::path MachineDataFolder() {
-    PWSTR text = nullptr;
-    const HRESULT result = SHGetKnownFolderPath(FOLDERID_ProgramData, 0, nullptr, &text);
-    const UniqueTaskText folder(text);
-    if (FAILED(result)) {
-        throw std::runtime_error("Cannot locate machine staging directory");
-    }
-    return {folder.get()};
-}
-
 UniqueLocalMemory MakeSecurityDescriptor() {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     if (ConvertStringSecurityDescriptorToSecurityDescriptorW(kStagingSecurity, SDDL_REVISION_1,
@@ -60,9 +50,19 @@ bool CreateProtectedDirectory(const std::filesystem::path& directory) {
 
 }  // namespace
 
+std::filesystem::path MachineDataFolder() {
+    PWSTR text = nullptr;
+    const HRESULT result = SHGetKnownFolderPath(FOLDERID_ProgramData, 0, nullptr, &text);
+    const UniqueTaskText folder(text);
+    if (FAILED(result)) {
+        throw std::runtime_error("Cannot locate machine staging directory");
+    }
+    return {folder.get()};
+}
+
 std::filesystem::path CreateStagingDirectory() {
     const std::filesystem::path dataFolder = MachineDataFolder();
-    std::filesystem::path directory = dataFolder / (L"CorvellanUpdate-" + CreateJobIdentity());
+    std::filesystem::path directory = dataFolder / (kStagingPrefix + CreateJobIdentity());
     // A directory that exists already may belong to somebody else, so it is never used.
     if (!CreateProtectedDirectory(directory)) {
         throw std::runtime_error("Protected staging directory already exists or is inaccessible");
@@ -74,7 +74,7 @@ std::filesystem::path StageInstaller(const std::filesystem::path& installer,
                                      const std::filesystem::path& stagingDirectory,
                                      std::uint64_t expectedSize,
                                      const std::string& expectedSha256) {
-    std::filesystem::path copy = stagingDirectory / L"installer.exe";
+    std::filesystem::path copy = stagingDirectory / kStagedInstaller;
     CopyToNewFile(installer, copy);
     if (FileSize(copy) != expectedSize || FileSha256Hex(copy) != expectedSha256) {
         throw std::runtime_error("Protected installer size or SHA256 mismatch");

@@ -6,6 +6,23 @@
 
 namespace updater {
 
+// Every update works in a staging directory of its own, directly in the machine's data folder. It
+// stays there after the update, unless that was cancelled.
+
+/// A staging directory's name begins with this; the update's identity (see `CreateJobIdentity`)
+/// follows.
+inline constexpr wchar_t kStagingPrefix[] = L"CorvellanUpdate-";
+
+/// What a staging directory holds: the setup program, which is there first; the backup of the
+/// installed program; and the log that the setup program makes when it starts.
+inline constexpr wchar_t kStagedInstaller[] = L"installer.exe";
+inline constexpr wchar_t kBackupDirectory[] = L"backup";
+inline constexpr wchar_t kSetupLog[] = L"install.log";
+
+/// Returns the folder for data of all users of the machine. Raises `std::runtime_error` "Cannot
+/// locate machine staging directory".
+std::filesystem::path MachineDataFolder();
+
 /// Creates a new directory for one update under the machine's data folder. Only the system and
 /// administrators have access to it; nothing is inherited from the folder above. Raises
 /// `std::runtime_error` "Cannot locate machine staging directory", "Cannot create protected staging

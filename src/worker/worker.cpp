@@ -13,6 +13,7 @@
 #include "support/process_utilities.h"
 #include "support/status_file.h"
 #include "support/windows_api.h"
+#include "worker/install_mutex.h"
 #include "worker/installation.h"
 #include "worker/staging.h"
 #include "worker/worker_options.h"
@@ -20,17 +21,6 @@
 namespace updater {
 
 namespace {
-
-// In the global namespace: one installation at a time on the machine, whoever is logged on.
-constexpr wchar_t kInstallMutex[] = L"Global\\CorvellanUpdateInstall";
-
-UniqueHandle AcquireInstallMutex() {
-    UniqueHandle mutex = OwnHandle(CreateMutexW(nullptr, TRUE, kInstallMutex));
-    if (!mutex || GetLastError() == ERROR_ALREADY_EXISTS) {
-        throw std::runtime_error("Another update installation is running");
-    }
-    return mutex;
-}
 
 UniqueHandle OpenParent(const std::filesystem::path& applicationPath, std::uint32_t processId) {
     UniqueHandle parent = OpenProcessOf(applicationPath, processId);

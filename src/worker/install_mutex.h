@@ -1,0 +1,12 @@
+#pragma once
+
+#include "support/handle.h"
+
+namespace updater {
+
+/// Takes the mutex that keeps two installations on one machine apart, whoever is logged on; it is
+/// held until the handle is closed. Raises `std::runtime_error` "Another update installation is
+/// running".
+UniqueHandle AcquireInstallMutex();
+
+}  // namespace updater
