@@ -1,0 +1,190 @@
+#include <exception>
+#include <filesystem>
+#include <stdexcept>
+
+#include "snapshot/inventory_entry.h"
+#include "snapshot/program_assets.h"
+#include "snapshot/program_restore.h"
+#include "snapshot/program_verification.h"
+#include "support/application_identity.h"
+#include "support/file_system.h"
+#include "support/handle.h"
+#include "support/process_utilities.h"
+#include "support/text_conversion.h"
+#include "support/version_information.h"
+#include "updatectl/command_options.h"
+#include "updatectl/file_access.h"
+#include "updatectl/file_names.h"
+#include "updatectl/leftover_staging.h"
+#include "updatectl/output.h"
+#include "updatectl/progress_line.h"
+#include "updatectl/tool.h"
+#include "worker/install_mutex.h"
+#include "worker/staging.h"
+
+namespace updater {
+
+namespace {
+
+constexpr char kHelp[] =
+    R"(Usage: corvellan-updatectl restore --staging DIR --install-dir DIR [--force]
+
+Puts the previous program back after an update that was interrupted while the setup program ran, for
+example because the machine lost power: program files that the backup in the staging directory does
+not hold are deleted, all others are copied back and checked, as the updater itself does after a
+failed installation. The user's own files stay as they are. It can be repeated after a failure.
+Needs an administrator's rights.
+
+  --staging DIR       the interrupted update's directory, "CorvellanUpdate-{...}" in the folder of
+                      all users' data; 'corvellan-updatectl clean --dry-run' lists them by time
+  --install-dir DIR   where the program is installed
+  --force             restore from a backup that may be incomplete or damaged, too
+
+Nothing is changed while the application or an update runs; nor, without --force, when the setup
+program had not started yet (there is no install.log: then the installation is as it was, and what
+the backup does not hold would be lost), or when the backup is not as its own list of files says.
+
+The version that Windows shows for the program ("DisplayVersion") is not part of a backup; it is left
+as it is, and shown.
+)";
+
+constexpr std::wstring_view kStagingOption = L"--staging";
+constexpr std::wstring_view kInstallOption = L"--install-dir";
+constexpr std::wstring_view kForceFlag = L"--force";
+
+// Canonical paths.
+struct Places {
+    std::filesystem::path staging;
+    std::filesystem::path backup;
+    std::filesystem::path install;
+};
+
+bool Contains(const std::filesystem::path& directory, const std::filesystem::path& other) {
+    return FoldCase(other.native() + L'\\').starts_with(FoldCase(directory.native() + L'\\'));
+}
+
+Places ReadPlaces(const CommandOptions& options) {
+    Places places;
+    const std::wstring staging = OnlyValue(options, kStagingOption);
+    const std::wstring install = OnlyValue(options, kInstallOption);
+    RequireAdministrator();
+    places.staging = RequireDirectory(staging);
+    places.install = RequireDirectory(install);
+    places.backup = places.staging / kBackupDirectory;
+    return places;
+}
+
+void CheckStaging(const Places& places) {
+    const std::string name = PrintableText(places.staging.native());
+    if (!IsOwnedByAdministrator(places.staging)) {
+        throw std::runtime_error(name + " was not made by the updater: another user owns it");
+    }
+    if (!PathExists(ApplicationPath(places.backup))) {
+        throw std::runtime_error("There is no backup of the program in " + name);
+    }
+    if (IsSetupRunning(places.staging)) {
+        throw std::runtime_error("The setup program in " + name + " is still running");
+    }
+}
+
+// The restore deletes programs and libraries that the backup does not hold, which would be fatal in
+// any other directory than the application's own.
+void CheckInstallDirectory(const Places& places) {
+    const std::string name = PrintableText(places.install.native());
+    if (Contains(places.install, places.staging) || Contains(places.staging, places.install)) {
+        throw std::runtime_error(name + " and the staging directory lie within one another");
+    }
+    const ProgramAssets assets = EnumerateProgramAssets(places.install);
+    if (!PathExists(ApplicationPath(places.install)) &&
+        !PathExists(places.install / kProgramInventory) && !assets.empty()) {
+        throw std::runtime_error(name + " is not where the application is installed");
+    }
+}
+
+// Says what of the backup is not as its own inventory lists it, one line each. What the backup does
+// not cover by design is passed over.
+std::string BackupFaults(const std::filesystem::path& backup) {
+    std::string faults;
+    std::ifstream inventory = OpenInventory(backup);
+    std::string line;
+    while (ReadInventoryLine(inventory, line)) {
+        const std::wstring path = Utf8ToWide(ParseInventoryLine(line).path);
+        if (!IsProgramAsset(std::filesystem::path(path).lexically_normal().make_preferred())) {
+            continue;
+        }
+        try {
+            VerifyInventoryLine(backup, line);
+        } catch (const std::exception& failure) {
+            faults += "\n  " + PrintableText(path) + ": " + failure.what();
+        }
+    }
+    return faults;
+}
+
+void CheckCompleteness(const Places& places) {
+    if (!PathExists(places.staging / kSetupLog)) {
+        throw std::runtime_error(
+            "The setup program had not started, so the installation is as it was, and the backup "
+            "may be incomplete; see --force");
+    }
+    // Versions from before the application was updated in this way came without an inventory.
+    if (!PathExists(places.backup / kProgramInventory)) {
+        return;
+    }
+    if (const std::string faults = BackupFaults(places.backup); !faults.empty()) {
+        throw std::runtime_error("The backup is not as its own list of files says; see --force:" +
+                                 faults);
+    }
+}
+
+void RestoreFrom(const Places& places, const ProgramAssets& record) {
+    const std::filesystem::path application = ApplicationPath(places.install);
+    EnsureNoOtherInstance(application, 0);
+    const std::wstring version = VersionOf(ApplicationPath(places.backup));
+    try {
+        RestoreProgram(places.install, places.backup, record);
+    } catch (const std::exception& failure) {
+        throw std::runtime_error(std::string("The program is only partly restored, repeat the "
+                                             "command when the cause is removed: ") +
+                                 failure.what());
+    }
+    if (VersionOf(application) != version) {
+        throw std::runtime_error("The restored program has another version than its backup");
+    }
+}
+
+void Report(const Places& places, std::size_t files) {
+    const std::wstring registered = ReadRegisteredVersion();
+    PrintOutput("Restored version " + PrintableText(VersionOf(ApplicationPath(places.install))) +
+                " in " + PrintableText(places.install.native()) +
+                ", files: " + std::to_string(files) +
+                "\nThe version that Windows shows for the program was left as it is: " +
+                (registered.empty() ? "none" : PrintableText(registered)) + "\n");
+}
+
+int RunRestore(std::span<const std::wstring> tokens) {
+    const CommandOptions options =
+        ReadCommandOptions(tokens, {kForceFlag}, {kStagingOption, kInstallOption});
+    RequireOperands(options, {});
+    const Places places = ReadPlaces(options);
+    const UniqueHandle mutex = AcquireInstallMutex();
+    CheckStaging(places);
+    CheckInstallDirectory(places);
+    ProgramAssets record;
+    {
+        const ProgressLine progress("Restoring the program");
+        if (!options.values.contains(kForceFlag)) {
+            CheckCompleteness(places);
+        }
+        record = EnumerateProgramAssets(places.backup);
+        RestoreFrom(places, record);
+    }
+    Report(places, record.size());
+    return kToolDone;
+}
+
+}  // namespace
+
+const ToolCommand kRestoreCommand = {L"restore", kHelp, RunRestore};
+
+}  // namespace updater

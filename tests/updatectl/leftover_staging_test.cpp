@@ -1,0 +1,118 @@
+#include "updatectl/leftover_staging.h"
+
+#include <gmock/gmock.h>
+
+#include "support/windows_api.h"
+
+// After the Windows types that it needs.
+#include <aclapi.h>
+#include <sddl.h>
+
+#include "fixtures/directory_link.h"
+#include "fixtures/file_content.h"
+#include "fixtures/replacement.h"
+#include "fixtures/temporary_directory.h"
+#include "support/file_system.h"
+#include "support/handle.h"
+#include "support/process_utilities.h"
+#include "support/text_conversion.h"
+
+namespace updater {
+namespace {
+
+Replacement<decltype(GetNamedSecurityInfoW)> getNamedSecurityInfo;
+
+void SetTimes(const std::filesystem::path& directory, std::uint64_t time) {
+    const UniqueHandle handle =
+        OwnHandle(CreateFileW(directory.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING,
+                              FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    const FILETIME fileTime{static_cast<DWORD>(time), static_cast<DWORD>(time >> 32U)};
+    ASSERT_NE(SetFileTime(handle.get(), &fileTime, nullptr, &fileTime), 0);
+}
+
+TEST(LeftoverStaging, IsKnownByTheExactFormOfItsName) {
+    EXPECT_TRUE(IsStagingName(L"CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF}"));
+    EXPECT_TRUE(IsStagingName(L"CorvellanUpdate-" + CreateJobIdentity()));
+    for (const wchar_t* name :
+         {L"", L"CorvellanUpdate-", L"CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF} ",
+          L"CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF",
+          L"CorvellanUpdate-01234567-89AB-CDEF-0123-456789ABCDEF",
+          L"CorvellanUpdate-{01234567-89ab-cdef-0123-456789abcdef}",
+          L"corvellanupdate-{01234567-89AB-CDEF-0123-456789ABCDEF}",
+          L"CorvellanUpdate-{0123456789AB-CDEF-0123-456789ABCDEF--}",
+          L"CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEG}",
+          L"CorvellanUpdate-{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}",
+          L"XCorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF}"}) {
+        EXPECT_FALSE(IsStagingName(name)) << WideToUtf8(name);
+    }
+}
+
+TEST(LeftoverStaging, IsListedFromTheNewestOnWithoutLinksAndFiles) {
+    const TemporaryDirectory folder;
+    const std::wstring prefix = L"CorvellanUpdate-{00000000-0000-0000-0000-00000000000";
+    constexpr std::uint64_t kDay = 864'000'000'000;
+    constexpr std::uint64_t kSomeTime = 130'000'000'000'000'000;
+    const auto make = [&](const wchar_t* end, std::uint64_t time) {
+        CreateDirectories(folder.path / (prefix + end));
+        SetTimes(folder.path / (prefix + end), time);
+    };
+    make(L"1}", kSomeTime + kDay);
+    make(L"2}", kSomeTime + 3 * kDay);
+    make(L"3}", kSomeTime + 2 * kDay);
+    make(L"4}", kSomeTime + 2 * kDay);
+    make(L"5} old", kSomeTime);
+    WriteFileContent(folder.path / (prefix + L"6}"), "a file");
+    const DirectoryLink link(folder.path / (prefix + L"7}"), folder.path / (prefix + L"1}"));
+
+    std::vector<std::wstring> listed;
+    for (const LeftoverStaging& directory : ListLeftoverStaging(folder.path)) {
+        listed.push_back(directory.path.filename().native().substr(prefix.size()));
+    }
+    EXPECT_THAT(listed, testing::ElementsAre(L"2}", L"3}", L"4}", L"1}"));
+    EXPECT_EQ(ListLeftoverStaging(folder.path).front().created, kSomeTime + 3 * kDay);
+}
+
+TEST(LeftoverStaging, IsTrustedByItsOwner) {
+    const TemporaryDirectory directory;
+    EXPECT_TRUE(IsOwnedByAdministrator(directory.path));
+
+    struct OwnerCase {
+        const wchar_t* descriptor;
+        bool trusted;
+    };
+    for (const OwnerCase& test :
+         {OwnerCase{L"O:BA", true}, OwnerCase{L"O:SY", true}, OwnerCase{L"O:BU", false},
+          OwnerCase{L"O:WD", false}, OwnerCase{L"O:AN", false}, OwnerCase{L"O:AU", false},
+          OwnerCase{L"O:S-1-5-21-1-2-3-1001", false}, OwnerCase{L"D:(A;;FA;;;BA)", false}}) {
+        const ScopedReplacement<decltype(GetNamedSecurityInfoW)> replacement(
+            getNamedSecurityInfo,
+            [&test](LPCWSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID* owner, PSID*, PACL*, PACL*,
+                    PSECURITY_DESCRIPTOR* descriptor) -> DWORD {
+                BOOL defaulted = FALSE;
+                ConvertStringSecurityDescriptorToSecurityDescriptorW(
+                    test.descriptor, SDDL_REVISION_1, descriptor, nullptr);
+                GetSecurityDescriptorOwner(*descriptor, owner, &defaulted);
+                return ERROR_SUCCESS;
+            });
+        EXPECT_EQ(IsOwnedByAdministrator(directory.path), test.trusted)
+            << WideToUtf8(test.descriptor);
+    }
+}
+
+TEST(LeftoverStaging, IsNotTrustedWhenItsOwnerCannotBeRead) {
+    EXPECT_THROW(IsOwnedByAdministrator(L"C:\\no such directory"), std::system_error);
+}
+
+}  // namespace
+}  // namespace updater
+
+extern "C" {
+extern decltype(&GetNamedSecurityInfoW) __real___imp_GetNamedSecurityInfoW;
+DWORD WINAPI GetNamedSecurityInfoDouble(LPCWSTR name, SE_OBJECT_TYPE type,
+                                        SECURITY_INFORMATION information, PSID* owner, PSID* group,
+                                        PACL* dacl, PACL* sacl, PSECURITY_DESCRIPTOR* descriptor) {
+    return updater::getNamedSecurityInfo.Call(__real___imp_GetNamedSecurityInfoW, name, type,
+                                              information, owner, group, dacl, sacl, descriptor);
+}
+decltype(&GetNamedSecurityInfoW) __wrap___imp_GetNamedSecurityInfoW = GetNamedSecurityInfoDouble;
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace updater {
+
+/// The tool, and the application's versions 1.0.0.0 and 2.0.0.0, as the build made them.
+std::filesystem::path ToolPath();
+std::filesystem::path Application1();
+std::filesystem::path Application2();
+
+struct ToolResult {
+    std::uint32_t exitCode = 0;
+    std::string output;
+    std::string error;
+};
+
+/// Runs the tool to its end with its output in pipes. Raises `std::runtime_error` when it could not
+/// be started.
+ToolResult CallTool(const std::vector<std::wstring>& arguments,
+                    const std::filesystem::path& workingDirectory = {});
+
+}  // namespace updater

@@ -1,0 +1,123 @@
+#include <gmock/gmock.h>
+
+#include "support/version_information.h"
+#include "updatectl/tool_call.h"
+
+namespace updater {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+TEST(Usage, ShowsTheToolsHelpAndVersion) {
+    const ToolResult help = CallTool({L"--help"});
+    EXPECT_EQ(help.exitCode, 0U);
+    for (const char* command : {"inventory", "verify", "describe", "restore", "clean"}) {
+        EXPECT_THAT(help.output, HasSubstr(std::string("\n  ") + command + " "));
+    }
+    EXPECT_THAT(help.output, HasSubstr("Exit codes: 0 "));
+    EXPECT_THAT(help.error, IsEmpty());
+
+    const ToolResult version = CallTool({L"--version"});
+    EXPECT_EQ(version.exitCode, 0U);
+    EXPECT_THAT(version.output, testing::MatchesRegex("corvellan-updatectl \\d+\\.\\d+\\.\\d+\n"));
+    // The version resource has a fourth number, 0.
+    const std::wstring resource = ReadExecutableVersion(ToolPath());
+    EXPECT_EQ("corvellan-updatectl " + std::string(resource.begin(), resource.end()),
+              version.output.substr(0, version.output.size() - 1) + ".0");
+}
+
+TEST(Usage, ShowsEachCommandsHelpWhateverElseIsGiven) {
+    struct HelpCase {
+        std::wstring command;
+        const char* usage;
+        std::vector<const char*> mentions;
+    };
+    const std::vector<HelpCase> cases = {
+        {L"inventory",
+         "Usage: corvellan-updatectl inventory DIR [--exclude PATTERN]... [--json]\n",
+         {"--exclude PATTERN ", "--json ", "**"}},
+        {L"verify", "Usage: corvellan-updatectl verify DIR [--json]\n", {"--json "}},
+        {L"describe",
+         "Usage: corvellan-updatectl describe SETUP --app CORVELLAN_EXE\n",
+         {"--app CORVELLAN_EXE "}},
+        {L"restore",
+         "Usage: corvellan-updatectl restore --staging DIR --install-dir DIR [--force]\n",
+         {"--staging DIR ", "--install-dir DIR ", "--force ", "DisplayVersion"}},
+        {L"clean",
+         "Usage: corvellan-updatectl clean [--keep N] [--dry-run]\n",
+         {"--keep N ", "--dry-run "}},
+    };
+    for (const HelpCase& test : cases) {
+        for (const std::vector<std::wstring>& arguments :
+             {std::vector<std::wstring>{test.command, L"--help"},
+              std::vector<std::wstring>{test.command, L"--nonsense", L"x", L"--help"}}) {
+            const ToolResult result = CallTool(arguments);
+            EXPECT_EQ(result.exitCode, 0U);
+            EXPECT_THAT(result.output, StartsWith(test.usage));
+            for (const char* mention : test.mentions) {
+                EXPECT_THAT(result.output, HasSubstr(mention));
+            }
+            EXPECT_THAT(result.error, IsEmpty());
+        }
+    }
+}
+
+TEST(Usage, IsRefusedWithExitCode2AndAWordOnWhy) {
+    struct WrongUsage {
+        std::vector<std::wstring> arguments;
+        const char* why;
+    };
+    const std::vector<WrongUsage> cases = {
+        {{}, "COMMAND is missing"},
+        {{L""}, " is not a command"},
+        {{L"Inventory"}, "Inventory is not a command"},
+        {{L"\u4E2D"}, "\xE4\xB8\xAD is not a command"},
+        {{L"--json", L"verify"}, "--json is not a command"},
+        {{L"inventory"}, "DIR is missing"},
+        {{L"inventory", L""}, "DIR is missing"},
+        {{L"inventory", L"a", L"b"}, "b is one argument too many"},
+        {{L"inventory", L"a", L"--exclude"}, "--exclude needs a value"},
+        {{L"inventory", L"a", L"--exclude", L"..\\x"}, "..\\x is no pattern for paths below DIR"},
+        {{L"inventory", L"a", L"--keep", L"1"}, "--keep is not an option of this command"},
+        {{L"verify"}, "DIR is missing"},
+        {{L"verify", L"a", L"--exclude", L"x"}, "--exclude is not an option of this command"},
+        {{L"describe", L"a"}, "--app is missing"},
+        {{L"describe", L"--app", L"a"}, "SETUP is missing"},
+        {{L"describe", L"a", L"--app", L"b", L"--app", L"b"}, "--app is repeated"},
+        {{L"restore", L"--staging", L"a"}, "--install-dir is missing"},
+        {{L"restore", L"--install-dir", L"a"}, "--staging is missing"},
+        {{L"restore", L"--staging", L"a", L"--install-dir", L"b", L"c"},
+         "c is one argument too many"},
+        {{L"clean", L"x"}, "x is one argument too many"},
+        {{L"clean", L"--keep"}, "--keep needs a value"},
+        {{L"clean", L"--keep", L"-1"}, "--keep needs a number, not -1"},
+        {{L"clean", L"--keep", L"1x"}, "--keep needs a number, not 1x"},
+        {{L"clean", L"--keep", L"4294967296"}, "--keep needs a number, not 4294967296"},
+    };
+    for (const WrongUsage& test : cases) {
+        const ToolResult result = CallTool(test.arguments);
+        EXPECT_EQ(result.exitCode, 2U) << test.why;
+        EXPECT_THAT(result.error, HasSubstr(std::string(test.why) + "\n"));
+        EXPECT_THAT(result.error, HasSubstr("--help"));
+        EXPECT_THAT(result.output, IsEmpty());
+    }
+}
+
+TEST(Usage, ReportsAMissingDirectoryWithTheSystemsWords) {
+    for (const wchar_t* command : {L"inventory", L"verify"}) {
+        const ToolResult result = CallTool({command, L"C:\\no\\such \u4E2D"});
+        EXPECT_EQ(result.exitCode, 1U);
+        EXPECT_THAT(result.error,
+                    testing::MatchesRegex("corvellan-updatectl: Cannot open the directory "
+                                          "C:\\\\no\\\\such \xE4\xB8\xAD: .*\\S.*\n"));
+        EXPECT_THAT(result.output, IsEmpty());
+    }
+    const ToolResult file = CallTool({L"verify", ToolPath().native()});
+    EXPECT_EQ(file.exitCode, 1U);
+    EXPECT_THAT(file.error, HasSubstr("Cannot open the directory "));
+}
+
+}  // namespace
+}  // namespace updater
