@@ -13,7 +13,8 @@ else()
   # and so the texts of the checks are left out.
   target_compile_options(project-options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wconversion -Wshadow -Werror -fstack-protector-strong>
-    $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CONFIG:Release>>:-ffunction-sections -fdata-sections>
+    # Where and when a program was built shows in nothing that it contains.
+    "$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>"
   )
   target_compile_definitions(project-options INTERFACE
     _GLIBCXX_ASSERTIONS
@@ -21,7 +22,7 @@ else()
   )
   # One executable without companions: the runtime libraries are linked in.
   target_link_options(project-options INTERFACE
-    -static -fstack-protector-strong $<$<CONFIG:Release>:-Wl,--gc-sections -s>
+    -static -fstack-protector-strong -Wl,--no-insert-timestamp $<$<CONFIG:Release>:-Wl,--gc-sections -s>
     # Debug information stays in the object files: in a program, the runtime libraries' own would be
     # most of its size and of its link's time.
     $<$<CONFIG:Debug>:-Wl,--strip-debug>
