@@ -160,5 +160,8 @@ int RunStandIn() {
 }  // namespace updater
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
+    if (SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32) == 0) {
+        return updater::kStandInFailed;
+    }
     return updater::RunStandIn();
 }
