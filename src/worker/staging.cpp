@@ -51,6 +51,9 @@ bool CreateProtectedDirectory(const std::filesystem::path& directory) {
 }  // namespace
 
 std::filesystem::path MachineDataFolder() {
+    // Frees nothing, but brings ole32 into the process from the system's directory. The shell would
+    // load it during the next call, and Wine's searches the executable's own directory for it.
+    CoTaskMemFree(nullptr);
     PWSTR text = nullptr;
     const HRESULT result = SHGetKnownFolderPath(FOLDERID_ProgramData, 0, nullptr, &text);
     const UniqueTaskText folder(text);
