@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "elevation/program_start.h"
 #include "support/file_system.h"
 #include "support/text_conversion.h"
 
@@ -22,7 +23,8 @@ std::filesystem::path FromBuild(const wchar_t* path) {
 }  // namespace
 
 std::filesystem::path RealUpdater() {
-    return FromBuild(CORVELLAN_UPDATER);
+    const std::wstring other = EnvironmentVariable(kOtherUpdaterVariable);
+    return other.empty() ? FromBuild(CORVELLAN_UPDATER) : std::filesystem::path(other);
 }
 
 std::filesystem::path ElevationStandIn() {

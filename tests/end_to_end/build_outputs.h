@@ -5,6 +5,10 @@
 
 namespace updater {
 
+/// The environment variable that names an updater to test in place of the one that this build made,
+/// for example one that has been signed.
+inline constexpr wchar_t kOtherUpdaterVariable[] = L"CORVELLAN_OTHER_UPDATER";
+
 // The programs that a whole update consists of, as the build made them.
 
 std::filesystem::path RealUpdater();
