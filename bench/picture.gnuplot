@@ -2,7 +2,7 @@
 # with the least and the most.
 
 points(kind, unit, small, large, column) = \
-  sprintf("< for size in 1 4; do awk -F '\\t' -v n=%s-%s-$size '$1 == n { print $%d }' %s | sort -g | awk -v size=$size '{ v[NR] = $1 } END { print size == 1 ? %g : %g, (v[int((NR + 1) / 2)] + v[int((NR + 2) / 2)]) / 2, v[1], v[NR] }'; done", kind, unit, column, measurements, small, large)
+  sprintf("< for size in 1 4; do awk -F '\\t' -v n=%s-%s-$size '$1 == n && $%d != \"\" { print $%d }' %s | sort -g | awk -v size=$size '{ v[NR] = $1 } END { print size == 1 ? %g : %g, (v[int((NR + 1) / 2)] + v[int((NR + 2) / 2)]) / 2, v[1], v[NR] }'; done", kind, unit, column, column, measurements, small, large)
 
 set terminal svg size 900,420 dynamic background rgb "white" font "sans-serif,12"
 set output picture

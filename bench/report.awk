@@ -29,9 +29,11 @@ function summarise(values, n,    i, j, value) {
   median = n % 2 ? sorted[(n + 1) / 2] : (sorted[n / 2] + sorted[n / 2 + 1]) / 2
 }
 
-function median_of(name, column,    values, i) {
-  for (i = 1; i <= count[name]; ++i) values[i] = number[name, column, i]
-  summarise(values, count[name])
+# A round without the number does not count.
+function median_of(name, column,    values, n, i) {
+  for (i = 1; i <= count[name]; ++i)
+    if (number[name, column, i] != "") values[++n] = number[name, column, i]
+  summarise(values, n)
   return median
 }
 

@@ -1,5 +1,6 @@
 // update-time install SETUP PROGRAM
 // update-time update SETUP PROGRAM WORKSPACE
+// update-time forget
 //
 // "install" has a setup program install the application. "update" has the application updated by
 // the real broker and worker with that setup program once more, and prints in seconds:
@@ -8,6 +9,8 @@
 //   the setup program's time
 //   the time of the stand-in for the prompt: before the worker's start and after its end
 //   the application's time: from the record "ready" to its exit
+//
+// "forget" removes what Windows knows about the installed application.
 
 #include <optional>
 #include <stdexcept>
@@ -17,6 +20,7 @@
 #include "end_to_end/installed_program.h"
 #include "end_to_end/running_processes.h"
 #include "end_to_end/staging_directories.h"
+#include "end_to_end/uninstall_entry.h"
 #include "end_to_end/update_run.h"
 #include "end_to_end/waiting.h"
 #include "program_main.h"
@@ -148,12 +152,8 @@ void RemoveStagingDirectories() {
     }
 }
 
-void Run(std::span<wchar_t*> arguments) {
+void Update(std::span<wchar_t*> arguments) {
     const std::filesystem::path installDirectory = arguments[2];
-    if (std::wstring_view(arguments[0]) == L"install") {
-        updater::RunSetup(arguments[1], installDirectory);
-        return;
-    }
     const std::filesystem::path workspace = arguments[3];
     updater::UpdateJob job;
     job.updater = updater::PlaceUpdater(workspace / L"updater");
@@ -167,13 +167,29 @@ void Run(std::span<wchar_t*> arguments) {
     RemoveStagingDirectories();
 }
 
+void Run(std::span<wchar_t*> arguments) {
+    const std::wstring_view operation = arguments[0];
+    if (operation == L"install") {
+        updater::RunSetup(arguments[1], arguments[2]);
+    } else if (operation == L"update") {
+        Update(arguments);
+    } else {
+        updater::WriteUninstallEntry({});
+    }
+}
+
+std::size_t ArgumentsOf(std::wstring_view operation) {
+    return operation == L"install" ? 3 : operation == L"update" ? 4 : 1;
+}
+
 }  // namespace
 
 }  // namespace bench
 
 int wmain(int count, wchar_t** tokens) {
-    const bool install = count > 1 && std::wstring_view(tokens[1]) == L"install";
-    return bench::RunProgram({tokens, static_cast<std::size_t>(count)}, install ? 3 : 4,
-                             "update-time install SETUP PROGRAM | update SETUP PROGRAM WORKSPACE",
+    const std::size_t wanted = bench::ArgumentsOf(count > 1 ? tokens[1] : L"");
+    return bench::RunProgram({tokens, static_cast<std::size_t>(count)}, wanted,
+                             "update-time install SETUP PROGRAM | update SETUP PROGRAM WORKSPACE | "
+                             "forget",
                              bench::Run);
 }
