@@ -1,5 +1,6 @@
 #include "floor/program_copy.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace bench {
@@ -30,20 +31,20 @@ void CopyWithDigests(const std::filesystem::path& program, const std::filesystem
 }
 
 void CheckDigests(const std::filesystem::path& program, const FileList& list) {
-    for (const ListedFile& file : list.files) {
-        if (DigestOfFile(program / file.relativePath) != file.digest) {
-            throw std::runtime_error("A file differs from its digest");
-        }
+    const bool equal = std::ranges::all_of(list.files, [&](const ListedFile& file) {
+        return DigestOfFile(program / file.relativePath) == file.digest;
+    });
+    if (!equal) {
+        throw std::runtime_error("A file differs from its digest");
     }
 }
 
 std::vector<std::filesystem::path> UnlistedFiles(const std::filesystem::path& program) {
-    std::vector<std::filesystem::path> names;
-    for (const wchar_t* const name : {L"program-files.tsv", L"unins000.dat", L"unins000.exe"}) {
-        if (std::filesystem::exists(program / name)) {
-            names.emplace_back(name);
-        }
-    }
+    std::vector<std::filesystem::path> names = {L"program-files.tsv", L"unins000.dat",
+                                                L"unins000.exe"};
+    std::erase_if(names, [&](const std::filesystem::path& name) {
+        return !std::filesystem::exists(program / name);
+    });
     return names;
 }
 

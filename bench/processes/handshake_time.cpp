@@ -43,16 +43,16 @@ struct Handshake {
     updater::StartedProgram broker{};
 };
 
-void StartUnelevated(updater::StartedProgram& started, updater::ProgramStart start) {
+updater::StartedProgram StartUnelevated(updater::ProgramStart start) {
     start.token = updater::StartToken::Linked;
-    started = updater::StartProgram(start);
+    return updater::StartProgram(start);
 }
 
 void StartApplication(Handshake& handshake) {
     const std::filesystem::path executable = updater::ApplicationPath(handshake.installDirectory);
     updater::CreateDirectories(handshake.installDirectory);
     updater::CopyToNewFile(handshake.programs / L"bench-application.exe", executable);
-    StartUnelevated(handshake.application, {.program = executable});
+    handshake.application = StartUnelevated({.program = executable});
 }
 
 // The updater starts itself as the worker. While the broker runs, the stand-in for the worker has
@@ -64,10 +64,10 @@ void StartBroker(Handshake& handshake) {
         {updater::kInstallDirOption, handshake.installDirectory.native()},
         {updater::kJobDirOption, handshake.jobDirectory.native()},
         {updater::kParentPidOption, std::to_wstring(handshake.application.processId)}};
-    StartUnelevated(handshake.broker,
-                    {.program = handshake.updater,
-                     .arguments = updater::CommandLineOf(updater::kBrokerFlag, options),
-                     .state = updater::StartState::Suspended});
+    handshake.broker =
+        StartUnelevated({.program = handshake.updater,
+                         .arguments = updater::CommandLineOf(updater::kBrokerFlag, options),
+                         .state = updater::StartState::Suspended});
     const std::filesystem::path aside = handshake.workspace / L"broker.exe";
     if (MoveFileExW(handshake.updater.c_str(), aside.c_str(), 0) == 0) {
         updater::RaiseLastError("Cannot rename the updater");
