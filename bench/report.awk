@@ -14,7 +14,7 @@ BEGIN { FS = "\t" }
 END {
   add_rows()
   print_page()
-  exit missed > 0
+  exit (missed > 0)
 }
 
 # Fills `sorted` and sets median, least and most.
@@ -101,7 +101,7 @@ function add_start(    values, i) {
 }
 
 function add_rows() {
-  add_ratio("rate of the digest of " megabytes(537) " against the provider fed from memory",
+  add_ratio("rate of the digest of " int(512 / share) " MiB against the provider fed from memory",
             "digest", ">= 0.97", 1)
   details[rows] = details[rows] "; bare calls reach " ratio_of("digest-bare-reading")
   add_ratio("backup of " megabytes(300) " in " files(2000) ", against the floor",
