@@ -48,11 +48,12 @@ UniqueHash CreateHash(BCRYPT_ALG_HANDLE provider) {
 }
 
 bool HashStream(std::ifstream& stream, BCRYPT_HASH_HANDLE hash) {
-    std::array<char, kChunkBytes> chunk{};
+    // Not cleared: for a small file that would take longer than its digest.
+    char chunk[kChunkBytes];
     bool hashed = stream.is_open();
     while (hashed && stream.good()) {
-        stream.read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
-        hashed = BCryptHashData(hash, reinterpret_cast<PUCHAR>(chunk.data()),
+        stream.read(chunk, sizeof(chunk));
+        hashed = BCryptHashData(hash, reinterpret_cast<PUCHAR>(chunk),
                                 static_cast<ULONG>(stream.gcount()), 0) >= 0;
     }
     return hashed && !stream.bad();
