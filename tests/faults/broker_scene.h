@@ -1,0 +1,39 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "faults/sweep.h"
+#include "fixtures/temporary_directory.h"
+
+namespace updater::faults {
+
+// The sides of a broker's outcome.
+/// Whether the broker has told the worker to go on, "yes" or "no".
+inline constexpr char kCommitted[] = "commit";
+/// Whether the application was started again, "yes" or "no".
+inline constexpr char kRestarted[] = "application restarted";
+/// "none", or what the error box says.
+inline constexpr char kErrorBox[] = "error box";
+
+/// The message of the record that the worker writes at its end.
+inline constexpr char kWorkerMessage[] = "the worker's own words";
+
+/// What the broker meets.
+struct BrokerCase {
+    bool workerBecomesReady = true;
+};
+
+/// An application that wants to be updated, and a worker that reports "authorized" as soon as it is
+/// started, and fails with exit code 3 when the broker tells it to go on. Both are simulated, and
+/// so is the shell; files and all other objects are real.
+struct BrokerScene {
+    /// Runs the broker in an empty job directory.
+    Outcome Run(const BrokerCase& met, const Watcher& watch) const;
+
+    TemporaryDirectory directory;
+    std::filesystem::path installDirectory = directory.path / L"\u7A0B\u5E8F app";
+    std::filesystem::path jobDirectory = directory.path / L"\u4EFB\u52A1 job";
+};
+
+}  // namespace updater::faults

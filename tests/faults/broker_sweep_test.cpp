@@ -1,0 +1,150 @@
+#include <gtest/gtest.h>
+
+#include <array>
+
+#include "faults/broker_scene.h"
+#include "support/text_conversion.h"
+
+namespace updater::faults {
+namespace {
+
+constexpr char kAuthorized[] = "authorized, \"Administrator authorization accepted\", 0";
+constexpr char kReady[] = "ready, \"Authorized helper is waiting for application exit\", 0";
+constexpr char kHeading[] =
+    "\xE5\x8D\x87\xE7\xBA\xA7\xE6\x9C\xAA\xE5\xAE\x8C\xE6\x88\x90\xEF\xBC\x8C"
+    "\xE5\xA4\xB1\xE8\xB4\xA5\xE8\xAE\xB0\xE5\xBD\x95\xEF\xBC\x9A\n";
+
+Outcome Untouched() {
+    return {{kEnd, "uncaught"}, {kStatus, "none"},   {kCommitted, "no"},
+            {kRestarted, "no"}, {kErrorBox, "none"}, {kOpenFiles, ""}};
+}
+
+Outcome Ended(const std::string& end, const std::string& status) {
+    Outcome outcome = Untouched();
+    outcome[kEnd] = end;
+    outcome[kStatus] = status;
+    return outcome;
+}
+
+// The box shows the worker's record as it stands in the file, and where that is.
+std::string ErrorBox(const BrokerScene& scene, const std::string& state) {
+    return std::string(kHeading) + R"({"state":")" + state + R"(","message":")" + kWorkerMessage +
+           R"(","exitCode":1})" + "\n\n" + WideToUtf8(scene.jobDirectory.native());
+}
+
+Outcome WorkerFailed(const BrokerScene& scene) {
+    Outcome outcome = Ended("exit code 3", StatusText("failed", kWorkerMessage, 1));
+    outcome[kCommitted] = "yes";
+    outcome[kRestarted] = "yes";
+    outcome[kErrorBox] = ErrorBox(scene, "failed");
+    return outcome;
+}
+
+Outcome RaisedInBroker(const Fault& fault, const std::string& message) {
+    Outcome outcome = Ended("exit code 1", StatusText("failed", message, 1));
+    if (fault.FailedCall().function == "CreateProcessW") {
+        outcome[kCommitted] = "yes";
+    }
+    return outcome;
+}
+
+// A worker that was ready has written its record.
+void NeverReady(Outcome& outcome, const Fault& /*fault*/) {
+    if (outcome[kCommitted] == "yes") {
+        outcome = Ended("exit code 1", kAuthorized);
+    }
+}
+
+// The shell's three failures.
+void FailLaunch(Outcome& outcome, const Fault& fault) {
+    if (fault.failure.kind == FailureKind::WithoutProcess) {
+        NeverReady(outcome, fault);
+    } else if (fault.failure.error == ERROR_CANCELLED) {
+        outcome = Ended("exit code 2",
+                        StatusText("cancelled", "Administrator authorization cancelled", 1223));
+    } else {
+        outcome = Ended("exit code 1", StatusText("failed", "Authorization failed", 5));
+    }
+}
+
+// What stands in the box instead of the record.
+void EmptyReport(Outcome& outcome, const Fault& /*fault*/) {
+    std::string& text = outcome[kErrorBox];
+    const std::size_t end = text.find("\n\n");
+    text.erase(sizeof(kHeading) - 1, end - (sizeof(kHeading) - 1));
+}
+
+// The worker is never told to go on.
+void WorkerGivesUp(Outcome& outcome, const Fault& /*fault*/) {
+    outcome[kCommitted] = "no";
+    outcome[kEnd] = "exit code 2";
+    outcome[kStatus] = StatusText("cancelled", kWorkerMessage, 1);
+    outcome[kErrorBox].replace(outcome[kErrorBox].find("failed"), 6, "cancelled");
+}
+
+// The worker still runs when its exit code is read, and has written nothing.
+void WorkerGoesOn(Outcome& outcome, const Fault& /*fault*/) {
+    outcome[kEnd] = "exit code 259";
+    outcome[kStatus] = kReady;
+    outcome[kErrorBox] = kAnything;
+}
+
+constexpr auto kBrokerRules = std::to_array<Rule>({
+    {"write", "ReportWorkerNotReady", L"", kEmptyRecord},
+    // The worker's record follows.
+    {"write", "WriteUpdateStatus", L"", kNothing},
+    {"OpenProcess", "OpenParent", L"",
+     Raises("Update parent does not match installation directory")},
+    {"CreateEventW", "", L"", Raises("Cannot initialize update handshake")},
+    {"ShellExecuteExW", "", L"", Changes(FailLaunch)},
+    {"WaitForMultipleObjects", "", L"", Changes(NeverReady)},
+
+    // The deadline moves with the clock that it is taken from; later, the jump passes it.
+    {"GetTickCount64", "", L"", kNothing, Turn::First},
+    {"GetTickCount64", "", L"", Changes([](Outcome& outcome, const Fault&) {
+         outcome = Ended("exit code 2",
+                         StatusText("cancelled", "Application did not exit; update cancelled", 2));
+     })},
+    // Only a satisfied wait counts: the worker and the application are taken to be running.
+    {"WaitForSingleObject", "AwaitApplicationExit", L"", kNothing},
+
+    {"SetEvent", "", L"", Changes(WorkerGivesUp)},
+    {"WaitForSingleObject", "AwaitExitCode", L"", Changes(WorkerGoesOn)},
+    {"GetExitCodeProcess", "", L"",
+     Changes([](Outcome& outcome, const Fault&) { outcome[kEnd] = "exit code 1"; })},
+
+    {"_wfopen", "ReadStatusReport", L"", Changes(EmptyReport)},
+    {"read", "ReadStatusReport", L"", Changes(EmptyReport)},
+    {"MultiByteToWideChar", "ReadStatusReport", L"", Changes(EmptyReport), Turn::First},
+    // The text then ends where the record should begin.
+    {"MultiByteToWideChar", "ReadStatusReport", L"",
+     Changes([](Outcome& outcome, const Fault&) { outcome[kErrorBox] = kHeading; })},
+    {"MessageBoxW", "", L"",
+     Changes([](Outcome& outcome, const Fault&) { outcome[kErrorBox] = "none"; })},
+});
+
+void SweepBroker(const char* name, const BrokerScene& scene, const BrokerCase& met,
+                 const Outcome& undisturbed) {
+    SweepCalls({name,
+                [&](const Watcher& watch) { return scene.Run(met, watch); },
+                Untouched(),
+                undisturbed,
+                RaisedInBroker,
+                "none",
+                {kBrokerRules.begin(), kBrokerRules.end()}});
+}
+
+TEST(FaultSweep, OfABrokerWhoseWorkerFails) {
+    const BrokerScene scene;
+    SweepBroker("Broker whose worker fails", scene, {}, WorkerFailed(scene));
+}
+
+TEST(FaultSweep, OfABrokerWhoseWorkerIsNeverReady) {
+    const BrokerScene scene;
+    SweepBroker(
+        "Broker whose worker is never ready", scene, {.workerBecomesReady = false},
+        Ended("exit code 1", StatusText("failed", "Upgrade helper did not become ready", 1)));
+}
+
+}  // namespace
+}  // namespace updater::faults

@@ -1,0 +1,28 @@
+# Writes down every call that the objects make to Windows or to the file system:
+#   cmake -D NM=... -D OBJECTS=A;B -D CALLS=FILE -D RENAMINGS=FILE -P list_calls.cmake
+# CALLS gets a line "SWEPT_CALL(CopyFileW)" for each function, RENAMINGS what objcopy has to rename
+# for the calls to reach the functions that swept_calls.cpp makes of these lines.
+
+# What the compiler and the language's own runtime call; none of it leaves the process.
+set(language_runtime "^(_Z|_Unwind_|__cxa_|__gxx_|___chkstk|__stack_chk_|w?mem|strlen|wcslen|iswspace)")
+
+foreach(object IN LISTS OBJECTS)
+  execute_process(COMMAND "${NM}" --undefined-only --format=just-symbols "${object}"
+    OUTPUT_VARIABLE listing ERROR_QUIET COMMAND_ERROR_IS_FATAL ANY
+  )
+  string(REGEX MATCHALL "[A-Za-z_][A-Za-z0-9_.]*[^\n:]*" symbols "${listing}")
+  list(APPEND undefined ${symbols})
+endforeach()
+
+list(FILTER undefined EXCLUDE REGEX "[^A-Za-z0-9_]")
+list(FILTER undefined EXCLUDE REGEX "${language_runtime}")
+list(TRANSFORM undefined REPLACE "^__imp_" "")
+list(REMOVE_DUPLICATES undefined)
+list(SORT undefined)
+
+foreach(function IN LISTS undefined)
+  string(APPEND calls "SWEPT_CALL(${function})\n")
+  string(APPEND renamings "__imp_${function} swept_imp_${function}\n${function} swept_${function}\n")
+endforeach()
+file(WRITE "${CALLS}" "${calls}")
+file(WRITE "${RENAMINGS}" "${renamings}")

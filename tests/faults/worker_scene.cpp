@@ -1,0 +1,271 @@
+#include "faults/worker_scene.h"
+
+#include <algorithm>
+#include <functional>
+#include <optional>
+
+#include "faults/simulated_processes.h"
+#include "fixtures/file_content.h"
+#include "fixtures/processes/simulated_time.h"
+#include "fixtures/processes/windows_doubles.h"
+#include "support/argument_quoting.h"
+#include "support/directory_listing.h"
+#include "support/file_digest.h"
+#include "support/file_system.h"
+#include "support/process_utilities.h"
+#include "support/text_conversion.h"
+#include "support/updater_arguments.h"
+
+namespace updater::faults {
+
+namespace {
+
+constexpr DWORD kApplication = 1000;
+constexpr DWORD kApplicationElsewhere = 2000;
+constexpr DWORD kSetup = 3000;
+
+std::string SceneProgram(int majorVersion) {
+    const std::filesystem::path testProgram = GetProcessImagePath(GetCurrentProcess());
+    const std::wstring name = L"fault-scene-program-" + std::to_wstring(majorVersion) + L".exe";
+    return ReadFileContent(testProgram.parent_path() / name);
+}
+
+void WriteTree(const WorkerScene::Tree& tree, const std::filesystem::path& directory) {
+    for (const auto& [name, content] : tree) {
+        if (name.ends_with(L'\\')) {
+            CreateDirectories(directory / name.substr(0, name.size() - 1));
+        } else {
+            SetFileAttributesW((directory / name).c_str(), FILE_ATTRIBUTE_NORMAL);
+            WriteFileContent(directory / name, content);
+        }
+    }
+}
+
+// A version's files with their inventory.
+WorkerScene::Tree MakeProgram(int majorVersion, const std::filesystem::path& workshop) {
+    const std::string version = std::to_string(majorVersion);
+    WorkerScene::Tree program = {{L"corvellan.exe", SceneProgram(majorVersion)},
+                                 {L"data\\app.so", "library " + version},
+                                 {L"data\\\u8D44\u6E90 1\\ui.bin", "resources " + version}};
+    if (majorVersion > 1) {
+        program[L"added.dll"] = "only in version 2";
+    }
+    WriteTree(program, workshop);
+    std::string inventory;
+    for (const auto& file : program) {
+        inventory += WideToUtf8(file.first) + '\t' + FileSha256Hex(workshop / file.first) + '\n';
+    }
+    program[L"program-files.tsv"] = inventory;
+    program[L"data\\"] = {};
+    program[L"data\\\u8D44\u6E90 1\\"] = {};
+    RemoveTree(workshop);
+    return program;
+}
+
+WorkerScene::Tree FilesOf(const WorkerScene::Tree& tree) {
+    WorkerScene::Tree files;
+    for (const auto& entry : tree) {
+        if (!entry.first.ends_with(L'\\')) {
+            files.insert(entry);
+        }
+    }
+    return files;
+}
+
+std::string RegisteredText() {
+    const std::optional<RegistryValue> value = ReadUninstallEntry(L"DisplayVersion");
+    return value ? WideToUtf8(reinterpret_cast<const wchar_t*>(value->bytes.c_str())) : "none";
+}
+
+// Everything that stands between the worker and the real system, for one run.
+struct WorkerRun {
+    WorkerRun(WorkerScene& laidScene, const WorkerCase& metCase);
+
+    void OnReady();
+    BOOL StartSetup(LPCWSTR program, LPCWSTR staging, LPPROCESS_INFORMATION started);
+    HRESULT OnKnownFolderPath(PWSTR* path) const;
+
+    WorkerScene& scene;
+    const WorkerCase& met;
+    bool brokerKnows = false;
+    std::wstring eventBaseName = L"Local\\CorvellanUpdate-" + CreateJobIdentity();
+    UniqueHandle ready =
+        OwnHandle(CreateEventW(nullptr, TRUE, FALSE, (eventBaseName + L"-ready").c_str()));
+    UniqueHandle commit =
+        OwnHandle(CreateEventW(nullptr, TRUE, FALSE, (eventBaseName + L"-commit").c_str()));
+    std::wstring commandLine = scene.CommandLine(kApplication, eventBaseName);
+    SimulatedTime time;
+    SimulatedProcesses processes;
+
+    ScopedReplacement<decltype(GetCommandLineW)> getCommandLine{
+        doubles::getCommandLine, [this] { return commandLine.data(); }};
+    ScopedReplacement<decltype(GetTokenInformation)> getTokenInformation{
+        doubles::getTokenInformation, [](HANDLE token, TOKEN_INFORMATION_CLASS information,
+                                         LPVOID buffer, DWORD size, PDWORD length) {
+            const BOOL done = GetTokenInformation(token, information, buffer, size, length);
+            static_cast<TOKEN_ELEVATION*>(buffer)->TokenIsElevated = 1;
+            return done;
+        }};
+    ScopedReplacement<decltype(SHGetKnownFolderPath)> knownFolderPath{
+        doubles::knownFolderPath,
+        [this](REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* path) { return OnKnownFolderPath(path); }};
+    ScopedReplacement<decltype(SetEvent)> setEvent{doubles::setEvent, [this](HANDLE event) {
+                                                       const BOOL done = SetEvent(event);
+                                                       OnReady();
+                                                       return done;
+                                                   }};
+    ScopedReplacement<decltype(CreateProcessW)> createProcess{
+        doubles::createProcess,
+        [this](LPCWSTR program, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD,
+               LPVOID, LPCWSTR staging, LPSTARTUPINFOW,
+               LPPROCESS_INFORMATION started) { return StartSetup(program, staging, started); }};
+};
+
+WorkerRun::WorkerRun(WorkerScene& laidScene, const WorkerCase& metCase)
+    : scene(laidScene), met(metCase) {
+    processes.Start(kApplication, scene.installDirectory / L"corvellan.exe");
+    processes.Start(kApplicationElsewhere, scene.directory.path / L"corvellan.exe");
+}
+
+// A second after the worker is ready the application exits, and the broker commits.
+void WorkerRun::OnReady() {
+    if (!met.brokerCommits || brokerKnows) {
+        return;
+    }
+    brokerKnows = true;
+    time.After(1000, [this] {
+        processes.End(kApplication);
+        SetEvent(commit.get());
+    });
+}
+
+// The setup program installs everything when five minutes have passed; then it ends.
+BOOL WorkerRun::StartSetup(LPCWSTR program, LPCWSTR staging, LPPROCESS_INFORMATION started) {
+    processes.Start(kSetup, program);
+    started->hProcess = processes.Open(kSetup);
+    started->hThread = processes.Open(kSetup);
+    WriteFileContent(std::filesystem::path(staging) / L"install.log", "installing");
+    time.After(300'000, [this] {
+        scene.Install();
+        processes.End(kSetup, met.setupExitCode);
+    });
+    return TRUE;
+}
+
+HRESULT WorkerRun::OnKnownFolderPath(PWSTR* path) const {
+    const std::wstring folder = scene.dataFolder.native();
+    *path = static_cast<PWSTR>(CoTaskMemAlloc((folder.size() + 1) * sizeof(wchar_t)));
+    std::copy_n(folder.c_str(), folder.size() + 1, *path);
+    return S_OK;
+}
+
+}  // namespace
+
+WorkerScene::WorkerScene()
+    : previousProgram(MakeProgram(1, directory.path / L"workshop")),
+      newProgram(MakeProgram(2, directory.path / L"workshop")),
+      userFiles({{L"account.db", "the user's"},
+                 {L"notes.txt", "the user's, too"},
+                 {L"logs\\", ""},
+                 {L"logs\\corvellan.exe", "no program: a copy in the user's own directory"}}) {
+    WriteFileContent(installer, "the setup program of version 2");
+    installerDigest = Utf8ToWide(FileSha256Hex(installer));
+}
+
+void WorkerScene::AddLink() {
+    LayProgram();
+    programIsLaid = true;
+    CreateDirectories(directory.path / L"elsewhere");
+    link.emplace(installDirectory / L"linked", directory.path / L"elsewhere");
+    userFiles[L"linked\\"] = {};
+}
+
+void WorkerScene::Lay() {
+    for (const std::filesystem::path& changed : {jobDirectory, dataFolder}) {
+        RemoveTree(changed);
+        CreateDirectories(changed);
+    }
+    if (!programIsLaid) {
+        LayProgram();
+    }
+    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"1.0"));
+}
+
+void WorkerScene::LayProgram() const {
+    RemoveTree(installDirectory);
+    CreateDirectories(installDirectory);
+    WriteTree(previousProgram, installDirectory);
+    WriteTree(userFiles, installDirectory);
+}
+
+// Two of the installed files are protected, which is in the way of putting the previous ones back.
+void WorkerScene::Install() const {
+    WriteTree(newProgram, installDirectory);
+    for (const wchar_t* file : {L"added.dll", L"data\\app.so"}) {
+        SetFileAttributesW((installDirectory / file).c_str(), FILE_ATTRIBUTE_READONLY);
+    }
+    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"2.0"));
+}
+
+std::wstring WorkerScene::CommandLine(DWORD parentId, const std::wstring& eventBaseName) const {
+    const std::map<std::wstring, std::wstring> options = {
+        {kEventOption, eventBaseName},
+        {kInstallDirOption, installDirectory},
+        {kInstallerOption, installer},
+        {kJobDirOption, jobDirectory},
+        {kParentPidOption, std::to_wstring(parentId)},
+        {kSha256Option, installerDigest},
+        {kSizeOption, std::to_wstring(FileSize(installer))},
+        {kVersionOption, L"2.0.0.0"}};
+    std::wstring line = std::wstring(L"updater ") + kWorkerFlag;
+    for (const auto& [option, value] : options) {
+        line += L' ' + option + L' ' + QuoteArgument(value);
+    }
+    return line;
+}
+
+std::filesystem::path WorkerScene::StagingDirectory() const {
+    std::filesystem::path staging;
+    VisitDirectory(dataFolder,
+                   [&](const std::filesystem::path& name) { staging = dataFolder / name; });
+    return staging;
+}
+
+Outcome WorkerScene::Look() const {
+    Outcome outcome;
+    Tree user;
+    Tree program;
+    for (const auto& entry : ReadTreeContent(installDirectory)) {
+        (userFiles.contains(entry.first) ? user : program).insert(entry);
+    }
+    outcome[kProgram] = program == previousProgram ? "previous"
+                        : program == newProgram    ? "new"
+                                                   : "neither";
+    outcome[kUserFiles] = user == userFiles ? "as they were" : "changed";
+    outcome[kRegisteredVersion] = RegisteredText();
+
+    const std::filesystem::path staging = StagingDirectory();
+    outcome[kStaging] = staging.empty() ? "none" : "left";
+    const std::filesystem::path backup = staging / L"backup";
+    const bool complete = !staging.empty() && PathExists(backup) &&
+                          FilesOf(ReadTreeContent(backup)) == FilesOf(previousProgram);
+    outcome[kBackup] = complete ? "complete" : "not complete";
+    outcome[kStatus] = ReadStatus(jobDirectory);
+    outcome[kOpenFiles] = FilesHeldOpen(directory.path);
+    return outcome;
+}
+
+Outcome WorkerScene::Run(const WorkerCase& met, const Watcher& watch) {
+    Lay();
+    std::string end;
+    {
+        WorkerRun run(*this, met);
+        watch([&end] { end = EndOfUpdater(); });
+    }
+    Outcome outcome = Look();
+    outcome[kEnd] = end;
+    programIsLaid = outcome[kProgram] == "previous" && outcome[kUserFiles] == "as they were";
+    return outcome;
+}
+
+}  // namespace updater::faults

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "faults/outcome.h"
+#include "faults/sweep.h"
+#include "fixtures/directory_link.h"
+#include "fixtures/temporary_directory.h"
+#include "support/uninstall_entry.h"
+
+namespace updater::faults {
+
+// The sides of a worker's outcome.
+/// "previous", "new" or "neither"; without the user's files.
+inline constexpr char kProgram[] = "program";
+/// "as they were" or "changed".
+inline constexpr char kUserFiles[] = "the user's files";
+inline constexpr char kRegisteredVersion[] = "registered version";
+/// "none" or "left".
+inline constexpr char kStaging[] = "staging directory";
+/// "complete" or "not complete".
+inline constexpr char kBackup[] = "backup";
+
+/// What the worker meets.
+struct WorkerCase {
+    bool brokerCommits = true;
+    DWORD setupExitCode = 0;
+};
+
+/// A small installation of version 1 with a user's files, registered as "1.0", and the download of
+/// version 2. The application, the broker and the setup program are simulated; files, registry and
+/// all other objects are real.
+struct WorkerScene {
+    WorkerScene();
+
+    /// Runs the worker in the scene as it is at first.
+    Outcome Run(const WorkerCase& met, const Watcher& watch);
+
+    using Tree = std::map<std::wstring, std::string>;
+
+    /// Puts a link among the user's files. Making it anew for each run would be slow.
+    void AddLink();
+
+    void Lay();
+    void LayProgram() const;
+    void Install() const;
+    [[nodiscard]] std::wstring CommandLine(DWORD parentId, const std::wstring& eventBaseName) const;
+    [[nodiscard]] Outcome Look() const;
+    [[nodiscard]] std::filesystem::path StagingDirectory() const;
+
+    TemporaryDirectory directory;
+    std::filesystem::path installDirectory = directory.path / L"\u7A0B\u5E8F app";
+    std::filesystem::path jobDirectory = directory.path / L"\u4EFB\u52A1 job";
+    std::filesystem::path dataFolder = directory.path / L"machine data";
+    std::filesystem::path installer = directory.path / L"\u4E0B\u8F7D setup 2.exe";
+    std::wstring installerDigest;
+    ScopedUninstallEntry uninstallEntry;
+    std::optional<DirectoryLink> link;
+    Tree previousProgram;
+    Tree newProgram;
+    Tree userFiles;
+    bool programIsLaid = false;
+};
+
+}  // namespace updater::faults
