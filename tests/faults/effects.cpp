@@ -116,8 +116,6 @@ constexpr auto kGeneralRules = std::to_array<Rule>({
     {"WaitForSingleObject", "EnsureNoOtherInstance", L"", kNothing},
     {"CreateProcessW", "", L"", Raises("Process launch failed: 5")},
 
-    // The path of the entry is then empty, and stands for the directory.
-    {"MultiByteToWideChar", "VerifyEntry", L"", Raises(kDigestFailed)},
     {"GetFileVersionInfoSizeW", "", L"", Raises(kVersionUnreadable)},
     {"GetFileVersionInfoW", "", L"", Raises(kVersionUnreadable)},
     {"VerQueryValueW", "", L"", Raises("Executable version is missing")},
@@ -155,7 +153,7 @@ const Effect& EffectOf(const Fault& fault, std::span<const Rule> specificRules) 
             return rule->effect;
         }
     }
-    throw std::runtime_error("effects.h has no rule for what must follow");
+    throw std::runtime_error("No rule tells what must follow");
 }
 
 std::string RaisedMessage(const Effect& effect, const Fault& fault) {

@@ -3,8 +3,8 @@
 # CALLS gets a line "SWEPT_CALL(CopyFileW)" for each function, RENAMINGS what objcopy has to rename
 # for the calls to reach the functions that swept_calls.cpp makes of these lines.
 
-# What the compiler and the language's own runtime call; none of it leaves the process.
-set(language_runtime "^(_Z|_Unwind_|__cxa_|__gxx_|___chkstk|__stack_chk_|w?mem|strlen|wcslen|iswspace)")
+# The language's own runtime, and the compiler's; none of it asks anything of the system.
+set(language_runtime "^(_Z|_Unwind_|__cxa_|__gxx_|__gcov_|___chkstk|__stack_chk_|w?mem|strlen|wcslen|iswspace)")
 
 foreach(object IN LISTS OBJECTS)
   execute_process(COMMAND "${NM}" --undefined-only --format=just-symbols "${object}"

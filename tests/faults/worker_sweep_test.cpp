@@ -131,6 +131,7 @@ constexpr auto kWorkerRules = std::to_array<Rule>({
     {"WaitForSingleObject", "RunWorker", L"", kCancels},
 
     {"WideCharToMultiByte", "ReadWorkerOptions", L"", kRefusesCopy},
+    // The path of the entry is then empty, and stands for the directory.
     {"MultiByteToWideChar", "VerifyEntry", L"", Raises("SHA256 verification failed")},
     {"MultiByteToWideChar", "InstallAndVerify", L"", Raises(kAnotherVersion)},
     // The version is then missing from the message, or blank.
