@@ -47,6 +47,8 @@ inline constexpr int kStandInFailed = 90;
 /// updater has its name.
 inline constexpr wchar_t kRealSuffix[] = L".real";
 inline constexpr wchar_t kConsentSuffix[] = L".consent";
+/// Beside the stand-in: the base name of the handshake's events, for a test that looks at them.
+inline constexpr wchar_t kHandshakeSuffix[] = L".handshake";
 /// Beside the stand-in: why it failed.
 inline constexpr wchar_t kFailureSuffix[] = L".failure";
 

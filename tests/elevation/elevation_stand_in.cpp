@@ -78,11 +78,13 @@ std::uint32_t RunBrokerUnderOwnName(const StandIn& standIn) {
     return AwaitExitCode(broker.process.get());
 }
 
-// A worker whose stand-in is ended must not run on by itself.
+// A worker whose stand-in is ended must not run on by itself. What the worker starts, though, must
+// outlive it as it does without the stand-in.
 UniqueHandle EndTogether(HANDLE process) {
     UniqueHandle job = OwnHandle(CreateJobObjectW(nullptr, nullptr));
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
-    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+    limits.BasicLimitInformation.LimitFlags =
+        JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE | JOB_OBJECT_LIMIT_SILENT_BREAKAWAY_OK;
     if (!job ||
         SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &limits,
                                 sizeof(limits)) == 0 ||
@@ -122,7 +124,13 @@ void AwaitAnswer() {
     }
 }
 
+void TellHandshake(const UpdaterArguments& arguments, const StandIn& standIn) {
+    std::ofstream(WithSuffix(standIn.ownPath, kHandshakeSuffix), std::ios::binary)
+        << WideToUtf8(RequireArgument(arguments, kEventOption));
+}
+
 std::uint32_t AnswerRequest(const UpdaterArguments& arguments, const StandIn& standIn) {
+    TellHandshake(arguments, standIn);
     AwaitAnswer();
     const std::wstring consent = EnvironmentVariable(kConsentVariable);
     if (consent.empty() || consent == kConsentGranted) {

@@ -73,10 +73,14 @@ std::vector<std::uint32_t> ListApplications(const std::filesystem::path& install
     return processIds;
 }
 
-void CloseApplication(const Application& application) {
+void AskToClose(const Application& application) {
     for (HWND window : ListWindows(application.id)) {
         PostMessageW(window, WM_CLOSE, 0, 0);
     }
+}
+
+void CloseApplication(const Application& application) {
+    AskToClose(application);
     AwaitEnd(application.process.get(), "the application to close");
 }
 

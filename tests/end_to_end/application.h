@@ -29,6 +29,9 @@ Application AwaitApplication(const std::filesystem::path& installDirectory);
 /// Returns the process ids of the running instances of an installation directory's application.
 std::vector<std::uint32_t> ListApplications(const std::filesystem::path& installDirectory);
 
+/// Tells the application's windows to close, as a user does.
+void AskToClose(const Application& application);
+
 /// Closes the application's windows, as a user does, and waits for its end.
 void CloseApplication(const Application& application);
 

@@ -31,6 +31,10 @@ std::filesystem::path ElevationStandIn() {
     return FromBuild(CORVELLAN_STAND_IN);
 }
 
+std::filesystem::path RecoveryPage() {
+    return FromBuild(CORVELLAN_RECOVERY_PAGE);
+}
+
 std::filesystem::path SetupProgram(const std::wstring& name) {
     std::filesystem::path setup = FromBuild(CORVELLAN_SETUPS) / (name + L".exe");
     if (!PathExists(setup)) {

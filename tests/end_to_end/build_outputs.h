@@ -14,6 +14,9 @@ inline constexpr wchar_t kOtherUpdaterVariable[] = L"CORVELLAN_OTHER_UPDATER";
 std::filesystem::path RealUpdater();
 std::filesystem::path ElevationStandIn();
 
+/// The page that tells how to put the previous program back.
+std::filesystem::path RecoveryPage();
+
 /// Returns a setup program of the application by its name, for example L"v2".
 std::filesystem::path SetupProgram(const std::wstring& name);
 

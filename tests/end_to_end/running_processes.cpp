@@ -55,6 +55,10 @@ std::filesystem::path ImageOf(HANDLE process) {
     }
 }
 
+std::uint64_t TicksOf(const FILETIME& time) {
+    return std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime;
+}
+
 // In 100-nanosecond intervals; 0 if the system does not tell.
 std::uint64_t StartTimeOf(HANDLE process) {
     FILETIME started{};
@@ -62,7 +66,7 @@ std::uint64_t StartTimeOf(HANDLE process) {
     FILETIME kernel{};
     FILETIME user{};
     GetProcessTimes(process, &started, &ended, &kernel, &user);
-    return std::uint64_t{started.dwHighDateTime} << 32U | started.dwLowDateTime;
+    return TicksOf(started);
 }
 
 // A process keeps its parent's id after the parent's end, and the system gives that id to another
@@ -114,6 +118,18 @@ std::vector<RunningProcess> ListProcessesOf(const std::filesystem::path& executa
 
 UniqueHandle OpenRunningProcess(std::uint32_t processId) {
     return OwnHandle(OpenProcess(kFullUse, FALSE, processId));
+}
+
+double RunningTime(HANDLE process) {
+    FILETIME created{};
+    FILETIME ended{};
+    FILETIME kernel{};
+    FILETIME user{};
+    if (GetProcessTimes(process, &created, &ended, &kernel, &user) == 0) {
+        RaiseLastError("Cannot read a process's times");
+    }
+    constexpr double kTicksInASecond = 1e7;
+    return static_cast<double>(TicksOf(ended) - TicksOf(created)) / kTicksInASecond;
 }
 
 void EndProcessesBelow(const std::filesystem::path& directory) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "support/handle.h"
+#include "support/windows_api.h"
 
 namespace updater {
 
@@ -25,6 +26,9 @@ std::vector<RunningProcess> ListProcessesOf(const std::filesystem::path& executa
 
 /// Opens a process for waiting, queries and its end. Null if it cannot be opened.
 UniqueHandle OpenRunningProcess(std::uint32_t processId);
+
+/// Returns how long a process that has ended ran, in seconds. Raises `std::system_error`.
+double RunningTime(HANDLE process);
 
 /// Ends every process whose executable lies in the directory, at any depth, and those that they
 /// have started, and waits for their end.

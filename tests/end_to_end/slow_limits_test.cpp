@@ -6,11 +6,11 @@
 #include <chrono>
 
 #include "elevation/consent.h"
+#include "end_to_end/running_processes.h"
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "fixtures/file_content.h"
 #include "support/handle.h"
-#include "support/windows_api.h"
 
 namespace updater {
 
@@ -21,23 +21,6 @@ constexpr std::chrono::seconds kSlowPatience{240};
 constexpr double kLimit = 180;
 // What else happens in the measured time.
 constexpr double kTolerance = 5;
-
-double SecondsOf(const FILETIME& time) {
-    const ULARGE_INTEGER ticks{{time.dwLowDateTime, time.dwHighDateTime}};
-    return static_cast<double>(ticks.QuadPart) / 1e7;
-}
-
-// Returns how long a process that has ended ran, in seconds.
-double RunningTime(HANDLE process) {
-    FILETIME created{};
-    FILETIME ended{};
-    FILETIME kernel{};
-    FILETIME user{};
-    if (GetProcessTimes(process, &created, &ended, &kernel, &user) == 0) {
-        RaiseLastError("Cannot read a process's times");
-    }
-    return SecondsOf(ended) - SecondsOf(created);
-}
 
 struct SlowUpdates {
     SlowUpdates();

@@ -27,13 +27,13 @@ void ExpectQuietEnd(const UpdateRun& run, const std::filesystem::path& jobDirect
 }
 
 void ExpectErrorBox(const UpdateRun& run, const std::filesystem::path& jobDirectory,
-                    const std::string& recordText) {
+                    const std::string& recordText, std::uint32_t exitCode) {
     const MessageWindow box = AwaitMessageBox(run.brokerId);
     EXPECT_EQ(box.title, L"Corvellan更新");
     EXPECT_EQ(WideToUtf8(box.text),
               "升级未完成，失败记录：\n" + recordText + "\n\n" + WideToUtf8(jobDirectory.native()));
     CloseMessageBox(box);
-    EXPECT_EQ(AwaitBroker(run), 1U);
+    EXPECT_EQ(AwaitBroker(run), exitCode);
 }
 
 void ExpectRestart(const std::filesystem::path& installDirectory, const std::string& version) {

@@ -25,9 +25,10 @@ std::string LastRecordText(const std::filesystem::path& jobDirectory);
 void ExpectQuietEnd(const UpdateRun& run, const std::filesystem::path& jobDirectory,
                     const std::string& recordText, std::uint32_t exitCode);
 
-/// Expects the error box with this record, closes it, and expects the broker's end with 1.
+/// Expects the error box with this record, closes it, and expects the broker to end with this exit
+/// code.
 void ExpectErrorBox(const UpdateRun& run, const std::filesystem::path& jobDirectory,
-                    const std::string& recordText);
+                    const std::string& recordText, std::uint32_t exitCode = 1);
 
 /// Expects that the application has been started again, unelevated and with its installation
 /// directory as working directory, and closes it.
