@@ -40,7 +40,7 @@ function places({ root, drive }) {
     release: join(drive, "release"),
     install: join(drive, "Program Files/Corvellan"),
     staging,
-    leftovers: [staging, join(drive, "Corvellan-aside")],
+    leftovers: [staging, join(drive, "Program Files/Corvellan-aside")],
     previous: join(root, "build/mingw-debug/examples/payloads/v1"),
     next: join(root, "build/mingw-debug/examples/payloads/v2"),
   };

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "end_to_end/update_scene.h"
+#include "interruptions/driven_update.h"
+
+namespace updater {
+
+/// Expects the status file to hold one of the records that an update writes, whole, or not to
+/// exist.
+void ExpectWholeStatusFile(const DrivenUpdate& update);
+
+/// Waits until no setup program runs that has lost its worker.
+void AwaitOrphanedSetup(const UpdateScene& scene);
+
+/// Expects that the setup program had not begun and the program is as it was, or that it can be put
+/// back from the staging directory with the commands of docs/recovery.md.
+void ExpectRecovery(const UpdateScene& scene);
+
+/// Expects an update of what is installed now, with a job directory of its own, to succeed.
+void ExpectNextUpdateSucceeds(UpdateScene& scene);
+
+}  // namespace updater

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <string>
+
+#include "end_to_end/update_scene.h"
+#include "interruptions/driven_update.h"
+
+namespace updater {
+
+enum class Victim {
+    Broker,
+    Worker,
+    /// Broker, worker, setup program and application, as by a loss of power.
+    Everything
+};
+
+std::ostream& operator<<(std::ostream& stream, Victim victim);
+
+/// The exit code of a process that was ended.
+inline constexpr std::uint32_t kKillCode = 77;
+
+/// Whether the victim runs, so that it can be ended.
+bool IsRunning(const DrivenUpdate& update, Victim victim);
+
+struct Kill {
+    Victim victim;
+    /// The state word of the last record at that moment; empty if there was none.
+    std::string state;
+};
+
+/// Ends the victim. Returns nothing when it had ended by itself.
+std::optional<Kill> KillVictim(const UpdateScene& scene, DrivenUpdate& update, Victim victim);
+
+}  // namespace updater

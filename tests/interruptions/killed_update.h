@@ -1,0 +1,33 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "end_to_end/update_scene.h"
+#include "interruptions/driven_update.h"
+#include "interruptions/kill.h"
+
+namespace updater {
+
+/// Says whether the victim, which runs, is to be ended now; asked again and again.
+using KillMoment = std::function<bool(const DrivenUpdate& update)>;
+
+/// An update with a machine of its own, and the end of one of its processes.
+struct KilledUpdate : UpdateScene {
+    /// Makes the setup program one that ends half-way with 7, so that the update is rolled back.
+    void OfferFailingSetup();
+
+    /// Starts the update and ends the victim when the moment has come. Returns false when the
+    /// victim was faster.
+    bool Happens(Victim victim, const KillMoment& hasCome);
+
+    /// Expects what must hold after every kill, up to the success of the next update.
+    void ExpectUnharmedMachine();
+
+    DrivenUpdate update;
+    std::string outcome = "succeeded";
+    std::optional<Kill> kill;
+};
+
+}  // namespace updater
