@@ -18,13 +18,17 @@ namespace updater {
 
 namespace {
 
-// Returns 0 when no child runs.
-std::uint32_t ChildAmong(const std::vector<RunningProcess>& running, std::uint32_t parentId) {
-    const auto child = std::ranges::find(running, parentId, &RunningProcess::parentId);
+// Returns 0 when it does not run. The parent alone would not do: its id may be that of an earlier
+// process, whose children run on.
+std::uint32_t FindChild(const std::vector<RunningProcess>& running, std::uint32_t parentId,
+                        const std::filesystem::path& directory) {
+    const auto child = std::ranges::find_if(running, [&](const RunningProcess& process) {
+        return process.parentId == parentId && process.image.parent_path() == directory;
+    });
     return parentId == 0 || child == running.end() ? 0 : child->id;
 }
 
-UniqueHandle OpenChild(std::uint32_t processId) {
+UniqueHandle OpenFound(std::uint32_t processId) {
     return processId == 0 ? nullptr : OpenRunningProcess(processId);
 }
 
@@ -35,15 +39,16 @@ void FindProcesses(DrivenUpdate& update) {
         return;
     }
     const std::vector<RunningProcess> running = ListRunningProcesses();
+    const std::filesystem::path directory = update.job.updater.parent_path();
     if (!update.broker) {
-        update.run.brokerId = ChildAmong(running, update.run.standIn.processId);
-        update.broker = OpenChild(update.run.brokerId);
+        update.run.brokerId = FindChild(running, update.run.standIn.processId, directory);
+        update.broker = OpenFound(update.run.brokerId);
     }
-    const std::uint32_t helper = ChildAmong(running, update.run.brokerId);
+    const std::uint32_t helper = FindChild(running, update.run.brokerId, directory);
     if (!update.run.helper) {
-        update.run.helper = OpenChild(helper);
+        update.run.helper = OpenFound(helper);
     }
-    update.worker = OpenChild(ChildAmong(running, helper));
+    update.worker = OpenFound(FindChild(running, helper, directory));
 }
 
 std::wstring HandshakeName(const DrivenUpdate& update) {
