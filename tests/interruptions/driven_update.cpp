@@ -84,6 +84,14 @@ UniqueHandle OpenEventOf(const std::wstring& name) {
     return OwnHandle(OpenEventW(SYNCHRONIZE, FALSE, name.c_str()));
 }
 
+void GiveConsent(DrivenUpdate& update) {
+    if (update.holdsBroker) {
+        update.brokerPause = std::make_unique<ProcessPause>(update.run.brokerId);
+    }
+    SetEvent(update.run.answered.get());
+    update.promptAnswered = true;
+}
+
 }  // namespace
 
 DrivenUpdate StartDrivenUpdate(const UpdateJob& job, const std::string& outcome) {
@@ -93,12 +101,14 @@ DrivenUpdate StartDrivenUpdate(const UpdateJob& job, const std::string& outcome)
     update.application = StartApplication(job.installDirectory);
     update.run = StartUpdate(job, UpdateOptions(job, update.application.id));
     update.run.records.reset();
-    SetEvent(update.run.answered.get());
     return update;
 }
 
 void Attend(DrivenUpdate& update) {
     FindProcesses(update);
+    if (!update.promptAnswered && update.run.helper) {
+        GiveConsent(update);
+    }
     if (update.holdsHandshake && update.worker && !update.commit) {
         OpenHandshake(update);
     }

@@ -2,10 +2,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "end_to_end/application.h"
+#include "end_to_end/running_processes.h"
 #include "end_to_end/update_run.h"
 #include "support/handle.h"
 
@@ -28,6 +30,10 @@ struct DrivenUpdate {
     UniqueHandle commit;
     /// Open the events early. They live as long as somebody has them open.
     bool holdsHandshake = false;
+    /// Hold the broker up from the prompt on, so that the worker's first record stays the last.
+    bool holdsBroker = false;
+    std::unique_ptr<ProcessPause> brokerPause;
+    bool promptAnswered = false;
     bool applicationToldToClose = false;
     /// The state word that the update comes to if nobody disturbs it.
     std::string outcome = "succeeded";
@@ -36,7 +42,7 @@ struct DrivenUpdate {
 /// Starts the application and the update that it asks for.
 DrivenUpdate StartDrivenUpdate(const UpdateJob& job, const std::string& outcome = "succeeded");
 
-/// Does what is due: finds the processes and closes the application.
+/// Does what is due: finds the processes, answers the prompt and closes the application.
 void Attend(DrivenUpdate& update);
 
 /// Attends to the update until the condition holds. Raises `std::runtime_error`, naming what was

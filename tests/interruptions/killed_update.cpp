@@ -18,6 +18,7 @@ void KilledUpdate::OfferFailingSetup() {
 bool KilledUpdate::Happens(Victim victim, const KillMoment& hasCome) {
     update = StartDrivenUpdate(job, outcome);
     update.holdsHandshake = victim == Victim::Worker;
+    update.holdsBroker = holdsBroker;
     DriveUntil(update, "the victim's start", [&] { return IsRunning(update, victim); });
     // Without the pause between two looks: some moments are short.
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
@@ -29,6 +30,7 @@ bool KilledUpdate::Happens(Victim victim, const KillMoment& hasCome) {
         SwitchToThread();
     }
     kill = KillVictim(*this, update, victim);
+    update.brokerPause.reset();
     return kill.has_value();
 }
 

@@ -26,6 +26,8 @@ struct KilledUpdate : UpdateScene {
     void ExpectUnharmedMachine();
 
     DrivenUpdate update;
+    /// See `DrivenUpdate`; until the kill.
+    bool holdsBroker = false;
     std::string outcome = "succeeded";
     std::optional<Kill> kill;
 };
