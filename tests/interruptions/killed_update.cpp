@@ -35,7 +35,7 @@ bool KilledUpdate::Happens(Victim victim, const KillMoment& hasCome) {
 }
 
 void KilledUpdate::ExpectUnharmedMachine() {
-    ExpectSurvivorEnds(update, *kill);
+    ExpectSurvivorEnds(*this, update, *kill);
     ExpectWholeStatusFile(update);
     AwaitOrphanedSetup(*this);
     ExpectRecovery(*this);

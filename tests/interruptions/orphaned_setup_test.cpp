@@ -44,7 +44,7 @@ struct OrphanedSetup : testing::Test, KilledUpdate {
 // a worker has to wait for its setup program's end.
 TEST_F(OrphanedSetup, RunsOnThoughNoUpdateRuns) {
     ASSERT_TRUE(Happens(Victim::Worker, [&](const DrivenUpdate&) { return CatchSetup(); }));
-    ExpectSurvivorEnds(update, *kill);
+    ExpectSurvivorEnds(*this, update, *kill);
 
     EXPECT_FALSE(HasEnded(setup.get()));
     EXPECT_FALSE(DoesAnUpdateRun());

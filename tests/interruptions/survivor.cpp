@@ -9,6 +9,7 @@
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "end_to_end/window_text.h"
+#include "support/file_system.h"
 #include "support/process_utilities.h"
 #include "support/windows_api.h"
 
@@ -16,8 +17,8 @@ namespace updater {
 
 namespace {
 
-// A worker that did not wait would have ended by then.
-constexpr DWORD kWaitingTime = 200;
+// By then a worker that did not wait would at least have begun its backup.
+constexpr DWORD kWaitingTime = 500;
 
 bool IsSignalled(const UniqueHandle& event) {
     return event && IsSignalledWithin(event.get(), 0);
@@ -87,7 +88,7 @@ void ExpectMissingBroker(const DrivenUpdate& update) {
     EXPECT_EQ(LastRecord(update), RecordText("failed", "Update broker is missing", 1));
 }
 
-void ExpectWaitForTheGoAhead(const DrivenUpdate& update) {
+void ExpectWaitForTheGoAhead(const UpdateScene& scene, const DrivenUpdate& update) {
     const auto isReady = [&] {
         return HasRecord(update, "authorized") || HasRecord(update, "ready");
     };
@@ -95,6 +96,9 @@ void ExpectWaitForTheGoAhead(const DrivenUpdate& update) {
     CloseApplication(update.application);
     EXPECT_FALSE(IsSignalledWithin(update.worker.get(), kWaitingTime));
     EXPECT_TRUE(isReady());
+    for (const std::filesystem::path& staging : scene.NewStagingDirectories()) {
+        EXPECT_FALSE(PathExists(staging / L"backup"));
+    }
     TerminateProcess(update.worker.get(), kKillCode);
     AwaitEnd(update.run.helper.get(), "the worker's end");
 }
@@ -111,7 +115,7 @@ bool FindWorker(DrivenUpdate& update) {
     return true;
 }
 
-void ExpectWorkerEnds(DrivenUpdate& update, const Kill& kill) {
+void ExpectWorkerEnds(const UpdateScene& scene, DrivenUpdate& update, const Kill& kill) {
     if (!FindWorker(update)) {
         EXPECT_EQ(LastRecord(update), "");
         return;
@@ -121,7 +125,7 @@ void ExpectWorkerEnds(DrivenUpdate& update, const Kill& kill) {
     if (IsSignalled(update.commit)) {
         ExpectOutcome(update, kill);
     } else if (update.commit) {
-        ExpectWaitForTheGoAhead(update);
+        ExpectWaitForTheGoAhead(scene, update);
     } else if (kill.state == update.outcome) {
         ExpectOutcome(update, kill);
     } else {
@@ -129,10 +133,10 @@ void ExpectWorkerEnds(DrivenUpdate& update, const Kill& kill) {
     }
 }
 
-void ExpectEnd(DrivenUpdate& update, const Kill& kill) {
+void ExpectEnd(const UpdateScene& scene, DrivenUpdate& update, const Kill& kill) {
     switch (kill.victim) {
         case Victim::Broker:
-            return ExpectWorkerEnds(update, kill);
+            return ExpectWorkerEnds(scene, update, kill);
         case Victim::Worker:
             return ExpectBrokerEnds(update, kill);
         case Victim::Everything:
@@ -156,8 +160,8 @@ void CloseApplications(const DrivenUpdate& update) {
 
 }  // namespace
 
-void ExpectSurvivorEnds(DrivenUpdate& update, const Kill& kill) {
-    ExpectEnd(update, kill);
+void ExpectSurvivorEnds(const UpdateScene& scene, DrivenUpdate& update, const Kill& kill) {
+    ExpectEnd(scene, update, kill);
     CloseApplications(update);
 }
 

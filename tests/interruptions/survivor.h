@@ -1,5 +1,6 @@
 #pragma once
 
+#include "end_to_end/update_scene.h"
 #include "interruptions/driven_update.h"
 #include "interruptions/kill.h"
 
@@ -9,6 +10,6 @@ namespace updater {
 /// and closes an application that it has started. A worker that rightly waits for the go-ahead of
 /// a broker that is gone is ended: the three minutes that it waits pass in slow_survivor_test.cpp
 /// only.
-void ExpectSurvivorEnds(DrivenUpdate& update, const Kill& kill);
+void ExpectSurvivorEnds(const UpdateScene& scene, DrivenUpdate& update, const Kill& kill);
 
 }  // namespace updater
