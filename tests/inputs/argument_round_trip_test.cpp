@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/system_splitting.h"
 #include "fixtures/temporary_directory.h"
 #include "fuzz/oracle/command_line_splitting.h"
 #include "inputs/random_source.h"
 #include "inputs/random_text.h"
-#include "inputs/system_splitting.h"
 #include "support/argument_quoting.h"
 #include "support/process_utilities.h"
 #include "support/program_report.h"

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "broker/worker_parameters.h"
+#include "fixtures/system_splitting.h"
 #include "inputs/random_source.h"
 #include "inputs/random_text.h"
-#include "inputs/system_splitting.h"
 #include "support/updater_arguments.h"
 
 namespace updater {

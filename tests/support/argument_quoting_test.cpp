@@ -3,20 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "fixtures/temporary_directory.h"
-#include "support/handle.h"
-#include "support/process_utilities.h"
-#include "support/program_report.h"
-#include "support/windows_api.h"
-
-// After the Windows types that they need.
-#include <shellapi.h>
-
 #include <algorithm>
 #include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "fixtures/system_splitting.h"
+#include "fixtures/temporary_directory.h"
+#include "support/process_utilities.h"
+#include "support/program_report.h"
 
 namespace updater {
 
@@ -72,21 +68,6 @@ std::vector<std::wstring> AllArguments() {
     arguments.push_back(std::wstring(2000, L'\\') + std::wstring(2000, L'"') +
                         std::wstring(2001, L'\\'));
     return arguments;
-}
-
-std::vector<std::wstring> SplitBySystem(const std::wstring& commandLine) {
-    int count = 0;
-    LPWSTR* const list = CommandLineToArgvW(commandLine.c_str(), &count);
-    const UniqueLocalMemory ownedList(list);
-    return {list, list + count};
-}
-
-std::wstring JoinQuoted(const std::vector<std::wstring>& arguments) {
-    std::wstring joined;
-    for (const std::wstring& argument : arguments) {
-        joined += L' ' + QuoteArgument(argument);
-    }
-    return joined;
 }
 
 TEST(QuoteArgument, GivesExactlyThisText) {

@@ -3,6 +3,7 @@
 #include <array>
 #include <stdexcept>
 
+#include "fixtures/built_path.h"
 #include "support/argument_quoting.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
@@ -11,16 +12,6 @@
 namespace updater {
 
 namespace {
-
-// The build's paths are those of the machine that built; where that is not Windows itself, its root
-// directory is the drive Z.
-std::filesystem::path FromBuild(const wchar_t* path) {
-    std::filesystem::path built(path);
-    if (!built.has_root_name()) {
-        built = L"Z:" / built;
-    }
-    return built.make_preferred();
-}
 
 struct Pipe {
     UniqueHandle readEnd;
@@ -54,15 +45,15 @@ std::string ReadToEnd(HANDLE pipe) {
 }  // namespace
 
 std::filesystem::path ToolPath() {
-    return FromBuild(CORVELLAN_UPDATECTL);
+    return BuiltPath(CORVELLAN_UPDATECTL);
 }
 
 std::filesystem::path Application1() {
-    return FromBuild(CORVELLAN_APPLICATION_1);
+    return BuiltPath(CORVELLAN_APPLICATION_1);
 }
 
 std::filesystem::path Application2() {
-    return FromBuild(CORVELLAN_APPLICATION_2);
+    return BuiltPath(CORVELLAN_APPLICATION_2);
 }
 
 ToolResult CallTool(const std::vector<std::wstring>& arguments,
