@@ -1,0 +1,89 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "fixtures/processes/windows_doubles.h"
+#include "worker/worker_world.h"
+#include "world/tree_differences.h"
+
+namespace updater {
+
+/// The points of a run at which a test lets something happen in the world around it.
+enum class Moment { BeforeBackup, BeforeSetup, BeforeVerification, BeforeRollback };
+
+/// Returns the message with which the filesystem library's operation of this name fails.
+std::string FileSystemMessage(const char* operation, unsigned long error,
+                              const std::filesystem::path& path,
+                              const std::filesystem::path& secondPath = {});
+
+/// Returns the absolute path in the form that the system takes as it stands, whatever its length
+/// and its names.
+std::filesystem::path VerbatimPath(const std::filesystem::path& path);
+
+/// GoogleTest's own thread, which comes with the first failure or trace and waits for the end of
+/// the main one, must be there before the waiting is replaced: this starts it.
+struct TestWatcher {
+    TestWatcher();
+};
+
+/// A whole run of the worker's process, from its command line to its exit code, and what the run
+/// must leave behind. Besides what its world has, the installation directory holds files of the
+/// user's in several places.
+struct WorkerRun {
+    WorkerRun();
+    WorkerRun(const WorkerRun&) = delete;
+    WorkerRun& operator=(const WorkerRun&) = delete;
+
+    /// Puts a file into the installed version.
+    void AddToProgram(const std::filesystem::path& file, std::string_view content) const;
+
+    /// Puts a file into the new version: its inventory lists it and its setup program installs it.
+    void AddToPackage(const std::filesystem::path& file, std::string_view content);
+
+    /// Puts a file into the installed version that the new version has as well: its inventory lists
+    /// it, and its setup program leaves it alone.
+    void AddToBothVersions(const std::filesystem::path& file, std::string_view content) const;
+
+    /// Lets the setup program end with 1 after it has installed everything.
+    void LetSetupFail();
+
+    void Run();
+
+    // After the run each of these checks the exit code, the status record and the whole content of
+    // the installation directory, where the user's files are always what they were.
+
+    /// The new version is installed and registered.
+    void ExpectSuccess() const;
+    /// The previous version is there and registered.
+    void ExpectFailure(const std::string& message) const;
+    /// The backup is complete, and puts the previous version back.
+    void ExpectFailedRollback(const std::string& message) const;
+
+    [[nodiscard]] bool SetupWasStarted() const;
+
+    [[nodiscard]] std::filesystem::path Backup() const {
+        return world.StagingDirectory() / L"backup";
+    }
+    [[nodiscard]] TreeContent UpdatedTree() const;
+    void AddToInventory(const std::filesystem::path& file, const std::string& digest) const;
+    [[nodiscard]] TreeContent InstalledTree() const;
+    void ExpectEnd(int expectedExitCode, const StatusRecord& expected) const;
+    void Reach(Moment moment);
+    BOOL OnFirstProcess(HANDLE snapshot, LPPROCESSENTRY32W entry);
+
+    TestWatcher watcher;
+    WorkerWorld world;
+    std::filesystem::path program = world.installDirectory;
+    /// What happens when; each once.
+    std::map<Moment, std::function<void()>> plan;
+    /// The installation directory as it was when the run began.
+    TreeContent before;
+    std::optional<int> exitCode;
+};
+
+}  // namespace updater
