@@ -151,6 +151,29 @@ TEST_F(FileHeldDuringTheRollback, StopsItWhenThatFileIsTheCopyInTheBackup) {
     run.ExpectFailedRollback(UnrestoredMessage(run, kLibrary));
 }
 
+TEST(SetupProgramHeld, WhileItIsStagedEndsTheUpdate) {
+    WorkerRun run;
+    const FileHolder holder(run.world.installer);
+    holder.Hold();
+    run.Run();
+    holder.Release();
+    run.ExpectFailure(FileSystemMessage("copy_file", ERROR_SHARING_VIOLATION, run.world.installer,
+                                        run.world.StagingDirectory() / L"installer.exe"));
+    EXPECT_FALSE(run.SetupWasStarted());
+}
+
+TEST(SetupProgramHeld, WhenItIsStartedLetsThePreviousProgramBeRestored) {
+    WorkerRun run;
+    std::optional<FileHolder> holder;
+    run.plan[Moment::BeforeBackup] = [&] {
+        holder.emplace(run.world.StagingDirectory() / L"installer.exe");
+    };
+    run.plan[Moment::BeforeSetup] = [&] { holder->Hold(); };
+    run.Run();
+    holder->Release();
+    run.ExpectFailure(std::string("Process launch failed: 32") + kRestored);
+}
+
 TEST(FileOfTheUser, MayBeHeldDuringTheWholeUpdate) {
     WorkerRun run;
     const FileHolder holder(run.program / L"account.db");

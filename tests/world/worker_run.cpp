@@ -148,9 +148,13 @@ void WorkerRun::Run() {
             Reach(Moment::BeforeVerification);
         }
     };
-    installed.onSetupStart = [this] { Reach(Moment::BeforeSetup); };
+    installed.onSetupStart = [this] {
+        // Programs that a test starts in the middle of the run come by here as well.
+        if (SetupWasStarted()) {
+            Reach(Moment::BeforeSetup);
+        }
+    };
     doubles::firstProcess.active = std::bind_front(&WorkerRun::OnFirstProcess, this);
-    world.actions.clear();
     before = InstalledTree();
     const ScopedCommandLine commandLine(CommandLineOf(world.arguments));
     exitCode = RunUpdater();
@@ -163,7 +167,9 @@ void WorkerRun::ExpectEnd(int expectedExitCode, const StatusRecord& expected) co
 }
 
 bool WorkerRun::SetupWasStarted() const {
-    return std::ranges::find(world.actions, "start setup") != world.actions.end();
+    return std::ranges::any_of(world.installed.processes.starts, [](const ProcessStart& start) {
+        return std::filesystem::path(start.application).filename() == L"installer.exe";
+    });
 }
 
 // Files that are not to be reached by their plain path are part of it.

@@ -64,6 +64,7 @@ struct WorkerRun {
     /// The backup is complete, and puts the previous version back.
     void ExpectFailedRollback(const std::string& message) const;
 
+    /// Whether that was tried, at least.
     [[nodiscard]] bool SetupWasStarted() const;
 
     [[nodiscard]] std::filesystem::path Backup() const {
