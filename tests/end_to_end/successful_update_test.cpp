@@ -38,6 +38,17 @@ TEST_F(SuccessfulUpdate, ReplacesAnInstallationMadeByItsSetupProgram) {
     ExpectRestart(job.installDirectory, "2.0.0.0");
 }
 
+TEST_F(SuccessfulUpdate, ReplacesReadOnlyFiles) {
+    for (const wchar_t* file : {L"corvellan.exe", L"engine.dll", L"program-files.tsv"}) {
+        SetFileAttributesW((job.installDirectory / file).c_str(), FILE_ATTRIBUTE_READONLY);
+    }
+
+    CompleteUpdate();
+
+    ExpectVersion2();
+    ExpectRestart(job.installDirectory, "2.0.0.0");
+}
+
 TEST_F(SuccessfulUpdate, ReportsEachStepInItsOrder) {
     CompleteUpdate();
 
