@@ -6,7 +6,6 @@
 #include "support/handle.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
-#include "world/worker_run.h"
 
 // After the Windows types that it needs.
 #include <winternl.h>
@@ -51,6 +50,10 @@ UniqueHandle CreateVerbatim(const std::filesystem::path& file) {
 }
 
 }  // namespace
+
+std::filesystem::path VerbatimPath(const std::filesystem::path& path) {
+    return LR"(\\?\)" + path.native();
+}
 
 VerbatimFile::VerbatimFile(const std::filesystem::path& filePath, std::string_view content)
     : path(VerbatimPath(filePath)) {

@@ -13,6 +13,7 @@
 #include "support/file_digest.h"
 #include "support/text_conversion.h"
 #include "world/process_command_line.h"
+#include "world/verbatim_file.h"
 
 namespace updater {
 
@@ -73,10 +74,6 @@ std::string FileSystemMessage(const char* operation, unsigned long error,
     const std::error_code code(static_cast<int>(error), std::system_category());
     return secondPath.empty() ? filesystem_error(operation, path, code).what()
                               : filesystem_error(operation, path, secondPath, code).what();
-}
-
-std::filesystem::path VerbatimPath(const std::filesystem::path& path) {
-    return LR"(\\?\)" + path.native();
 }
 
 TestWatcher::TestWatcher() {

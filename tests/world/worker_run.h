@@ -21,10 +21,6 @@ std::string FileSystemMessage(const char* operation, unsigned long error,
                               const std::filesystem::path& path,
                               const std::filesystem::path& secondPath = {});
 
-/// Returns the absolute path in the form that the system takes as it stands, whatever its length
-/// and its names.
-std::filesystem::path VerbatimPath(const std::filesystem::path& path);
-
 /// GoogleTest's own thread, which comes with the first failure or trace and waits for the end of
 /// the main one, must be there before the waiting is replaced: this starts it.
 struct TestWatcher {
