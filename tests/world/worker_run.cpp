@@ -12,7 +12,6 @@
 #include "support/argument_quoting.h"
 #include "support/file_digest.h"
 #include "support/text_conversion.h"
-#include "world/process_command_line.h"
 #include "world/verbatim_file.h"
 
 namespace updater {
@@ -153,7 +152,9 @@ void WorkerRun::Run() {
     };
     doubles::firstProcess.active = std::bind_front(&WorkerRun::OnFirstProcess, this);
     before = InstalledTree();
-    const ScopedCommandLine commandLine(CommandLineOf(world.arguments));
+    std::wstring commandLine = CommandLineOf(world.arguments);
+    const ScopedReplacement<decltype(GetCommandLineW)> getCommandLine(
+        doubles::getCommandLine, [&commandLine] { return commandLine.data(); });
     exitCode = RunUpdater();
     EXPECT_TRUE(plan.empty()) << "A planned moment was not reached";
 }
