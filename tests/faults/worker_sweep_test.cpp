@@ -132,7 +132,7 @@ constexpr auto kWorkerRules = std::to_array<Rule>({
 
     {"WideCharToMultiByte", "ReadWorkerOptions", L"", kRefusesCopy},
     // The path of the entry is then empty, and stands for the directory.
-    {"MultiByteToWideChar", "VerifyEntry", L"", Raises("SHA256 verification failed")},
+    {"MultiByteToWideChar", "VerifyInventoryLine", L"", Raises("SHA256 verification failed")},
     {"MultiByteToWideChar", "InstallAndVerify", L"", Raises(kAnotherVersion)},
     // The version is then missing from the message, or blank.
     {"WideCharToMultiByte", "InstallAndVerify", L"", Changes([](Outcome& outcome, const Fault&) {
