@@ -41,9 +41,8 @@ constexpr auto kGeneralRules = std::to_array<Rule>({
 
     // Nothing was read, or not all.
     {"_wfopen", "VerifyInstalledProgram", L"", Raises("Installed program inventory is missing")},
-    {"read", "VerifyInstalledProgram", L"", Raises("Installed program inventory is empty"),
-     Turn::First},
-    {"read", "VerifyInstalledProgram", L"", Raises("Invalid program inventory")},
+    {"read", "OpenInventory", L"", Raises("Installed program inventory is empty")},
+    {"read", "ReadInventoryLine", L"", Raises("Invalid program inventory")},
 
     // Without its temporary file there is nothing to move.
     {"_wfopen", "WriteUpdateStatus", L"", Raises(kStatusUnwritable)},
