@@ -89,14 +89,19 @@ begin
 end;
 
 // Each update leaves the directory that it ran from, with the backup of the program before it, in the
-// common application data folder. The next one removes it. The directory of the update that is just
-// running holds this very setup program, and the backup that the updater may still need.
-procedure RemoveOlderStagingDirectories;
+// common application data folder. The next one removes it: what is there when a setup program begins
+// belongs to earlier updates, except for the directory that holds this very setup program, and the
+// backup that the updater may still need. What comes later belongs to a later update.
+var
+  OlderStagingDirectories: TStringList;
+
+procedure ListOlderStagingDirectories;
 var
   Folder, Current: String;
   RunByUpdater: Boolean;
   Entry: TFindRec;
 begin
+  OlderStagingDirectories := TStringList.Create;
   Folder := ExpandConstant('{commonappdata}\');
   Current := ExtractFileName(ExpandConstant('{src}'));
   RunByUpdater := IsStagingName(Current) and
@@ -110,15 +115,25 @@ begin
       if IsStagingName(Entry.Name) and (CompareText(Entry.Name, Current) <> 0) and
          (Entry.Attributes and FILE_ATTRIBUTE_DIRECTORY <> 0) and
          (Entry.Attributes and FILE_ATTRIBUTE_REPARSE_POINT = 0) then
-        DelTree(Folder + Entry.Name, True, True, True);
+        OlderStagingDirectories.Add(Folder + Entry.Name);
     until not FindNext(Entry);
   finally
     FindClose(Entry);
   end;
 end;
 
+procedure RemoveOlderStagingDirectories;
+var
+  Index: Integer;
+begin
+  for Index := 0 to OlderStagingDirectories.Count - 1 do
+    DelTree(OlderStagingDirectories[Index], True, True, True);
+end;
+
 procedure CurStepChanged(CurStep: TSetupStep);
 begin
-  if CurStep = ssPostInstall then
+  if CurStep = ssInstall then
+    ListOlderStagingDirectories
+  else if CurStep = ssPostInstall then
     RemoveOlderStagingDirectories;
 end;

@@ -4,7 +4,9 @@
 
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/update_expectations.h"
+#include "fixtures/file_content.h"
 #include "support/file_system.h"
+#include "worker/staging.h"
 
 namespace updater {
 
@@ -72,6 +74,22 @@ TEST_F(SuccessfulUpdate, LeavesTheSetupProgramTheBackupAndTheLogInTheStagingDire
               std::vector<std::string>());
     EXPECT_EQ(FileSize(staging[0] / L"installer.exe"), FileSize(job.setup));
     EXPECT_GT(FileSize(staging[0] / L"install.log"), 0U);
+}
+
+TEST_F(SuccessfulUpdate, LeavesNoStagingDirectoryOfAnEarlierUpdate) {
+    const std::filesystem::path earlier = CreateStagingDirectory();
+    const std::filesystem::path backup = earlier / L"backup" / L"data" / L"文件";
+    WriteFileContent(backup, "of an earlier update");
+    SetFileAttributesW(backup.c_str(), FILE_ATTRIBUTE_READONLY);
+    const std::filesystem::path similar = MachineDataFolder() / L"CorvellanUpdate-similar";
+    CreateDirectories(similar);
+
+    CompleteUpdate();
+
+    ExpectVersion2();
+    EXPECT_FALSE(PathExists(earlier));
+    EXPECT_TRUE(PathExists(similar));
+    RemoveTree(similar);
 }
 
 }  // namespace
