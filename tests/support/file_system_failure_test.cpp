@@ -199,6 +199,26 @@ TEST(CanonicalPathFailure, OnlyTheAttributesAreOpenedAndEveryoneElseMayDoAnythin
     CanonicalPath(directory.path);
 }
 
+TEST(EntryTypeFailure, OfALinkIsAskedWhileEveryoneElseMayDoAnythingWithIt) {
+    const TemporaryDirectory directory;
+    const DirectoryLink link(directory.path / L"link", directory.path);
+    int opened = 0;
+    const ScopedReplacement<decltype(CreateFileW)> observed(
+        createFile,
+        [&opened](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                  DWORD disposition, DWORD flags, HANDLE file) {
+            ++opened;
+            EXPECT_EQ(access, static_cast<DWORD>(FILE_READ_ATTRIBUTES));
+            EXPECT_EQ(share,
+                      static_cast<DWORD>(FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+            return __real___imp_CreateFileW(path, access, share, security, disposition, flags,
+                                            file);
+        });
+    EntryTypeItself(link.link);
+    EntryTypeFollowed(link.link);
+    EXPECT_EQ(opened, 2);
+}
+
 TEST(WeaklyCanonicalPathFailure, WhatCannotBeFoundGoesOnWithTheParent) {
     struct NotFoundCase {
         std::wstring path;
