@@ -1,0 +1,63 @@
+// How the system's conversions are called: what they make of other flags differs between systems.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "fixtures/replacement.h"
+#include "support/text_conversion.h"
+#include "support/windows_api.h"
+
+namespace updater {
+
+namespace {
+
+Replacement<decltype(MultiByteToWideChar)> toWide;
+Replacement<decltype(WideCharToMultiByte)> toMultiByte;
+
+}  // namespace
+
+}  // namespace updater
+
+extern "C" {
+extern decltype(&MultiByteToWideChar) __real___imp_MultiByteToWideChar;
+decltype(&MultiByteToWideChar) __wrap___imp_MultiByteToWideChar =
+    updater::ImportDouble<updater::toWide, __real___imp_MultiByteToWideChar>::Call;
+extern decltype(&WideCharToMultiByte) __real___imp_WideCharToMultiByte;
+decltype(&WideCharToMultiByte) __wrap___imp_WideCharToMultiByte =
+    updater::ImportDouble<updater::toMultiByte, __real___imp_WideCharToMultiByte>::Call;
+}
+
+namespace updater {
+
+namespace {
+
+TEST(TextConversionCalls, AskForTheLengthFirstAndReplaceWhatIsInvalid) {
+    std::vector<int> rooms;
+    const ScopedReplacement<decltype(MultiByteToWideChar)> wide(
+        toWide, [&](UINT codePage, DWORD flags, LPCCH text, int bytes, LPWSTR result, int room) {
+            EXPECT_EQ(codePage, static_cast<UINT>(CP_UTF8));
+            EXPECT_EQ(flags, 0U);
+            rooms.push_back(room);
+            return __real___imp_MultiByteToWideChar(codePage, flags, text, bytes, result, room);
+        });
+    const ScopedReplacement<decltype(WideCharToMultiByte)> narrow(
+        toMultiByte, [&](UINT codePage, DWORD flags, LPCWCH text, int units, LPSTR result, int room,
+                         LPCCH defaultCharacter, LPBOOL usedDefault) {
+            EXPECT_EQ(codePage, static_cast<UINT>(CP_UTF8));
+            EXPECT_EQ(flags, 0U);
+            EXPECT_EQ(defaultCharacter, nullptr);
+            EXPECT_EQ(usedDefault, nullptr);
+            rooms.push_back(room);
+            return __real___imp_WideCharToMultiByte(codePage, flags, text, units, result, room,
+                                                    defaultCharacter, usedDefault);
+        });
+    EXPECT_EQ(Utf8ToWide("\xE4\xB8\xAD x"), L"\u4E2D x");
+    EXPECT_EQ(WideToUtf8(L"\u4E2D x"), "\xE4\xB8\xAD x");
+    EXPECT_EQ(rooms, (std::vector<int>{0, 3, 0, 5}));
+}
+
+}  // namespace
+
+}  // namespace updater
