@@ -31,7 +31,7 @@ int RunDescribe(std::span<const std::wstring> tokens) {
     const std::filesystem::path setup = options.operands.front();
     const std::filesystem::path application = OnlyValue(options, kAppOption);
 
-    const ProgressLine progress("Reading the setup program");
+    [[maybe_unused]] const ProgressLine progress("Reading the setup program");
     const std::wstring version = VersionOf(application);
     const std::string sha256 = DigestOf(setup);
     // The size of what a link leads to, as the digest is.

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -78,10 +80,11 @@ void RefuseMangledNames() {
 }
 
 std::vector<Exclusion> ReadExclusions(const CommandOptions& options) {
+    const std::vector<std::wstring> texts = OptionValues(options, kExcludeOption);
     std::vector<Exclusion> exclusions;
-    for (const std::wstring& text : OptionValues(options, kExcludeOption)) {
-        exclusions.push_back({text, ParseExcludePattern(text)});
-    }
+    std::ranges::transform(texts, std::back_inserter(exclusions), [](const std::wstring& text) {
+        return Exclusion{text, ParseExcludePattern(text)};
+    });
     return exclusions;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <iterator>
 
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
@@ -46,9 +47,10 @@ BOOL WriteText(HANDLE stream, std::string_view text) {
 std::wstring CodeOf(wchar_t unit) {
     constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
     std::wstring text = L"<U+";
-    for (const unsigned shift : {12U, 8U, 4U, 0U}) {
-        text.push_back(kDigits[(static_cast<unsigned>(unit) >> shift) & 0xFU]);
-    }
+    constexpr std::array<unsigned, 4> kShifts = {12, 8, 4, 0};
+    std::ranges::transform(kShifts, std::back_inserter(text), [unit](unsigned shift) {
+        return kDigits[(static_cast<unsigned>(unit) >> shift) & 0xFU];
+    });
     return text + L'>';
 }
 

@@ -172,7 +172,7 @@ int RunRestore(std::span<const std::wstring> tokens) {
     CheckInstallDirectory(places);
     ProgramAssets record;
     {
-        const ProgressLine progress("Restoring the program");
+        [[maybe_unused]] const ProgressLine progress("Restoring the program");
         if (!options.values.contains(kForceFlag)) {
             CheckCompleteness(places);
         }

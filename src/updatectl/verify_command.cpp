@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <exception>
+#include <iterator>
 #include <set>
 #include <utility>
 
@@ -153,18 +154,20 @@ std::string TextOf(const Verification& verification) {
            ", not listed: " + std::to_string(verification.notListed.size()) + "\n";
 }
 
+std::string JsonOf(const Difference& difference) {
+    return JsonObject({{"line", std::to_string(difference.line)},
+                       {"path", JsonString(difference.path)},
+                       {"message", JsonString(difference.message)},
+                       {"reason", JsonString(difference.reason)}});
+}
+
 std::string JsonOf(const Verification& verification) {
     std::vector<std::string> differences;
-    for (const Difference& difference : verification.differences) {
-        differences.push_back(JsonObject({{"line", std::to_string(difference.line)},
-                                          {"path", JsonString(difference.path)},
-                                          {"message", JsonString(difference.message)},
-                                          {"reason", JsonString(difference.reason)}}));
-    }
+    std::ranges::transform(verification.differences, std::back_inserter(differences),
+                           [](const Difference& difference) { return JsonOf(difference); });
     std::vector<std::string> notListed;
-    for (const std::wstring& path : verification.notListed) {
-        notListed.push_back(JsonString(path));
-    }
+    std::ranges::transform(verification.notListed, std::back_inserter(notListed),
+                           [](const std::wstring& path) { return JsonString(path); });
     return JsonObject({{"matches", verification.differences.empty() ? "true" : "false"},
                        {"listed", std::to_string(verification.lines)},
                        {"differences", JsonArray(differences)},

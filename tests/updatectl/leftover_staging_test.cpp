@@ -8,6 +8,11 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <vector>
+
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/replacement.h"
@@ -64,12 +69,14 @@ TEST(LeftoverStaging, IsListedFromTheNewestOnWithoutLinksAndFiles) {
     WriteFileContent(folder.path / (prefix + L"6}"), "a file");
     const DirectoryLink link(folder.path / (prefix + L"7}"), folder.path / (prefix + L"1}"));
 
+    const std::vector<LeftoverStaging> leftovers = ListLeftoverStaging(folder.path);
     std::vector<std::wstring> listed;
-    for (const LeftoverStaging& directory : ListLeftoverStaging(folder.path)) {
-        listed.push_back(directory.path.filename().native().substr(prefix.size()));
-    }
+    std::ranges::transform(leftovers, std::back_inserter(listed),
+                           [&prefix](const LeftoverStaging& directory) {
+                               return directory.path.filename().native().substr(prefix.size());
+                           });
     EXPECT_THAT(listed, testing::ElementsAre(L"2}", L"3}", L"4}", L"1}"));
-    EXPECT_EQ(ListLeftoverStaging(folder.path).front().created, kSomeTime + 3 * kDay);
+    EXPECT_EQ(leftovers.front().created, kSomeTime + 3 * kDay);
 }
 
 TEST(LeftoverStaging, IsTrustedByItsOwner) {

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/temporary_directory.h"
@@ -16,10 +18,9 @@ bool LeaveNothingOut(const std::wstring&) {
 }
 
 std::vector<std::wstring> FilesOf(const ProgramTree& tree) {
-    std::vector<std::wstring> files;
-    for (const std::filesystem::path& file : tree.files) {
-        files.push_back(file.native());
-    }
+    std::vector<std::wstring> files(tree.files.size());
+    std::ranges::transform(tree.files, files.begin(),
+                           [](const std::filesystem::path& file) { return file.native(); });
     return files;
 }
 

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
 #include <set>
@@ -41,9 +42,7 @@ std::string RandomContent(Random& random) {
     constexpr std::size_t kChunk = 65536;
     constexpr std::size_t kSizes[] = {0, 1, 100, kChunk - 1, kChunk, kChunk + 1};
     std::string content(kSizes[Below(random, std::size(kSizes))], '\0');
-    for (char& byte : content) {
-        byte = static_cast<char>(random());
-    }
+    std::ranges::generate(content, [&random] { return static_cast<char>(random()); });
     return content;
 }
 
