@@ -45,7 +45,7 @@ BOOL WriteText(HANDLE stream, std::string_view text) {
 }
 
 std::wstring CodeOf(wchar_t unit) {
-    constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
+    static constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
     std::wstring text = L"<U+";
     constexpr std::array<unsigned, 4> kShifts = {12, 8, 4, 0};
     std::ranges::transform(kShifts, std::back_inserter(text), [unit](unsigned shift) {
