@@ -80,6 +80,19 @@ void ForgetReusedParents(std::vector<RunningProcess>& processes) {
     }
 }
 
+// In 100-nanosecond intervals; 0 for a process that cannot be asked.
+std::uint64_t ProcessorTimeOf(std::uint32_t processId) {
+    const UniqueHandle process = OpenRunningProcess(processId);
+    FILETIME started{};
+    FILETIME ended{};
+    FILETIME kernel{};
+    FILETIME user{};
+    if (!process || GetProcessTimes(process.get(), &started, &ended, &kernel, &user) == 0) {
+        return 0;
+    }
+    return TicksOf(kernel) + TicksOf(user);
+}
+
 void EndProcess(std::uint32_t processId) {
     const UniqueHandle process = OpenRunningProcess(processId);
     if (process) {
@@ -140,6 +153,19 @@ void EndProcessesBelow(const std::filesystem::path& directory) {
             ended.insert(running.id);
             EndProcess(running.id);
         }
+    }
+}
+
+void AwaitRest(std::uint32_t processId) {
+    constexpr int kAttempts = 40;
+    constexpr DWORD kIntervalMilliseconds = 50;
+    std::uint64_t before = ProcessorTimeOf(processId);
+    int quiet = 0;
+    for (int attempt = 0; quiet < 2 && attempt < kAttempts; ++attempt) {
+        Sleep(kIntervalMilliseconds);
+        const std::uint64_t now = ProcessorTimeOf(processId);
+        quiet = now == before ? quiet + 1 : 0;
+        before = now;
     }
 }
 

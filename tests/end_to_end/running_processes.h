@@ -34,6 +34,10 @@ double RunningTime(HANDLE process);
 /// have started, and waits for their end.
 void EndProcessesBelow(const std::filesystem::path& directory);
 
+/// Waits until a process does nothing but wait, two seconds at the most. One that is held up in the
+/// middle of its work may keep something that others need: the display, while it connects to that.
+void AwaitRest(std::uint32_t processId);
+
 /// Holds up all threads of a process (0: of none) until the end of the scope.
 struct ProcessPause {
     explicit ProcessPause(std::uint32_t processId);

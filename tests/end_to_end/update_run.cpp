@@ -144,6 +144,8 @@ void AwaitPrompt(UpdateRun& run) {
     }
     run.brokerId = ChildOf(run.standIn.processId);
     run.helper = OpenRunningProcess(ChildOf(run.brokerId));
+    // It has just started the helper, and is about to be held up.
+    AwaitRest(run.brokerId);
 }
 
 void AnswerPrompt(UpdateRun& run) {
