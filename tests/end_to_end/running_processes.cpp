@@ -156,6 +156,14 @@ void EndProcessesBelow(const std::filesystem::path& directory) {
     }
 }
 
+void EndProcessesNamed(const wchar_t* name) {
+    for (const RunningProcess& running : ListRunningProcesses()) {
+        if (IsSameText(running.image.filename().native(), name)) {
+            EndProcess(running.id);
+        }
+    }
+}
+
 void AwaitRest(std::uint32_t processId) {
     constexpr int kAttempts = 40;
     constexpr DWORD kIntervalMilliseconds = 50;

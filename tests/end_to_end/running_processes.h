@@ -34,6 +34,9 @@ double RunningTime(HANDLE process);
 /// have started, and waits for their end.
 void EndProcessesBelow(const std::filesystem::path& directory);
 
+/// The same for every process whose executable has this name.
+void EndProcessesNamed(const wchar_t* name);
+
 /// Waits until a process does nothing but wait, two seconds at the most. One that is held up in the
 /// middle of its work may keep something that others need: the display, while it connects to that.
 void AwaitRest(std::uint32_t processId);

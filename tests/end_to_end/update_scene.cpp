@@ -33,6 +33,9 @@ const InstalledVersion1& Version1() {
 
 void CleanUp(const UpdateScene& scene) {
     EndProcessesBelow(scene.workspace.path);
+    // A setup program works in a copy of itself, in a directory of its own. Nobody knows that copy
+    // any more when the program that started it has been ended.
+    EndProcessesNamed(L"installer.tmp");
     for (const std::filesystem::path& directory : scene.NewStagingDirectories()) {
         EndProcessesBelow(directory);
         RemoveTree(directory);
