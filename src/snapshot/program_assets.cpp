@@ -8,11 +8,14 @@
 #include "support/application_identity.h"
 #include "support/directory_listing.h"
 #include "support/file_system.h"
+#include "support/file_type.h"
 #include "support/windows_api.h"
 
 namespace updater {
 
 namespace {
+
+using std::filesystem::file_type;
 
 constexpr std::array<std::wstring_view, 2> kAssetExtensions = {L".exe", L".dll"};
 constexpr std::array<std::wstring_view, 5> kAssetNames = {
@@ -20,36 +23,42 @@ constexpr std::array<std::wstring_view, 5> kAssetNames = {
     L"unins000.dat"};
 
 // A link would let the backup read, or the restore write, outside the installation directory.
-void RefuseReparsePoint(const std::filesystem::path& entry, const char* message) {
-    if (EntryTypeItself(entry) == std::filesystem::file_type::symlink) {
+void RefuseReparsePoint(const std::filesystem::path& path, file_type listedType,
+                        const char* message) {
+    if (listedType == file_type::symlink) {
         throw std::runtime_error(message);
     }
     // A failed query has every bit set, so an entry that cannot be inspected is refused as well.
-    if ((GetFileAttributesW(entry.c_str()) & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    if ((GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
         throw std::runtime_error(message);
     }
 }
 
-bool IsRegularFile(const std::filesystem::path& entry) {
-    return EntryTypeFollowed(entry) == std::filesystem::file_type::regular;
+bool IsRegularFile(const std::filesystem::path& path, file_type listedType) {
+    // A reparse point that was not refused has become something else since it was listed.
+    const file_type type = listedType == file_type::unknown
+                               ? QueryFileType(path, "directory_entry::status")
+                               : listedType;
+    return type == file_type::regular;
 }
 
 void AddTopLevelAssets(const std::filesystem::path& installDirectory, ProgramAssets& assets) {
-    VisitDirectory(installDirectory, [&](const std::filesystem::path& name) {
-        const std::filesystem::path entry = installDirectory / name;
-        RefuseReparsePoint(entry, "Reparse points are not supported in installation directory");
-        if (IsRegularFile(entry) && IsTopLevelAsset(name)) {
-            assets.insert(name);
+    VisitDirectory(installDirectory, [&](const ListedEntry& entry) {
+        const std::filesystem::path path = installDirectory / entry.relativePath;
+        RefuseReparsePoint(path, entry.type,
+                           "Reparse points are not supported in installation directory");
+        if (IsRegularFile(path, entry.type) && IsTopLevelAsset(entry.relativePath)) {
+            assets.insert(entry.relativePath);
         }
     });
 }
 
 void AddDataAssets(const std::filesystem::path& dataDirectory, ProgramAssets& assets) {
-    VisitTree(dataDirectory, [&](const std::filesystem::path& relativePath) {
-        const std::filesystem::path entry = dataDirectory / relativePath;
-        RefuseReparsePoint(entry, "Reparse points are not supported in program assets");
-        if (IsRegularFile(entry)) {
-            assets.insert(kDataDirectory / relativePath);
+    VisitTree(dataDirectory, [&](const ListedEntry& entry) {
+        const std::filesystem::path path = dataDirectory / entry.relativePath;
+        RefuseReparsePoint(path, entry.type, "Reparse points are not supported in program assets");
+        if (IsRegularFile(path, entry.type)) {
+            assets.insert(kDataDirectory / entry.relativePath);
         }
     });
 }

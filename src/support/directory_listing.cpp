@@ -6,12 +6,13 @@
 #include <vector>
 
 #include "support/file_system_error.h"
-#include "support/file_type.h"
 #include "support/windows_api.h"
 
 namespace updater {
 
 namespace {
+
+using std::filesystem::file_type;
 
 constexpr ListingOperations kDirectoryOperations = {"directory_iterator::directory_iterator",
                                                     "directory_iterator::operator++"};
@@ -35,9 +36,14 @@ bool IsDotEntry(const WIN32_FIND_DATAW& entry) {
     return name == L"." || name == L"..";
 }
 
-bool IsPlainDirectory(const WIN32_FIND_DATAW& entry) {
-    constexpr DWORD kKind = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
-    return (entry.dwFileAttributes & kKind) == FILE_ATTRIBUTE_DIRECTORY;
+file_type TypeOf(const WIN32_FIND_DATAW& entry) {
+    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+        // The field holds a reparse point's tag, and of other entries nothing.
+        const DWORD tag = entry.dwReserved0;
+        return tag == IO_REPARSE_TAG_SYMLINK ? file_type::symlink : file_type::unknown;
+    }
+    return (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? file_type::directory
+                                                                    : file_type::regular;
 }
 
 void Advance(Listing& listing, const std::filesystem::path& directory, const char* operation) {
@@ -77,7 +83,7 @@ Listing OpenListing(const std::filesystem::path& directory, std::filesystem::pat
 void VisitDirectory(const std::filesystem::path& directory, const EntryVisitor& visit) {
     Listing listing = OpenListing(directory, {}, kDirectoryOperations);
     while (listing.search) {
-        visit(listing.entry.cFileName);
+        visit({listing.entry.cFileName, TypeOf(listing.entry)});
         Advance(listing, directory, kDirectoryOperations.advance);
     }
 }
@@ -95,25 +101,16 @@ void VisitTree(const std::filesystem::path& directory, const EntryVisitor& visit
             }
             continue;
         }
-        const std::filesystem::path relativePath =
-            open.back().relativePath / open.back().entry.cFileName;
-        const bool descend = IsPlainDirectory(open.back().entry);
-        visit(relativePath);
-        if (descend) {
-            open.push_back(OpenListing(directory / relativePath, relativePath,
+        const ListedEntry entry = {open.back().relativePath / open.back().entry.cFileName,
+                                   TypeOf(open.back().entry)};
+        visit(entry);
+        if (entry.type == file_type::directory) {
+            open.push_back(OpenListing(directory / entry.relativePath, entry.relativePath,
                                        {operations.advance, operations.advance}));
         } else {
             Advance(open.back(), directory / open.back().relativePath, operations.advance);
         }
     }
-}
-
-std::filesystem::file_type EntryTypeItself(const std::filesystem::path& entry) {
-    return QueryFileType(entry, Links::NotFollowed, "directory_entry::symlink_status");
-}
-
-std::filesystem::file_type EntryTypeFollowed(const std::filesystem::path& entry) {
-    return QueryFileType(entry, Links::Followed, "directory_entry::status");
 }
 
 }  // namespace updater

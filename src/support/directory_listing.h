@@ -5,8 +5,15 @@
 
 namespace updater {
 
-/// Called for each entry with its path relative to the listed directory.
-using EntryVisitor = std::function<void(const std::filesystem::path& relativePath)>;
+/// An entry as the listing shows it. Its path is relative to the listed directory; its type is that
+/// of the entry itself, links not followed: `regular`, `directory`, `symlink`, or `unknown` for any
+/// other reparse point.
+struct ListedEntry {
+    std::filesystem::path relativePath;
+    std::filesystem::file_type type;
+};
+
+using EntryVisitor = std::function<void(const ListedEntry& entry)>;
 
 /// The operations that a listing's errors name: opening it, and going on to the next entry or into
 /// a subdirectory.
@@ -27,13 +34,5 @@ void VisitTree(const std::filesystem::path& directory, const EntryVisitor& visit
                const ListingOperations& operations = {
                    "recursive_directory_iterator::recursive_directory_iterator",
                    "recursive_directory_iterator::operator++"});
-
-/// Returns what the entry itself is, links not followed; `not_found` when it is gone. Raises
-/// `std::filesystem::filesystem_error`, operation "directory_entry::symlink_status".
-std::filesystem::file_type EntryTypeItself(const std::filesystem::path& entry);
-
-/// Returns what the entry is with links followed; `not_found` when it or its target is gone. Raises
-/// `std::filesystem::filesystem_error`, operation "directory_entry::status".
-std::filesystem::file_type EntryTypeFollowed(const std::filesystem::path& entry);
 
 }  // namespace updater

@@ -204,7 +204,7 @@ std::uintmax_t FileSize(const std::filesystem::path& file) {
 }
 
 bool PathExists(const std::filesystem::path& path) {
-    return QueryFileType(path, Links::Followed, "exists") != std::filesystem::file_type::not_found;
+    return QueryFileType(path, "exists") != std::filesystem::file_type::not_found;
 }
 
 void CreateDirectories(const std::filesystem::path& directory) {
@@ -241,12 +241,12 @@ void RemoveTree(const std::filesystem::path& directory) {
     }
     std::vector<std::filesystem::path> directories = {directory};
     VisitTree(directory,
-              [&](const std::filesystem::path& relativePath) {
-                  const std::filesystem::path entry = directory / relativePath;
-                  if (IsDirectory(entry)) {
-                      directories.push_back(entry);
+              [&](const ListedEntry& entry) {
+                  const std::filesystem::path path = directory / entry.relativePath;
+                  if (IsDirectory(path)) {
+                      directories.push_back(path);
                   } else {
-                      RemoveEntry(entry, false, kOperation);
+                      RemoveEntry(path, false, kOperation);
                   }
               },
               {kOperation, kOperation});

@@ -16,41 +16,36 @@ file_type TypeFromAttributes(DWORD attributes) {
     return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? file_type::directory : file_type::regular;
 }
 
-// A reparse point's own kind, or its target's type, takes an open handle.
-file_type QueryReparsePoint(const std::filesystem::path& path, Links links, const char* operation) {
-    const DWORD openItself = links == Links::NotFollowed ? FILE_FLAG_OPEN_REPARSE_POINT : 0U;
-    const UniqueHandle handle =
-        OwnHandle(CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_BACKUP_SEMANTICS | openItself, nullptr));
-    FILE_ATTRIBUTE_TAG_INFO info{};
-    if (!handle || GetFileInformationByHandleEx(handle.get(), FileAttributeTagInfo, &info,
-                                                sizeof(info)) == 0) {
-        const DWORD error = GetLastError();
-        if (IsNotFoundError(error)) {
-            return file_type::not_found;
-        }
+file_type TypeAfterFailedQuery(DWORD error, const std::filesystem::path& path,
+                               const char* operation) {
+    if (!IsNotFoundError(error)) {
         RaiseFileSystemError(operation, error, path);
     }
-    if (links == Links::Followed || (info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
-        return TypeFromAttributes(info.FileAttributes);
+    return file_type::not_found;
+}
+
+// What a reparse point leads to takes an open handle.
+file_type QueryTarget(const std::filesystem::path& link, const char* operation) {
+    const UniqueHandle target =
+        OwnHandle(CreateFileW(link.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
+                              FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    FILE_ATTRIBUTE_TAG_INFO info{};
+    if (!target || GetFileInformationByHandleEx(target.get(), FileAttributeTagInfo, &info,
+                                                sizeof(info)) == 0) {
+        return TypeAfterFailedQuery(GetLastError(), link, operation);
     }
-    return info.ReparseTag == IO_REPARSE_TAG_SYMLINK ? file_type::symlink : file_type::unknown;
+    return TypeFromAttributes(info.FileAttributes);
 }
 
 }  // namespace
 
-std::filesystem::file_type QueryFileType(const std::filesystem::path& path, Links links,
-                                         const char* operation) {
+std::filesystem::file_type QueryFileType(const std::filesystem::path& path, const char* operation) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
     if (GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == 0) {
-        const DWORD error = GetLastError();
-        if (IsNotFoundError(error)) {
-            return file_type::not_found;
-        }
-        RaiseFileSystemError(operation, error, path);
+        return TypeAfterFailedQuery(GetLastError(), path, operation);
     }
     if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-        return QueryReparsePoint(path, links, operation);
+        return QueryTarget(path, operation);
     }
     return TypeFromAttributes(data.dwFileAttributes);
 }

@@ -56,10 +56,10 @@ bool IsStagingName(std::wstring_view name) {
 std::vector<LeftoverStaging> ListLeftoverStaging(const std::filesystem::path& folder) {
     constexpr DWORD kKind = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
     std::vector<LeftoverStaging> found;
-    VisitDirectory(folder, [&](const std::filesystem::path& name) {
-        const std::filesystem::path path = folder / name;
+    VisitDirectory(folder, [&](const ListedEntry& entry) {
+        const std::filesystem::path path = folder / entry.relativePath;
         WIN32_FILE_ATTRIBUTE_DATA data{};
-        if (IsStagingName(name.native()) &&
+        if (IsStagingName(entry.relativePath.native()) &&
             GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) != 0 &&
             (data.dwFileAttributes & kKind) == FILE_ATTRIBUTE_DIRECTORY) {
             const FILETIME time = data.ftCreationTime;

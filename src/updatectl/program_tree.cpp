@@ -83,8 +83,9 @@ ProgramTree ListProgramTree(const std::filesystem::path& directory, const TreeFi
         // Sorted, so that of two names that differ in letter case it is always the same that is
         // at fault.
         std::vector<std::wstring> names;
-        VisitDirectory(parent.empty() ? directory : directory / parent,
-                       [&](const std::filesystem::path& name) { names.push_back(name.native()); });
+        VisitDirectory(
+            parent.empty() ? directory : directory / parent,
+            [&](const ListedEntry& entry) { names.push_back(entry.relativePath.native()); });
         std::ranges::sort(names);
         for (const std::wstring& name : names) {
             ExamineEntry(walk, parent, name);

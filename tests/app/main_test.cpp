@@ -58,8 +58,9 @@ UniqueHandle CreateInheritableFile(const std::filesystem::path& file) {
 
 std::vector<std::wstring> EntryNames(const std::filesystem::path& directory) {
     std::vector<std::wstring> names;
-    VisitDirectory(directory,
-                   [&names](const std::filesystem::path& name) { names.push_back(name.native()); });
+    VisitDirectory(directory, [&names](const ListedEntry& entry) {
+        names.push_back(entry.relativePath.native());
+    });
     return names;
 }
 

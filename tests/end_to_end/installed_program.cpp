@@ -50,13 +50,13 @@ void RunSetup(const std::filesystem::path& setup, const std::filesystem::path& i
 }
 
 void CopyTree(const std::filesystem::path& source, const std::filesystem::path& target) {
-    VisitTree(source, [&](const std::filesystem::path& relativePath) {
-        const std::filesystem::path entry = source / relativePath;
-        if (EntryTypeItself(entry) == std::filesystem::file_type::directory) {
-            CreateDirectories(target / relativePath);
+    VisitTree(source, [&](const ListedEntry& entry) {
+        const std::filesystem::path copy = target / entry.relativePath;
+        if (entry.type == std::filesystem::file_type::directory) {
+            CreateDirectories(copy);
         } else {
-            CreateDirectories((target / relativePath).parent_path());
-            CopyToNewFile(entry, target / relativePath);
+            CreateDirectories(copy.parent_path());
+            CopyToNewFile(source / entry.relativePath, copy);
         }
     });
 }

@@ -10,9 +10,9 @@ namespace updater {
 std::vector<std::filesystem::path> ListStagingDirectories() {
     const std::filesystem::path folder = EnvironmentVariable(L"ProgramData");
     std::vector<std::filesystem::path> directories;
-    VisitDirectory(folder, [&](const std::filesystem::path& name) {
-        if (name.native().starts_with(L"CorvellanUpdate-")) {
-            directories.push_back(folder / name);
+    VisitDirectory(folder, [&](const ListedEntry& entry) {
+        if (entry.relativePath.native().starts_with(L"CorvellanUpdate-")) {
+            directories.push_back(folder / entry.relativePath);
         }
     });
     return directories;

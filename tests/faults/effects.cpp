@@ -56,12 +56,6 @@ constexpr auto kGeneralRules = std::to_array<Rule>({
     {"GetFullPathNameW", "", L"", RaisesFileSystem("weakly_canonical")},
     {"GetFileAttributesExW", "PathExists", L"", RaisesFileSystem("exists")},
     {"GetFileAttributesExW", "FileSize", L"", RaisesFileSystem("file_size")},
-    {"GetFileAttributesExW", "EntryTypeItself", L"",
-     RaisesFileSystem("directory_entry::symlink_status")},
-    {"GetFileAttributesExW", "EntryTypeFollowed", L"", RaisesFileSystem("directory_entry::status")},
-    {"CreateFileW", "EntryTypeItself", L"", RaisesFileSystem("directory_entry::symlink_status")},
-    {"GetFileInformationByHandleEx", "EntryTypeItself", L"",
-     RaisesFileSystem("directory_entry::symlink_status")},
 
     // A file that is in the way because of its attributes: the first error stands.
     {"GetFileAttributesW", "ClearProtection", L"added.dll",

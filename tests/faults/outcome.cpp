@@ -65,10 +65,10 @@ std::string ReadStatus(const std::filesystem::path& jobDirectory) {
 
 std::string FilesHeldOpen(const std::filesystem::path& directory) {
     std::string names;
-    VisitTree(directory, [&](const std::filesystem::path& relativePath) {
-        const std::filesystem::path entry = directory / relativePath;
-        if (EntryTypeFollowed(entry) == std::filesystem::file_type::regular && IsHeldOpen(entry)) {
-            names += WideToUtf8(relativePath.native()) + ' ';
+    VisitTree(directory, [&](const ListedEntry& entry) {
+        if (entry.type == std::filesystem::file_type::regular &&
+            IsHeldOpen(directory / entry.relativePath)) {
+            names += WideToUtf8(entry.relativePath.native()) + ' ';
         }
     });
     return names;

@@ -227,7 +227,7 @@ std::wstring WorkerScene::CommandLine(DWORD parentId, const std::wstring& eventB
 std::filesystem::path WorkerScene::StagingDirectory() const {
     std::filesystem::path staging;
     VisitDirectory(dataFolder,
-                   [&](const std::filesystem::path& name) { staging = dataFolder / name; });
+                   [&](const ListedEntry& entry) { staging = dataFolder / entry.relativePath; });
     return staging;
 }
 

@@ -54,8 +54,8 @@ std::filesystem::path LibraryToPlant() {
 
 std::vector<std::wstring> LibrariesToPlant() {
     std::vector<std::wstring> names;
-    VisitDirectory(SystemDirectory(), [&](const std::filesystem::path& entry) {
-        const std::wstring name = LowerCase(entry.native());
+    VisitDirectory(SystemDirectory(), [&](const ListedEntry& entry) {
+        const std::wstring name = LowerCase(entry.relativePath.native());
         if (CanBePlanted(name)) {
             names.push_back(name);
         }
@@ -76,11 +76,11 @@ void PlantLibraries(const std::filesystem::path& directory,
 std::vector<LoadMark> LoadMarks(const std::filesystem::path& directory) {
     const std::wstring_view suffix = kLoadMarkSuffix;
     std::vector<LoadMark> marks;
-    VisitDirectory(directory, [&](const std::filesystem::path& entry) {
-        std::wstring name = entry.native();
+    VisitDirectory(directory, [&](const ListedEntry& entry) {
+        std::wstring name = entry.relativePath.native();
         if (name.ends_with(suffix)) {
             name.resize(name.size() - suffix.size());
-            marks.push_back({LowerCase(name), ReadFileContent(directory / entry)});
+            marks.push_back({LowerCase(name), ReadFileContent(directory / entry.relativePath)});
         }
     });
     std::ranges::sort(marks, {}, &LoadMark::library);

@@ -85,29 +85,35 @@ std::function<decltype(GetFileAttributesExW)> TypeQueryFailing(const std::filesy
     };
 }
 
-// Reports one path, which is a plain file or directory, as a reparse point with this tag.
+// Lists one entry, which is a plain file or directory, as a reparse point with this tag. No two
+// entries of the tests have the same name.
 struct ScopedReparsePoint {
-    ScopedReparsePoint(const std::filesystem::path& entry, DWORD tag)
-        : typeQuery(getFileAttributesEx,
-                    [entry](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) {
-                        const BOOL known = GetFileAttributesExW(path, level, data);
-                        if (known && Is(path, entry)) {
-                            static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data)->dwFileAttributes |=
-                                FILE_ATTRIBUTE_REPARSE_POINT;
-                        }
-                        return known;
-                    }),
-          tagQuery(getFileInformation, [tag](HANDLE, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID data,
-                                             DWORD) {
-              if (kind != FileAttributeTagInfo) {
-                  return FailWith(ERROR_INVALID_PARAMETER);
-              }
-              *static_cast<FILE_ATTRIBUTE_TAG_INFO*>(data) = {FILE_ATTRIBUTE_REPARSE_POINT, tag};
-              return TRUE;
-          }) {}
+    ScopedReparsePoint(const std::filesystem::path& entry, DWORD reparseTag)
+        : name(entry.filename()), tag(reparseTag) {}
 
-    ScopedReplacement<decltype(GetFileAttributesExW)> typeQuery;
-    ScopedReplacement<decltype(GetFileInformationByHandleEx)> tagQuery;
+    void Change(LPVOID data) const {
+        auto& listed = *static_cast<WIN32_FIND_DATAW*>(data);
+        if (listed.cFileName == name) {
+            listed.dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+            listed.dwReserved0 = tag;
+        }
+    }
+
+    std::wstring name;
+    DWORD tag;
+    ScopedReplacement<decltype(FindFirstFileExW)> opening{
+        findFirstFile, [this](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
+                              FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+            const HANDLE search = FindFirstFileExW(pattern, level, data, operation, filter, flags);
+            Change(data);
+            return search;
+        }};
+    ScopedReplacement<decltype(FindNextFileW)> stepping{
+        findNextFile, [this](HANDLE search, LPWIN32_FIND_DATAW data) {
+            const BOOL found = FindNextFileW(search, data);
+            Change(data);
+            return found;
+        }};
 };
 
 TEST_F(ProgramAssetsFailure, RefusesAnEntryWithTheReparseAttribute) {
@@ -172,13 +178,12 @@ TEST_F(ProgramAssetsFailure, RefusesAFileThatVanishesAfterItWasListed) {
     for (const auto& [path, message] :
          {RefusedEntry{L"config.ini", kLinkAtTopLevel}, {L"data\\sub\\deep.bin", kLinkInData}}) {
         const std::filesystem::path entry = directory.path / path;
-        const ScopedReplacement<decltype(GetFileAttributesExW)> typeQuery(
-            getFileAttributesEx,
-            [&entry](LPCWSTR queried, GET_FILEEX_INFO_LEVELS level, LPVOID data) {
+        const ScopedReplacement<decltype(GetFileAttributesW)> attributes(
+            getFileAttributes, [&entry](LPCWSTR queried) {
                 if (Is(queried, entry)) {
                     DeleteFileW(entry.c_str());
                 }
-                return GetFileAttributesExW(queried, level, data);
+                return GetFileAttributesW(queried);
             });
         ExpectRefused(message);
         EXPECT_FALSE(PathExists(entry));
@@ -186,11 +191,36 @@ TEST_F(ProgramAssetsFailure, RefusesAFileThatVanishesAfterItWasListed) {
     }
 }
 
-TEST_F(ProgramAssetsFailure, DoesNotHoldAFileThatVanishesBeforeItsTypeIsAsked) {
-    const ScopedReplacement typeQuery(
-        getFileAttributesEx,
-        TypeQueryFailing(directory.path / L"data\\app.so", 2, ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(Enumerate(), (ProgramAssets{L"corvellan.exe", L"data\\sub\\deep.bin"}));
+// The listing has shown a file's kind, and nothing but its attributes is asked.
+TEST_F(ProgramAssetsFailure, AsksForNoTypeOfWhatIsNoReparsePoint) {
+    std::vector<std::wstring> asked;
+    const ScopedReplacement<decltype(GetFileAttributesExW)> typeQuery(
+        getFileAttributesEx, [&asked](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) {
+            asked.emplace_back(path);
+            return GetFileAttributesExW(path, level, data);
+        });
+    EXPECT_EQ(Enumerate(), kAllAssets);
+    EXPECT_THAT(asked, ElementsAre(directory.path.native() + L"\\data")) << "whether it exists";
+}
+
+// The attribute query tells that it is one no longer.
+TEST_F(ProgramAssetsFailure, AsksAgainForTheTypeOfAFormerReparsePoint) {
+    for (const auto& [path, message] : kEntries) {
+        SCOPED_TRACE(WideToUtf8(path));
+        const std::filesystem::path entry = directory.path / path;
+        const ScopedReparsePoint former(entry, IO_REPARSE_TAG_MOUNT_POINT);
+        {
+            const ScopedReplacement typeQuery(getFileAttributesEx,
+                                              TypeQueryFailing(entry, 1, ERROR_ACCESS_DENIED));
+            EXPECT_THAT([this] { Enumerate(); },
+                        RaisesFileSystemError("directory_entry::status", entry));
+        }
+        const ProgramAssets assets = Enumerate();
+        EXPECT_EQ(assets.contains(path), kAllAssets.contains(path));
+        const ScopedReplacement typeQuery(getFileAttributesEx,
+                                          TypeQueryFailing(entry, 1, ERROR_FILE_NOT_FOUND));
+        EXPECT_FALSE(Enumerate().contains(path));
+    }
 }
 
 TEST_F(ProgramAssetsFailure, AsksForEveryEntrysAttributesByItsFullPath) {
@@ -215,31 +245,6 @@ TEST_F(ProgramAssetsFailure, ListsNothingBehindARefusedDirectory) {
                                        }));
     ExpectRefused(kLinkInData);
     EXPECT_THAT(trace.operations, ElementsAre(L"list *", L"list data\\*"));
-}
-
-TEST_F(ProgramAssetsFailure, NamesTheOperationWhenAnEntrysOwnTypeCannotBeRead) {
-    for (const auto& [path, message] : kEntries) {
-        SCOPED_TRACE(WideToUtf8(path));
-        const std::filesystem::path entry = directory.path / path;
-        const ScopedReplacement typeQuery(getFileAttributesEx,
-                                          TypeQueryFailing(entry, 1, ERROR_ACCESS_DENIED));
-        // The type is asked for before the attributes, whose failure is another one.
-        const ScopedReplacement attributes(
-            getFileAttributes, AttributesOf(entry, [](DWORD) { return INVALID_FILE_ATTRIBUTES; }));
-        EXPECT_THAT([this] { Enumerate(); },
-                    RaisesFileSystemError("directory_entry::symlink_status", entry));
-    }
-}
-
-TEST_F(ProgramAssetsFailure, NamesTheOperationWhenAnEntrysFollowedTypeCannotBeRead) {
-    for (const auto& [path, message] : kEntries) {
-        SCOPED_TRACE(WideToUtf8(path));
-        const std::filesystem::path entry = directory.path / path;
-        const ScopedReplacement typeQuery(getFileAttributesEx,
-                                          TypeQueryFailing(entry, 2, ERROR_ACCESS_DENIED));
-        EXPECT_THAT([this] { Enumerate(); },
-                    RaisesFileSystemError("directory_entry::status", entry));
-    }
 }
 
 TEST_F(ProgramAssetsFailure, NamesTheOperationWhenTheDataTreesExistenceIsUnknown) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -22,8 +23,11 @@ namespace updater {
 
 namespace {
 
+using std::filesystem::file_type;
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
 using testing::UnorderedElementsAre;
 
 constexpr char kOpenDirectory[] = "directory_iterator::directory_iterator";
@@ -32,19 +36,20 @@ constexpr char kAdvanceTree[] = "recursive_directory_iterator::operator++";
 
 std::vector<std::wstring> ListDirectory(const std::filesystem::path& directory) {
     std::vector<std::wstring> entries;
-    VisitDirectory(directory,
-                   [&](const std::filesystem::path& entry) { entries.push_back(entry.native()); });
+    VisitDirectory(directory, [&](const ListedEntry& entry) {
+        entries.push_back(entry.relativePath.native());
+    });
     return entries;
 }
 
 std::vector<std::wstring> ListTree(const std::filesystem::path& directory) {
     std::vector<std::wstring> entries;
     VisitTree(directory,
-              [&](const std::filesystem::path& entry) { entries.push_back(entry.native()); });
+              [&](const ListedEntry& entry) { entries.push_back(entry.relativePath.native()); });
     return entries;
 }
 
-void Ignore(const std::filesystem::path&) {}
+void Ignore(const ListedEntry&) {}
 
 TEST(VisitDirectory, ShowsFilesAndDirectoriesDirectlyInIt) {
     const TemporaryDirectory directory;
@@ -58,6 +63,25 @@ TEST(VisitDirectory, ShowsFilesAndDirectoriesDirectlyInIt) {
                 UnorderedElementsAre(L"\u6587\u4EF6 a.txt", L"folder", L".hidden", L"..b"));
     EXPECT_THAT(ListDirectory(directory.path.native() + L"\\"),
                 UnorderedElementsAre(L"\u6587\u4EF6 a.txt", L"folder", L".hidden", L"..b"));
+}
+
+// A link is a symbolic link on Windows; the one that Wine shows has no tag that says so.
+TEST(VisitDirectory, ShowsWhatEachEntryIsItself) {
+    const TemporaryDirectory directory;
+    WriteFileContent(directory.path / L"folder" / L"inner", "");
+    WriteFileContent(directory.path / L"file", "");
+    WriteFileContent(directory.path / L"hidden", "");
+    SetFileAttributesW((directory.path / L"hidden").c_str(),
+                       FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+    const DirectoryLink link(directory.path / L"link", directory.path / L"folder");
+    std::map<std::wstring, file_type> types;
+    VisitTree(directory.path,
+              [&](const ListedEntry& entry) { types[entry.relativePath.native()] = entry.type; });
+    EXPECT_THAT(
+        types,
+        ElementsAre(Pair(L"file", file_type::regular), Pair(L"folder", file_type::directory),
+                    Pair(L"folder\\inner", file_type::regular), Pair(L"hidden", file_type::regular),
+                    Pair(L"link", AnyOf(file_type::symlink, file_type::unknown))));
 }
 
 TEST(VisitDirectory, AnEmptyDirectoryShowsNothing) {
@@ -181,9 +205,9 @@ TEST(VisitTree, TheVisitorMayRemoveTheFilesThatItIsShown) {
     for (const wchar_t* file : {L"a", L"b", L"c\\d", L"c\\e", L"f\\g\\h"}) {
         WriteFileContent(directory.path / file, "");
     }
-    VisitTree(directory.path, [&](const std::filesystem::path& entry) {
-        if (EntryTypeItself(directory.path / entry) == std::filesystem::file_type::regular) {
-            RemoveFile(directory.path / entry);
+    VisitTree(directory.path, [&](const ListedEntry& entry) {
+        if (entry.type == file_type::regular) {
+            RemoveFile(directory.path / entry.relativePath);
         }
     });
     EXPECT_THAT(ListTree(directory.path), UnorderedElementsAre(L"c", L"f", L"f\\g"));
@@ -194,8 +218,8 @@ TEST(VisitTree, ADirectoryThatVanishesBeforeItIsEnteredIsAnErrorOfTheAdvance) {
     CreateDirectories(directory.path / L"a");
     ExpectFileSystemError(
         [&] {
-            VisitTree(directory.path, [&](const std::filesystem::path& entry) {
-                RemoveDirectoryW((directory.path / entry).c_str());
+            VisitTree(directory.path, [&](const ListedEntry& entry) {
+                RemoveDirectoryW((directory.path / entry.relativePath).c_str());
             });
         },
         kAdvanceTree, ERROR_PATH_NOT_FOUND, directory.path / L"a");
@@ -207,8 +231,8 @@ TEST(VisitTree, TheVisitorsOwnFailurePassesThroughAndNothingStaysOpen) {
     const auto failAt = [&](const std::wstring& name) {
         EXPECT_THAT(
             [&] {
-                VisitTree(directory.path, [&](const std::filesystem::path& entry) {
-                    if (entry.filename() == name) {
+                VisitTree(directory.path, [&](const ListedEntry& entry) {
+                    if (entry.relativePath.filename() == name) {
                         throw std::runtime_error("stop");
                     }
                 });

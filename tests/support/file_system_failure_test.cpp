@@ -199,7 +199,7 @@ TEST(CanonicalPathFailure, OnlyTheAttributesAreOpenedAndEveryoneElseMayDoAnythin
     CanonicalPath(directory.path);
 }
 
-TEST(EntryTypeFailure, OfALinkIsAskedWhileEveryoneElseMayDoAnythingWithIt) {
+TEST(FileTypeFailure, OfALinkIsAskedWhileEveryoneElseMayDoAnythingWithItsTarget) {
     const TemporaryDirectory directory;
     const DirectoryLink link(directory.path / L"link", directory.path);
     int opened = 0;
@@ -211,12 +211,13 @@ TEST(EntryTypeFailure, OfALinkIsAskedWhileEveryoneElseMayDoAnythingWithIt) {
             EXPECT_EQ(access, static_cast<DWORD>(FILE_READ_ATTRIBUTES));
             EXPECT_EQ(share,
                       static_cast<DWORD>(FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+            EXPECT_EQ(flags, static_cast<DWORD>(FILE_FLAG_BACKUP_SEMANTICS))
+                << "directories too, links followed";
             return __real___imp_CreateFileW(path, access, share, security, disposition, flags,
                                             file);
         });
-    EntryTypeItself(link.link);
-    EntryTypeFollowed(link.link);
-    EXPECT_EQ(opened, 2);
+    EXPECT_EQ(QueryFileType(link.link, "o"), std::filesystem::file_type::directory);
+    EXPECT_EQ(opened, 1);
 }
 
 TEST(WeaklyCanonicalPathFailure, WhatCannotBeFoundGoesOnWithTheParent) {
@@ -377,10 +378,7 @@ TEST(FileTypeFailure, AQueryThatFailsForWhatExistsIsAnErrorOfItsOperation) {
     const std::filesystem::path path = L"C:\\\u7A0B\u5E8F";
     ExpectFailure([&] { FileSize(path); }, "file_size", ERROR_ACCESS_DENIED, path);
     ExpectFailure([&] { PathExists(path); }, "exists", ERROR_ACCESS_DENIED, path);
-    ExpectFailure([&] { EntryTypeItself(path); }, "directory_entry::symlink_status",
-                  ERROR_ACCESS_DENIED, path);
-    ExpectFailure([&] { EntryTypeFollowed(path); }, "directory_entry::status", ERROR_ACCESS_DENIED,
-                  path);
+    ExpectFailure([&] { QueryFileType(path, "o"); }, "o", ERROR_ACCESS_DENIED, path);
 }
 
 // A reparse point, as the attributes show it.
@@ -395,46 +393,7 @@ struct ReparsePoint : testing::Test {
         }};
 };
 
-TEST_F(ReparsePoint, ItselfIsASymbolicLinkOrUnknownByItsTag) {
-    constexpr DWORD kAppExecutableTag = 0x8000001B;
-    for (const DWORD tag : std::initializer_list<DWORD>{
-             static_cast<DWORD>(IO_REPARSE_TAG_SYMLINK),
-             static_cast<DWORD>(IO_REPARSE_TAG_MOUNT_POINT), kAppExecutableTag}) {
-        const ScopedReplacement<decltype(GetFileInformationByHandleEx)> answering(
-            getFileInformation,
-            [tag](HANDLE, FILE_INFO_BY_HANDLE_CLASS information, LPVOID data, DWORD bytes) {
-                EXPECT_EQ(information, FileAttributeTagInfo);
-                EXPECT_EQ(bytes, sizeof(FILE_ATTRIBUTE_TAG_INFO));
-                const FILE_ATTRIBUTE_TAG_INFO answer{
-                    FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY, tag};
-                std::memcpy(data, &answer, sizeof(answer));
-                return TRUE;
-            });
-        EXPECT_EQ(EntryTypeItself(directory.path), tag == IO_REPARSE_TAG_SYMLINK
-                                                       ? std::filesystem::file_type::symlink
-                                                       : std::filesystem::file_type::unknown);
-        EXPECT_EQ(EntryTypeFollowed(directory.path), std::filesystem::file_type::directory);
-    }
-}
-
-TEST_F(ReparsePoint, IsOpenedItselfOnlyWhenLinksAreNotFollowed) {
-    std::vector<DWORD> openedFlags;
-    const ScopedReplacement<decltype(CreateFileW)> observed(
-        createFile, [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
-                        DWORD disposition, DWORD flags, HANDLE file) {
-            openedFlags.push_back(flags);
-            return __real___imp_CreateFileW(path, access, share, security, disposition, flags,
-                                            file);
-        });
-    QueryFileType(directory.path, Links::NotFollowed, "o");
-    QueryFileType(directory.path, Links::Followed, "o");
-    EXPECT_THAT(openedFlags, ElementsAre(FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT,
-                                         FILE_FLAG_BACKUP_SEMANTICS));
-}
-
 TEST_F(ReparsePoint, WhoseTargetIsGoneIsNotFound) {
-    EXPECT_EQ(EntryTypeFollowed(directory.path / L"missing"),
-              std::filesystem::file_type::not_found);
     EXPECT_FALSE(PathExists(directory.path / L"missing"));
 }
 
@@ -451,8 +410,8 @@ TEST_F(ReparsePoint, ThatCannotBeOpenedOrQueriedIsAnError) {
         getFileInformation, [](HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD) {
             return Refuse(ERROR_INVALID_PARAMETER, FALSE);
         });
-    ExpectFailure([this] { EntryTypeItself(directory.path); }, "directory_entry::symlink_status",
-                  ERROR_INVALID_PARAMETER, directory.path);
+    ExpectFailure([this] { PathExists(directory.path); }, "exists", ERROR_INVALID_PARAMETER,
+                  directory.path);
 }
 
 TEST(CreateDirectoriesFailure, ADirectoryThatCannotBeMadeIsAnErrorOfTheWholePath) {
@@ -610,7 +569,7 @@ struct DirectoryListingFailure : testing::Test {
                                                  }};
 };
 
-void Ignore(const std::filesystem::path&) {}
+void Ignore(const ListedEntry&) {}
 
 TEST_F(DirectoryListingFailure, ADirectoryThatMayNotBeOpened) {
     refused = directory.path / L"*";
@@ -692,23 +651,56 @@ TEST(VisitTreeDepth, ThousandsOfLevelsAreReached) {
         }};
     std::size_t entries = 0;
     std::size_t longest = 0;
-    VisitTree(L"C:\\tree", [&](const std::filesystem::path& entry) {
+    VisitTree(L"C:\\tree", [&](const ListedEntry& entry) {
         ++entries;
-        longest = std::max(longest, entry.native().size());
+        longest = std::max(longest, entry.relativePath.native().size());
     });
     EXPECT_EQ(entries, kLevels + 1);
     EXPECT_EQ(longest, 2 * kLevels + 1);
     EXPECT_EQ(closed, opened);
 }
 
-TEST_F(DirectoryListingFailure, EntriesThatAreNoLongerThereAreShownAllTheSame) {
+TEST_F(DirectoryListingFailure, AReparsePointIsASymbolicLinkOrUnknownByItsTag) {
+    constexpr DWORD kAppExecutableTag = 0x8000001B;
+    using std::filesystem::file_type;
+    const struct {
+        DWORD attributes;
+        DWORD tag;
+        file_type type;
+    } cases[] = {
+        {FILE_ATTRIBUTE_REPARSE_POINT, IO_REPARSE_TAG_SYMLINK, file_type::symlink},
+        {FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY, IO_REPARSE_TAG_SYMLINK,
+         file_type::symlink},
+        {FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY, IO_REPARSE_TAG_MOUNT_POINT,
+         file_type::unknown},
+        {FILE_ATTRIBUTE_REPARSE_POINT, kAppExecutableTag, file_type::unknown},
+        // Without the attribute the field means nothing.
+        {FILE_ATTRIBUTE_NORMAL, IO_REPARSE_TAG_SYMLINK, file_type::regular},
+    };
+    for (const auto& [attributes, tag, type] : cases) {
+        const ScopedReplacement<decltype(FindNextFileW)> changing(
+            findNextFile,
+            [&, attributes = attributes, tag = tag](HANDLE search, LPWIN32_FIND_DATAW data) {
+                const BOOL advanced = __real___imp_FindNextFileW(search, data);
+                data->dwFileAttributes = attributes;
+                data->dwReserved0 = tag;
+                return advanced;
+            });
+        std::vector<file_type> types;
+        VisitTree(directory.path, [&](const ListedEntry& entry) { types.push_back(entry.type); });
+        EXPECT_THAT(types, ElementsAre(type)) << "shown, and not entered";
+    }
+}
+
+TEST_F(DirectoryListingFailure, NothingIsAskedAboutAnEntry) {
     const ScopedReplacement<decltype(GetFileAttributesExW)> gone(
         getFileAttributesEx, [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID) {
+            ADD_FAILURE() << "a query";
             return Refuse(ERROR_FILE_NOT_FOUND, FALSE);
         });
     std::vector<std::wstring> entries;
     VisitTree(directory.path,
-              [&](const std::filesystem::path& entry) { entries.push_back(entry.native()); });
+              [&](const ListedEntry& entry) { entries.push_back(entry.relativePath.native()); });
     EXPECT_THAT(entries, ElementsAre(L"\u5939", L"\u5939\\file"));
 }
 

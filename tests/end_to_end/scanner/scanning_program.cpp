@@ -43,9 +43,9 @@ std::uint64_t Combine(DWORD high, DWORD low) {
 // What vanishes while it is listed is left out.
 Files ListFiles(const std::filesystem::path& directory) {
     Files files;
-    const auto add = [&](const std::filesystem::path& relativePath) {
+    const auto add = [&](const ListedEntry& entry) {
         WIN32_FILE_ATTRIBUTE_DATA data{};
-        const std::filesystem::path file = directory / relativePath;
+        const std::filesystem::path file = directory / entry.relativePath;
         if (GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data) != 0 &&
             (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
             files[file] = {
