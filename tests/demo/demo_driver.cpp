@@ -73,7 +73,7 @@ void InstallVersion1(const Stage& stage) {
     RunSetup(SetupProgram(L"v1"), stage.installDirectory);
     AddUserData(stage.installDirectory);
     TellNoDifferences(FindInventoryDifferences(stage.installDirectory),
-                      "every file is as the version's list of digests says");
+                      "every file is as the version's inventory says");
     CheckVersions(stage, L"1.0.0.0");
     Tell("          the user adds " + std::to_string(UserData().size()) + " files of their own");
 }
@@ -92,7 +92,7 @@ void UpdateToVersion2(const Stage& stage) {
     const std::uint32_t exitCode = AwaitBroker(update.run);
     TellCheck(exitCode == 0, "the updater ends with exit code " + std::to_string(exitCode));
     TellNoDifferences(FindInventoryDifferences(stage.installDirectory),
-                      "every file is as the version's list of digests says");
+                      "every file is as the version's inventory says");
     CheckVersions(stage, L"2.0.0.0");
     CheckUserData(stage);
     CheckRestart(stage, "2.0.0.0");
