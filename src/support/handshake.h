@@ -21,7 +21,9 @@ namespace updater {
 //                                            then writes the next status and installs
 //
 // Neither side ever resets an event. A broker that gives up just ends; the worker then reaches its
-// own limit and cancels. The order of the status writes keeps the status file at one writer a time.
+// own limit and cancels. The order of the status writes keeps the status file at one writer a time,
+// except when the application stays open: then the limits of both end almost together, and either's
+// record of the cancellation may be the last one.
 
 /// How long the broker waits for "ready", the broker for the application's exit, and the worker for
 /// "commit", in milliseconds.
