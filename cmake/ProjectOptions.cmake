@@ -6,7 +6,12 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 if(MSVC)
-  target_compile_options(project-options INTERFACE /W4 /WX /utf-8 /permissive- /EHsc)
+  # The resource compiler takes none of them.
+  target_compile_options(project-options INTERFACE
+    "$<$<COMPILE_LANGUAGE:CXX>:/W4;/WX;/utf-8;/permissive-;/EHsc>"
+  )
+  # Programs have their manifest in their resources; a second one would collide with it.
+  target_link_options(project-options INTERFACE /MANIFEST:NO)
   set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
 else()
   # The library's own checks stay in the released program: a failed one ends the process, silently,
