@@ -26,7 +26,7 @@ endfunction()
 
 # add_payload(NAME TREE DIRECTORY TARGETS TARGET... [TAMPERED PATH])
 # Puts a program together in ${CORVELLAN_PAYLOADS}/NAME: the contents of TREE, the targets' files, and
-# the list of all files, program-files.tsv. The file TAMPERED is not as the list says.
+# the inventory, program-files.tsv. The file TAMPERED is not as the inventory says.
 function(add_payload name)
   cmake_parse_arguments(payload "" "TREE;TAMPERED" "TARGETS" ${ARGN})
   set(directory "${CORVELLAN_PAYLOADS}/${name}")
@@ -63,7 +63,8 @@ function(add_setup name)
     OUTPUT "${CORVELLAN_SETUPS}/${name}.exe"
     COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} "${CORVELLAN_ISCC}" /Q ${defines}
             "/DPayload=${payload_path}" "/DOutputDir=${setups_path}" "${script_path}"
-    DEPENDS "${payload}/program-files.tsv" payload-${setup_PAYLOAD} "${setup_SCRIPT}" ${setup_DEPENDS}
+    DEPENDS "${payload}/program-files.tsv" payload-${setup_PAYLOAD} "${setup_SCRIPT}"
+            "${CORVELLAN_ISCC}" ${setup_DEPENDS}
     COMMENT "Compiling the setup program ${name}.exe"
     VERBATIM
   )

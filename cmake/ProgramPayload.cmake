@@ -3,9 +3,9 @@
 #   cmake -DPAYLOAD=DIRECTORY -DTREE=DIRECTORY -DTREE_FILES=PATH;... -DFILES=FILE;...
 #         [-DTAMPERED=PATH] -P ProgramPayload.cmake
 #
-# PAYLOAD is made anew from TREE_FILES, which lie in TREE, from FILES, and from the list of all of
-# that, program-files.tsv. TAMPERED is a file in it that changes after the list was made, as it happens when
-# a release is put together in the wrong order.
+# PAYLOAD is made anew from TREE_FILES, which lie in TREE, from FILES, and from the inventory of all of
+# that, program-files.tsv. TAMPERED is a file in it that changes after the inventory was made, as it
+# happens when a release is put together in the wrong order.
 
 function(write_inventory directory)
   file(GLOB_RECURSE files LIST_DIRECTORIES false RELATIVE "${directory}" "${directory}/*")
