@@ -5,7 +5,7 @@
 ;        corvellan.iss
 ;
 ; AppVersion  what Windows shows, and what corvellan.exe's version resource says: four numbers
-; Payload     the program as it is to be installed, with its list of files, program-files.tsv
+; Payload     the program as it is to be installed, with its inventory, program-files.tsv
 ; OutputDir, OutputName
 ;             where to put the setup program and what to call it (without ".exe"). Not "setup":
 ;             Windows takes a program of that name for an old one that needs compatibility settings.
@@ -61,7 +61,7 @@ WizardStyle=modern
 Type: filesandordirs; Name: "{app}\data"
 
 [Files]
-; Every file is replaced, whatever version its resources claim: the list of files names exact
+; Every file is replaced, whatever version its resources claim: the inventory names exact
 ; contents. Nothing else in the program's directory is touched, neither now nor by the uninstaller:
 ; the user's files there (account.db, sessions.log) stay. A program file that somebody has made
 ; read-only is replaced like the others; without the flag the setup program would give up on it.
