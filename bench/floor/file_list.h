@@ -12,8 +12,8 @@ struct ListedFile {
     Digest digest;
 };
 
-/// A program's files as its inventory, program-files.tsv, tells them. The floor is handed this list:
-/// it looks nothing up in the measured time.
+/// A program's files as its inventory, program-files.tsv, tells them. The floor is handed this
+/// list: it looks nothing up in the measured time.
 struct FileList {
     std::vector<ListedFile> files;
     /// Every directory of theirs, relative and before those in it.
