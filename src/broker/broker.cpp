@@ -58,14 +58,6 @@ BrokerOptions ReadBrokerOptions(const UpdaterArguments& arguments) {
     return options;
 }
 
-UniqueHandle OpenParent(const std::filesystem::path& applicationPath, std::uint32_t processId) {
-    UniqueHandle parent = OpenProcessOf(applicationPath, processId);
-    if (!parent) {
-        throw std::runtime_error("Update parent does not match installation directory");
-    }
-    return parent;
-}
-
 HandshakeEvents CreateHandshakeEvents(const std::wstring& baseName) {
     HandshakeEvents events;
     events.ready = OwnHandle(CreateEventW(nullptr, TRUE, FALSE, ReadyEventName(baseName).c_str()));
@@ -78,12 +70,12 @@ HandshakeEvents CreateHandshakeEvents(const std::wstring& baseName) {
 }
 
 WorkerLaunch LaunchWorkerElevated(const std::wstring& parameters) {
-    const std::wstring updater = GetProcessImagePath(GetCurrentProcess());
+    const std::wstring ownExecutable = GetProcessImagePath(GetCurrentProcess());
     SHELLEXECUTEINFOW launch{};
     launch.cbSize = sizeof(launch);
     launch.fMask = SEE_MASK_NOCLOSEPROCESS;
     launch.lpVerb = L"runas";
-    launch.lpFile = updater.c_str();
+    launch.lpFile = ownExecutable.c_str();
     launch.lpParameters = parameters.c_str();
     launch.nShow = SW_HIDE;
     if (ShellExecuteExW(&launch) == 0) {
@@ -167,7 +159,9 @@ int RunBroker(const UpdaterArguments& arguments) {
     }
     const BrokerOptions options = ReadBrokerOptions(arguments);
     const std::filesystem::path applicationPath = ApplicationPath(options.installDirectory);
-    const UniqueHandle parent = OpenParent(applicationPath, options.parentProcessId);
+    const UniqueHandle parent =
+        OpenProcessOf(applicationPath, options.parentProcessId,
+                      "Update parent does not match installation directory");
     EnsureNoOtherInstance(applicationPath, options.parentProcessId);
 
     const std::wstring eventBaseName = L"Local\\CorvellanUpdate-" + CreateJobIdentity();

@@ -23,10 +23,6 @@ void WriteFixtureFile(const std::filesystem::path& file, const char* content) {
     stream << content;
 }
 
-bool FileHasDigest(const std::filesystem::path& file, const std::string& digest) {
-    return FileSha256Hex(file) == digest;
-}
-
 bool QuotingHolds() {
     return QuoteArgument(L"C:\\\u4E2D\u6587 path\\") == L"\"C:\\\u4E2D\u6587 path\\\\\"";
 }
@@ -52,8 +48,8 @@ int RunSelfTest(const std::filesystem::path& jobDirectory) {
     WriteFixtureFile(addedLibrary, "new library");
     RestoreProgram(fixture, backup, backupRecord);
 
-    const bool restored = FileHasDigest(application, previousDigest) && !PathExists(addedLibrary) &&
-                          PathExists(userFile);
+    const bool restored = FileSha256Hex(application) == previousDigest &&
+                          !PathExists(addedLibrary) && PathExists(userFile);
     if (!restored || !QuotingHolds()) {
         throw std::runtime_error("Rollback fixture validation failed");
     }

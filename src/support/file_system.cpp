@@ -1,112 +1,18 @@
 #include "support/file_system.h"
 
-#include <algorithm>
-#include <cstddef>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "support/directory_listing.h"
 #include "support/file_system_error.h"
 #include "support/file_type.h"
-#include "support/handle.h"
 #include "support/windows_api.h"
 
 namespace updater {
 
 namespace {
 
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
-// Calls a Windows function that fills a buffer of so many UTF-16 units and returns the length of
-// the text, the length that it needs when the buffer is too small, or 0. Returns an empty text with
-// the last error set on failure.
-template <typename FillBuffer>
-std::wstring TextFromWindows(FillBuffer fill) {
-    std::wstring text(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = fill(text.data(), static_cast<DWORD>(text.size()));
-        const bool fits = length < text.size();
-        text.resize(length);
-        if (fits) {
-            return text;
-        }
-    }
-}
-
-// The final-path call answers in the form that switches the system's parsing of paths off, which
-// users and other programs do not expect: \\?\C:\x is C:\x, and \\?\UNC\server\x is \\server\x.
-std::wstring WithoutFinalPathPrefix(const std::wstring& path) {
-    constexpr std::wstring_view kSharePrefix = L"\\\\?\\UNC\\";
-    constexpr std::wstring_view kPrefix = L"\\\\?\\";
-    if (path.starts_with(kSharePrefix)) {
-        return L"\\\\" + path.substr(kSharePrefix.size());
-    }
-    const bool drive = path.size() > kPrefix.size() + 1 && path[kPrefix.size() + 1] == L':';
-    return path.starts_with(kPrefix) && drive ? path.substr(kPrefix.size()) : path;
-}
-
-struct FinalPathResult {
-    std::wstring path;
-    DWORD error;
-};
-
-FinalPathResult FinalPath(const std::wstring& path) {
-    const UniqueHandle handle =
-        OwnHandle(CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-    if (!handle) {
-        return {{}, GetLastError()};
-    }
-    const std::wstring name = TextFromWindows([&handle](wchar_t* buffer, DWORD units) {
-        return GetFinalPathNameByHandleW(handle.get(), buffer, units,
-                                         FILE_NAME_NORMALIZED | VOLUME_NAME_DOS);
-    });
-    if (name.empty()) {
-        return {{}, GetLastError()};
-    }
-    return {WithoutFinalPathPrefix(name), ERROR_SUCCESS};
-}
-
-// The length of an absolute path's root: a drive with its separator, or the first two components
-// of a share or device path with the separator after them.
-std::size_t RootLength(std::wstring_view absolute) {
-    if (!absolute.starts_with(L"\\\\")) {
-        return std::min<std::size_t>(absolute.size(), 3);
-    }
-    const std::size_t firstEnd = absolute.find(L'\\', 2);
-    const std::size_t secondEnd = firstEnd == std::wstring_view::npos
-                                      ? std::wstring_view::npos
-                                      : absolute.find(L'\\', firstEnd + 1);
-    return secondEnd == std::wstring_view::npos ? absolute.size() : secondEnd + 1;
-}
-
-// The length of the path without its last component, or 0 when it is no longer than the root.
-std::size_t ParentLength(std::wstring_view path, std::size_t rootLength) {
-    if (path.size() <= rootLength) {
-        return 0;
-    }
-    return std::max(path.find_last_of(L'\\'), rootLength);
-}
-
-constexpr char kWeaklyCanonical[] = "weakly_canonical";
-
-std::wstring AbsolutePath(const std::filesystem::path& path) {
-    std::wstring absolute = TextFromWindows([&path](wchar_t* buffer, DWORD units) {
-        return GetFullPathNameW(path.c_str(), units, buffer, nullptr);
-    });
-    if (absolute.empty()) {
-        RaiseFileSystemError(kWeaklyCanonical, GetLastError(), path);
-    }
-    return absolute;
-}
-
-std::filesystem::path AppendRest(const std::filesystem::path& existing, std::wstring_view rest) {
-    const std::size_t first = rest.find_first_not_of(L'\\');
-    return first == std::wstring_view::npos ? existing : existing / rest.substr(first);
-}
-
-// The attributes with which a file may not be overwritten; a read-only one may not be deleted, too.
+// The attributes with which a file may not be overwritten; a read-only one may not be deleted
+// either.
 constexpr DWORD kProtection =
     FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
 
@@ -152,34 +58,6 @@ bool IsLink(const std::filesystem::path& path) {
 }
 
 }  // namespace
-
-std::filesystem::path CanonicalPath(const std::filesystem::path& path) {
-    const FinalPathResult result = FinalPath(path.native());
-    if (result.error != ERROR_SUCCESS) {
-        RaiseFileSystemError("canonical", result.error, path);
-    }
-    return result.path;
-}
-
-std::filesystem::path WeaklyCanonicalPath(const std::filesystem::path& path) {
-    if (path.empty()) {
-        return path;
-    }
-    const std::wstring absolute = AbsolutePath(path);
-    const std::size_t rootLength = RootLength(absolute);
-    std::size_t length = absolute.size();
-    while (length > 0) {
-        const FinalPathResult existing = FinalPath(absolute.substr(0, length));
-        if (existing.error == ERROR_SUCCESS) {
-            return AppendRest(existing.path, std::wstring_view(absolute).substr(length));
-        }
-        if (!IsNotFoundError(existing.error)) {
-            RaiseFileSystemError(kWeaklyCanonical, existing.error, path);
-        }
-        length = ParentLength(std::wstring_view(absolute).substr(0, length), rootLength);
-    }
-    return absolute;
-}
 
 void CopyToNewFile(const std::filesystem::path& source, const std::filesystem::path& target) {
     if (CopyFileW(source.c_str(), target.c_str(), TRUE) == 0) {

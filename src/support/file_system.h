@@ -11,14 +11,6 @@ namespace updater {
 // `std::filesystem::filesystem_error`, whose message holds the name of the library's operation
 // given below, the system's text and the path or paths.
 
-/// Returns the absolute path of an existing file or directory with links, letter case and short
-/// names resolved, in drive-letter or share form. Operation "canonical".
-std::filesystem::path CanonicalPath(const std::filesystem::path& path);
-
-/// Returns the canonical form of the path's existing leading part with the rest appended, made
-/// absolute and normalised by its text alone. Operation "weakly_canonical".
-std::filesystem::path WeaklyCanonicalPath(const std::filesystem::path& path);
-
 /// Copies a file to a path where nothing exists yet. Operation "copy_file".
 void CopyToNewFile(const std::filesystem::path& source, const std::filesystem::path& target);
 
@@ -26,7 +18,7 @@ void CopyToNewFile(const std::filesystem::path& source, const std::filesystem::p
 /// "copy_file".
 void CopyOverFile(const std::filesystem::path& source, const std::filesystem::path& target);
 
-/// Returns the file's size in bytes. Operation "file_size".
+/// Returns the file's size in bytes; a link's own, not its target's. Operation "file_size".
 std::uintmax_t FileSize(const std::filesystem::path& file);
 
 /// Whether something of that name exists, links followed. Operation "exists".

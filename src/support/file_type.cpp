@@ -2,6 +2,7 @@
 
 #include "support/file_system_error.h"
 #include "support/handle.h"
+#include "support/query_handle.h"
 #include "support/windows_api.h"
 
 namespace updater {
@@ -9,8 +10,6 @@ namespace updater {
 namespace {
 
 using std::filesystem::file_type;
-
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 file_type TypeFromAttributes(DWORD attributes) {
     return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? file_type::directory : file_type::regular;
@@ -26,9 +25,7 @@ file_type TypeAfterFailedQuery(DWORD error, const std::filesystem::path& path,
 
 // What a reparse point leads to takes an open handle.
 file_type QueryTarget(const std::filesystem::path& link, const char* operation) {
-    const UniqueHandle target =
-        OwnHandle(CreateFileW(link.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    const UniqueHandle target = OpenForQuery(link);
     FILE_ATTRIBUTE_TAG_INFO info{};
     if (!target || GetFileInformationByHandleEx(target.get(), FileAttributeTagInfo, &info,
                                                 sizeof(info)) == 0) {

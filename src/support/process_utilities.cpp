@@ -10,7 +10,7 @@
 
 #include "support/application_identity.h"
 #include "support/argument_quoting.h"
-#include "support/file_system.h"
+#include "support/canonical_path.h"
 
 namespace updater {
 
@@ -81,10 +81,11 @@ bool IsSamePath(const std::filesystem::path& path, const std::filesystem::path& 
     return _wcsicmp(canonical.c_str(), otherCanonical.c_str()) == 0;
 }
 
-UniqueHandle OpenProcessOf(const std::filesystem::path& executable, std::uint32_t processId) {
+UniqueHandle OpenProcessOf(const std::filesystem::path& executable, std::uint32_t processId,
+                           const char* mismatch) {
     UniqueHandle process = OwnHandle(OpenProcess(kWaitAndQuery, FALSE, processId));
-    if (process && !IsSamePath(GetProcessImagePath(process.get()), executable)) {
-        process.reset();
+    if (!process || !IsSamePath(GetProcessImagePath(process.get()), executable)) {
+        throw std::runtime_error(mismatch);
     }
     return process;
 }

@@ -24,12 +24,15 @@ std::wstring GetProcessImagePath(HANDLE process);
 /// to case. Raises `std::filesystem::filesystem_error`, operation "weakly_canonical".
 bool IsSamePath(const std::filesystem::path& path, const std::filesystem::path& otherPath);
 
-/// Opens the process for waiting and limited queries if it runs `executable`; returns null if it
-/// cannot be opened or runs something else. Raises what `GetProcessImagePath` and `IsSamePath` do.
-UniqueHandle OpenProcessOf(const std::filesystem::path& executable, std::uint32_t processId);
+/// Opens the process, which is to run `executable`, for waiting and limited queries. Raises
+/// `std::runtime_error` with the given message if it cannot be opened or runs something else, and
+/// what `GetProcessImagePath` and `IsSamePath` do.
+UniqueHandle OpenProcessOf(const std::filesystem::path& executable, std::uint32_t processId,
+                           const char* mismatch);
 
-/// Makes sure that no process but the allowed one (0: none) runs `applicationPath`. A process of
-/// the application's name that cannot be inspected counts as running it. Raises
+/// Makes sure that no process but the allowed one (0: none) runs `applicationPath`. Only processes
+/// named `kApplicationExecutable` are looked at; one that cannot be opened counts as running it.
+/// Raises
 /// `std::runtime_error` "Cannot enumerate running applications", "Another application instance is
 /// running; close it first" or "Another application instance is inaccessible; close it first", and
 /// what `GetProcessImagePath` and `IsSamePath` do.

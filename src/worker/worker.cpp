@@ -22,14 +22,6 @@ namespace updater {
 
 namespace {
 
-UniqueHandle OpenParent(const std::filesystem::path& applicationPath, std::uint32_t processId) {
-    UniqueHandle parent = OpenProcessOf(applicationPath, processId);
-    if (!parent) {
-        throw std::runtime_error("Installation directory does not match the running application");
-    }
-    return parent;
-}
-
 HandshakeEvents OpenHandshakeEvents(const std::wstring& baseName) {
     HandshakeEvents events;
     events.ready =
@@ -59,7 +51,9 @@ int RunWorker(const UpdaterArguments& arguments) {
     const WorkerOptions options = ReadWorkerOptions(arguments);
     const UniqueHandle mutex = AcquireInstallMutex();
     const std::filesystem::path applicationPath = ApplicationPath(options.installDirectory);
-    const UniqueHandle parent = OpenParent(applicationPath, options.parentProcessId);
+    const UniqueHandle parent =
+        OpenProcessOf(applicationPath, options.parentProcessId,
+                      "Installation directory does not match the running application");
     EnsureNoOtherInstance(applicationPath, options.parentProcessId);
     const HandshakeEvents events = OpenHandshakeEvents(RequireArgument(arguments, kEventOption));
 

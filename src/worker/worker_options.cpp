@@ -1,6 +1,6 @@
 #include "worker/worker_options.h"
 
-#include "support/file_system.h"
+#include "support/canonical_path.h"
 #include "support/number_text.h"
 #include "support/text_conversion.h"
 

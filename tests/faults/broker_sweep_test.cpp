@@ -93,7 +93,7 @@ constexpr auto kBrokerRules = std::to_array<Rule>({
     {"write", "ReportWorkerNotReady", L"", kEmptyRecord},
     // The worker's record follows.
     {"write", "WriteUpdateStatus", L"", kNothing},
-    {"OpenProcess", "OpenParent", L"",
+    {"OpenProcess", "OpenProcessOf", L"",
      Raises("Update parent does not match installation directory")},
     {"CreateEventW", "", L"", Raises("Cannot initialize update handshake")},
     {"ShellExecuteExW", "", L"", Changes(FailLaunch)},

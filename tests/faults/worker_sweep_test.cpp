@@ -112,7 +112,7 @@ constexpr char kAnotherVersion[] = "Installed executable version mismatch";
 
 constexpr auto kWorkerRules = std::to_array<Rule>({
     {"CreateMutexW", "", L"", Raises("Another update installation is running")},
-    {"OpenProcess", "OpenParent", L"",
+    {"OpenProcess", "OpenProcessOf", L"",
      Raises("Installation directory does not match the running application")},
     {"OpenEventW", "", L"", Raises("Update broker is missing")},
     {"SHGetKnownFolderPath", "", L"", Raises("Cannot locate machine staging directory")},

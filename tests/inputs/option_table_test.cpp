@@ -32,14 +32,17 @@ bool IsProcessElevatedDouble() {
     return isProcessElevated.Call(RealIsProcessElevated);
 }
 
-UniqueHandle
-RealOpenProcessOf(const std::filesystem::path& executable, std::uint32_t processId) __asm__(
-    "__real__ZN7updater13OpenProcessOfERKNSt10filesystem7__cxx114pathEj");
-UniqueHandle
-OpenProcessOfDouble(const std::filesystem::path& executable, std::uint32_t processId) __asm__(
-    "__wrap__ZN7updater13OpenProcessOfERKNSt10filesystem7__cxx114pathEj");
-UniqueHandle OpenProcessOfDouble(const std::filesystem::path& executable, std::uint32_t processId) {
-    return openProcessOf.Call(RealOpenProcessOf, executable, processId);
+UniqueHandle RealOpenProcessOf(
+    const std::filesystem::path& executable, std::uint32_t processId,
+    const char*
+        mismatch) __asm__("__real__ZN7updater13OpenProcessOfERKNSt10filesystem7__cxx114pathEjPKc");
+UniqueHandle OpenProcessOfDouble(
+    const std::filesystem::path& executable, std::uint32_t processId,
+    const char*
+        mismatch) __asm__("__wrap__ZN7updater13OpenProcessOfERKNSt10filesystem7__cxx114pathEjPKc");
+UniqueHandle OpenProcessOfDouble(const std::filesystem::path& executable, std::uint32_t processId,
+                                 const char* mismatch) {
+    return openProcessOf.Call(RealOpenProcessOf, executable, processId, mismatch);
 }
 
 void RealEnsureNoOtherInstance(const std::filesystem::path& applicationPath, std::uint32_t allowedProcessId) __asm__(
@@ -199,7 +202,7 @@ TEST(OptionTable, TheWorkerReadsEveryForm) {
     const ScopedReplacement<decltype(IsProcessElevated)> elevated(isProcessElevated,
                                                                   [] { return true; });
     const ScopedReplacement<decltype(OpenProcessOf)> parent(
-        openProcessOf, [](const std::filesystem::path& executable, std::uint32_t) {
+        openProcessOf, [](const std::filesystem::path& executable, std::uint32_t, const char*) {
             EXPECT_EQ(executable.filename(), L"corvellan.exe");
             return OwnHandle(CreateEventW(nullptr, TRUE, TRUE, nullptr));
         });
@@ -223,7 +226,10 @@ TEST(OptionTable, TheBrokerReadsEveryForm) {
     const ScopedReplacement<decltype(IsProcessElevated)> limited(isProcessElevated,
                                                                  [] { return false; });
     const ScopedReplacement<decltype(OpenProcessOf)> noParent(
-        openProcessOf, [](const std::filesystem::path&, std::uint32_t) { return UniqueHandle(); });
+        openProcessOf,
+        [](const std::filesystem::path&, std::uint32_t, const char* mismatch) -> UniqueHandle {
+            throw std::runtime_error(mismatch);
+        });
     ForEveryForm(L"C:\\App", [](const std::wstring& option, const OptionForm& form,
                                 const UpdaterArguments& arguments) {
         const std::string atTheParent = "Update parent does not match installation directory";

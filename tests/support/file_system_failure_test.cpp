@@ -19,6 +19,7 @@
 #include "fixtures/raised_errors.h"
 #include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
+#include "support/canonical_path.h"
 #include "support/directory_listing.h"
 #include "support/file_system.h"
 #include "support/file_type.h"

@@ -12,6 +12,7 @@
 #include "fixtures/file_content.h"
 #include "fixtures/open_handles.h"
 #include "fixtures/temporary_directory.h"
+#include "support/canonical_path.h"
 #include "support/handle.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"

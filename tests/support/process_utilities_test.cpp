@@ -172,19 +172,20 @@ TEST(OpenProcessOf, GivesAHandleOfAProcessThatRunsTheExecutable) {
     const TemporaryDirectory directory;
     const RunningProgram program(directory.path / L"corvellan.exe");
     const UniqueHandle process =
-        OpenProcessOf(directory.path / L"CORVELLAN.EXE", program.processId);
+        OpenProcessOf(directory.path / L"CORVELLAN.EXE", program.processId, "mismatch");
     ASSERT_TRUE(process);
     EXPECT_EQ(WaitForSingleObject(process.get(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
     program.End();
     EXPECT_EQ(WaitForSingleObject(process.get(), 0), WAIT_OBJECT_0);
 }
 
-TEST(OpenProcessOf, GivesNothingForAnotherProgramOrNoProcess) {
+TEST(OpenProcessOf, RaisesTheGivenMessageForAnotherProgramOrNoProcess) {
     const TemporaryDirectory directory;
     const RunningProgram program(directory.path / L"corvellan.exe");
-    EXPECT_FALSE(OpenProcessOf(directory.path / L"other.exe", program.processId));
+    EXPECT_THAT([&] { OpenProcessOf(directory.path / L"other.exe", program.processId, "one"); },
+                RaisesError("one"));
     for (const std::uint32_t noProcess : {0U, 0xFFFFFFF0U}) {
-        EXPECT_FALSE(OpenProcessOf(program.path, noProcess));
+        EXPECT_THAT([&] { OpenProcessOf(program.path, noProcess, "two"); }, RaisesError("two"));
     }
 }
 
@@ -259,8 +260,9 @@ TEST(EnsureNoOtherInstance, NoHandleStaysOpen) {
         EXPECT_THROW(EnsureNoOtherInstance(program.path, 0), std::runtime_error);
         EnsureNoOtherInstance(program.path, program.processId);
         EnsureNoOtherInstance(directory.path / L"x" / L"corvellan.exe", 0);
-        EXPECT_TRUE(OpenProcessOf(program.path, program.processId));
-        EXPECT_FALSE(OpenProcessOf(program.path, elsewhere.processId));
+        EXPECT_TRUE(OpenProcessOf(program.path, program.processId, "mismatch"));
+        EXPECT_THROW(OpenProcessOf(program.path, elsewhere.processId, "mismatch"),
+                     std::runtime_error);
         IsProcessElevated();
         CreateJobIdentity();
     };

@@ -8,6 +8,7 @@
 #include "fixtures/processes/failing_steps.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
+#include "support/canonical_path.h"
 #include "support/file_system.h"
 
 namespace updater {
