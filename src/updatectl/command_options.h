@@ -31,7 +31,8 @@ CommandOptions ReadCommandOptions(std::span<const std::wstring> tokens,
 /// Returns an option's values in their order; none if it was not given.
 std::vector<std::wstring> OptionValues(const CommandOptions& options, std::wstring_view name);
 
-/// Returns the value of an option that is given exactly once. Raises `UsageError`.
+/// Returns the value of an option that is given exactly once. Raises `UsageError` when it is
+/// missing or repeated.
 std::wstring OnlyValue(const CommandOptions& options, std::wstring_view name);
 
 /// Raises `UsageError` unless there are as many operands as the usage has names for.

@@ -1,5 +1,6 @@
 #include <filesystem>
 
+#include "support/canonical_path.h"
 #include "support/file_system.h"
 #include "updatectl/command_options.h"
 #include "updatectl/file_access.h"

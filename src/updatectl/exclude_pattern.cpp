@@ -23,17 +23,29 @@ std::vector<std::wstring> SplitPath(std::wstring_view path) {
     return elements;
 }
 
+// Only the last star that was met is tried again: what an earlier one took more, a later one would
+// take less. So the time grows with the product of the lengths, however many stars there are.
 bool MatchesElement(std::wstring_view pattern, std::wstring_view name) {
-    if (pattern.empty()) {
-        return name.empty();
+    std::size_t inPattern = 0;
+    std::size_t inName = 0;
+    std::size_t afterStar = std::wstring_view::npos;
+    std::size_t takenByStar = 0;
+    while (inName < name.size()) {
+        const bool more = inPattern < pattern.size();
+        if (more && pattern[inPattern] == L'*') {
+            afterStar = ++inPattern;
+            takenByStar = inName;
+        } else if (more && (pattern[inPattern] == L'?' || pattern[inPattern] == name[inName])) {
+            ++inPattern;
+            ++inName;
+        } else if (afterStar != std::wstring_view::npos) {
+            inPattern = afterStar;
+            inName = ++takenByStar;
+        } else {
+            return false;
+        }
     }
-    if (pattern.front() == L'*') {
-        const std::wstring_view rest = pattern.substr(1);
-        return MatchesElement(rest, name) ||
-               (!name.empty() && MatchesElement(pattern, name.substr(1)));
-    }
-    return !name.empty() && (pattern.front() == L'?' || pattern.front() == name.front()) &&
-           MatchesElement(pattern.substr(1), name.substr(1));
+    return pattern.find_first_not_of(L'*', inPattern) == std::wstring_view::npos;
 }
 
 bool MatchesElements(std::span<const std::wstring> pattern, std::span<const std::wstring> path) {

@@ -1,13 +1,13 @@
 #include "updatectl/file_access.h"
 
 #include <stdexcept>
-#include <system_error>
 
+#include "support/canonical_path.h"
 #include "support/file_digest.h"
-#include "support/file_system.h"
 #include "support/version_information.h"
 #include "support/windows_api.h"
 #include "updatectl/output.h"
+#include "updatectl/windows_error.h"
 
 namespace updater {
 
@@ -27,10 +27,6 @@ Answer AskAboutFile(const std::filesystem::path& file,
 
 }  // namespace
 
-void RaiseWindowsError(const std::string& action, unsigned long error) {
-    throw std::system_error(static_cast<int>(error), std::system_category(), action);
-}
-
 std::filesystem::path RequireDirectory(const std::filesystem::path& path) {
     const DWORD attributes = GetFileAttributesW(path.c_str());
     const DWORD error = attributes == INVALID_FILE_ATTRIBUTES ? GetLastError() : ERROR_DIRECTORY;
@@ -46,7 +42,8 @@ UniqueHandle OpenForReading(const std::filesystem::path& file) {
     UniqueHandle handle = OwnHandle(
         CreateFileW(file.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
     if (!handle) {
-        RaiseWindowsError("Cannot read " + PrintableText(file.native()), GetLastError());
+        const DWORD error = GetLastError();
+        RaiseWindowsError("Cannot read " + PrintableText(file.native()), error);
     }
     return handle;
 }

@@ -3,12 +3,12 @@
 #include <iterator>
 #include <memory>
 #include <stdexcept>
-#include <utility>
 
 #include "snapshot/inventory_entry.h"
 #include "support/application_identity.h"
 #include "support/handle.h"
 #include "support/text_conversion.h"
+#include "support/windows_api.h"
 #include "updatectl/command_options.h"
 #include "updatectl/exclude_pattern.h"
 #include "updatectl/file_access.h"
@@ -17,6 +17,7 @@
 #include "updatectl/program_tree.h"
 #include "updatectl/progress_line.h"
 #include "updatectl/tool.h"
+#include "updatectl/windows_error.h"
 
 namespace updater {
 
@@ -132,7 +133,8 @@ void WriteNewFile(const std::filesystem::path& file, const std::string& content)
     DWORD written = 0;
     if (!handle || WriteFile(handle.get(), content.data(), static_cast<DWORD>(content.size()),
                              &written, nullptr) == 0) {
-        RaiseWindowsError("Cannot write " + PrintableText(file.native()), GetLastError());
+        const DWORD error = GetLastError();
+        RaiseWindowsError("Cannot write " + PrintableText(file.native()), error);
     }
 }
 
@@ -143,7 +145,8 @@ void ReplaceInventory(const std::filesystem::path& directory, const std::string&
     WriteNewFile(temporary, content);
     if (MoveFileExW(temporary.c_str(), inventory.c_str(),
                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) == 0) {
-        RaiseWindowsError("Cannot write " + PrintableText(inventory.native()), GetLastError());
+        const DWORD error = GetLastError();
+        RaiseWindowsError("Cannot write " + PrintableText(inventory.native()), error);
     }
     static_cast<void>(unfinished.release());
 }

@@ -10,11 +10,13 @@
 #include <stdexcept>
 #include <string>
 
+#include "snapshot/program_assets.h"
 #include "support/directory_listing.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
-#include "updatectl/file_access.h"
+#include "updatectl/file_names.h"
 #include "updatectl/output.h"
+#include "updatectl/windows_error.h"
 #include "worker/staging.h"
 
 namespace updater {
@@ -92,12 +94,23 @@ bool IsOwnedByAdministrator(const std::filesystem::path& directory) {
 }
 
 bool IsSetupRunning(const std::filesystem::path& stagingDirectory) {
-    // The system does not let anybody write to a program that runs.
-    const UniqueHandle writable =
-        OwnHandle(CreateFileW((stagingDirectory / kStagedInstaller).c_str(), GENERIC_WRITE,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                              OPEN_EXISTING, 0, nullptr));
+    const std::filesystem::path setup = stagingDirectory / kStagedInstaller;
+    // The system does not let anybody write to a program that runs. A copy of a read-only download
+    // is read-only, and for that reason it would refuse before it looks whether the program runs.
+    const DWORD attributes = GetFileAttributesW(setup.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+        SetFileAttributesW(setup.c_str(), attributes & ~DWORD{FILE_ATTRIBUTE_READONLY});
+    }
+    const UniqueHandle writable = OwnHandle(CreateFileW(
+        setup.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+        nullptr, OPEN_EXISTING, 0, nullptr));
     return !writable && GetLastError() == ERROR_SHARING_VIOLATION;
+}
+
+bool BelongsToBackup(const std::filesystem::path& relativePath) {
+    return relativePath.has_parent_path()
+               ? FoldCase(relativePath.begin()->native()) == FoldCase(kDataDirectory)
+               : IsTopLevelAsset(relativePath);
 }
 
 void RequireAdministrator() {

@@ -22,14 +22,18 @@ struct LeftoverStaging {
 std::vector<LeftoverStaging> ListLeftoverStaging(const std::filesystem::path& folder);
 
 /// Whether the directory belongs to the system, to the administrators or to the user who runs this.
-/// Anybody may make a directory of a staging directory's name in the folder of all users' data, and
-/// what is done with one of theirs, with an administrator's rights, they could redirect. Raises
-/// `std::system_error` when the owner cannot be read.
+/// Anybody may make a directory of such a name in the folder of all users' data, and could
+/// redirect, by links in it, what an administrator then does there. Raises `std::system_error` when
+/// the owner cannot be read.
 bool IsOwnedByAdministrator(const std::filesystem::path& directory);
 
 /// Whether the setup program in a staging directory still runs. That is possible without a worker,
-/// when the worker was ended by force.
+/// when the worker was ended by force. A read-only attribute of the setup program is removed.
 bool IsSetupRunning(const std::filesystem::path& stagingDirectory);
+
+/// Whether the updater backs up a file of this path relative to the installation directory, with
+/// backslashes and without "." and "..". The data directory may be spelled in any letter case.
+bool BelongsToBackup(const std::filesystem::path& relativePath);
 
 /// Raises `std::runtime_error` without an administrator's rights.
 void RequireAdministrator();

@@ -7,7 +7,7 @@
 
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
-#include "updatectl/file_access.h"
+#include "updatectl/windows_error.h"
 
 namespace updater {
 
@@ -22,7 +22,10 @@ BOOL WriteToConsole(HANDLE console, std::wstring_view text) {
     // A console takes only so much at a time.
     constexpr std::size_t kMostUnits = 8192;
     while (!text.empty()) {
-        const std::wstring_view part = text.substr(0, kMostUnits);
+        std::wstring_view part = text.substr(0, kMostUnits);
+        if (part.size() < text.size() && IS_HIGH_SURROGATE(part.back())) {
+            part.remove_suffix(1);
+        }
         DWORD written = 0;
         if (WriteConsoleW(console, part.data(), static_cast<DWORD>(part.size()), &written,
                           nullptr) == 0) {

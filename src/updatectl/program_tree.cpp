@@ -72,6 +72,25 @@ void ExamineEntry(Walk& walk, const std::wstring& parent, const std::wstring& na
     }
 }
 
+// Sorted, so that of two names that differ in letter case it is always the same that is at fault.
+std::vector<std::wstring> ListNames(Walk& walk, const std::wstring& parent) {
+    std::vector<std::wstring> names;
+    const auto note = [&names](const ListedEntry& entry) {
+        names.push_back(entry.relativePath.native());
+    };
+    if (parent.empty()) {
+        VisitDirectory(walk.directory, note);
+    } else {
+        try {
+            VisitDirectory(walk.directory / parent, note);
+        } catch (const std::filesystem::filesystem_error& failure) {
+            walk.tree.faults.push_back({parent, "cannot be listed: " + failure.code().message()});
+        }
+    }
+    std::ranges::sort(names);
+    return names;
+}
+
 }  // namespace
 
 ProgramTree ListProgramTree(const std::filesystem::path& directory, const TreeFilter& isLeftOut) {
@@ -80,14 +99,7 @@ ProgramTree ListProgramTree(const std::filesystem::path& directory, const TreeFi
     while (!walk.pending.empty()) {
         const std::wstring parent = walk.pending.back();
         walk.pending.pop_back();
-        // Sorted, so that of two names that differ in letter case it is always the same that is
-        // at fault.
-        std::vector<std::wstring> names;
-        VisitDirectory(
-            parent.empty() ? directory : directory / parent,
-            [&](const ListedEntry& entry) { names.push_back(entry.relativePath.native()); });
-        std::ranges::sort(names);
-        for (const std::wstring& name : names) {
+        for (const std::wstring& name : ListNames(walk, parent)) {
             ExamineEntry(walk, parent, name);
         }
     }

@@ -30,7 +30,7 @@ using TreeFilter = std::function<bool(const std::wstring& relativePath)>;
 /// Lists every file below the program directory except the inventory itself, what an interrupted
 /// writing of it left, and what the filter leaves out. An entry with a fault is not among the
 /// files, and a directory with one is not entered. Raises `std::filesystem::filesystem_error` when
-/// a directory cannot be listed.
+/// the program directory itself cannot be listed.
 ProgramTree ListProgramTree(const std::filesystem::path& directory, const TreeFilter& isLeftOut);
 
 }  // namespace updater

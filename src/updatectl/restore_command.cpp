@@ -49,7 +49,7 @@ as it is, and shown.
 )";
 
 constexpr std::wstring_view kStagingOption = L"--staging";
-constexpr std::wstring_view kInstallOption = L"--install-dir";
+constexpr std::wstring_view kInstallDirectoryOption = L"--install-dir";
 constexpr std::wstring_view kForceFlag = L"--force";
 
 // Canonical paths.
@@ -60,13 +60,14 @@ struct Places {
 };
 
 bool Contains(const std::filesystem::path& directory, const std::filesystem::path& other) {
-    return FoldCase(other.native() + L'\\').starts_with(FoldCase(directory.native() + L'\\'));
+    // With one separator at the end, also for a drive's root, which has it already.
+    return FoldCase((other / L"").native()).starts_with(FoldCase((directory / L"").native()));
 }
 
 Places ReadPlaces(const CommandOptions& options) {
     Places places;
     const std::wstring staging = OnlyValue(options, kStagingOption);
-    const std::wstring install = OnlyValue(options, kInstallOption);
+    const std::wstring install = OnlyValue(options, kInstallDirectoryOption);
     RequireAdministrator();
     places.staging = RequireDirectory(staging);
     places.install = RequireDirectory(install);
@@ -101,22 +102,31 @@ void CheckInstallDirectory(const Places& places) {
     }
 }
 
-// Says what of the backup is not as its own inventory lists it, one line each. What the backup does
-// not cover by design is passed over.
+// Returns nothing for a file that is as the line lists it, or that is in no backup.
+std::string FaultOfLine(const std::filesystem::path& backup, const std::string& line) {
+    const std::wstring path = Utf8ToWide(ParseInventoryLine(line).path);
+    if (!BelongsToBackup(std::filesystem::path(path).lexically_normal().make_preferred())) {
+        return {};
+    }
+    try {
+        VerifyInventoryLine(backup, line);
+        return {};
+    } catch (const std::exception& failure) {
+        return "\n  " + PrintableText(path) + ": " + failure.what();
+    }
+}
+
+// Says what of the backup is not as its own inventory lists it, one line each.
 std::string BackupFaults(const std::filesystem::path& backup) {
     std::string faults;
-    std::ifstream inventory = OpenInventory(backup);
-    std::string line;
-    while (ReadInventoryLine(inventory, line)) {
-        const std::wstring path = Utf8ToWide(ParseInventoryLine(line).path);
-        if (!IsProgramAsset(std::filesystem::path(path).lexically_normal().make_preferred())) {
-            continue;
+    try {
+        std::ifstream inventory = OpenInventory(backup);
+        std::string line;
+        while (ReadInventoryLine(inventory, line)) {
+            faults += FaultOfLine(backup, line);
         }
-        try {
-            VerifyInventoryLine(backup, line);
-        } catch (const std::exception& failure) {
-            faults += "\n  " + PrintableText(path) + ": " + failure.what();
-        }
+    } catch (const std::exception& failure) {
+        faults += std::string("\n  ") + failure.what();
     }
     return faults;
 }
@@ -164,7 +174,7 @@ void Report(const Places& places, std::size_t files) {
 
 int RunRestore(std::span<const std::wstring> tokens) {
     const CommandOptions options =
-        ReadCommandOptions(tokens, {kForceFlag}, {kStagingOption, kInstallOption});
+        ReadCommandOptions(tokens, {kForceFlag}, {kStagingOption, kInstallDirectoryOption});
     RequireOperands(options, {});
     const Places places = ReadPlaces(options);
     const UniqueHandle mutex = AcquireInstallMutex();

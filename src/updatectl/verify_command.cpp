@@ -3,7 +3,7 @@
 #include <exception>
 #include <iterator>
 #include <set>
-#include <utility>
+#include <system_error>
 
 #include "snapshot/inventory_entry.h"
 #include "snapshot/program_verification.h"

@@ -2,6 +2,12 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <iterator>
+#include <regex>
+#include <string>
+#include <vector>
+
 #include "support/text_conversion.h"
 #include "updatectl/command_options.h"
 
@@ -58,6 +64,57 @@ TEST(ExcludePattern, MatchesByItsRules) {
         EXPECT_EQ(MatchesPattern(ParseExcludePattern(test.pattern), test.path), test.matches)
             << WideToUtf8(test.pattern) << " on " << WideToUtf8(test.path);
     }
+}
+
+// Every text of up to so many of the characters.
+std::vector<std::wstring> TextsOf(std::wstring_view characters, std::size_t longest) {
+    std::vector<std::wstring> texts = {L""};
+    for (std::size_t index = 0; index < texts.size() && texts[index].size() < longest; ++index) {
+        const std::wstring shorter = texts[index];
+        std::ranges::transform(characters, std::back_inserter(texts),
+                               [&](wchar_t character) { return shorter + character; });
+    }
+    return texts;
+}
+
+std::wstring ExpressionOf(const std::wstring& pattern) {
+    std::wstring expression;
+    for (const wchar_t character : pattern) {
+        expression += character == L'*'   ? std::wstring(L".*")
+                      : character == L'?' ? std::wstring(L".")
+                                          : std::wstring(1, character);
+    }
+    return expression;
+}
+
+// In the second of two elements, where "**" has no meaning of its own unless it is the whole.
+TEST(ExcludePattern, AgreesWithARegularExpression) {
+    const std::vector<std::wstring> names = TextsOf(L"AB", 5);
+    int compared = 0;
+    for (const std::wstring& pattern : TextsOf(L"AB*?", 4)) {
+        if (pattern.empty() || pattern == L"**") {
+            continue;
+        }
+        const std::wregex expression(ExpressionOf(pattern));
+        const ExcludePattern parsed = ParseExcludePattern(L"x\\" + pattern);
+        for (const std::wstring& name : names) {
+            ASSERT_EQ(MatchesPattern(parsed, L"x\\" + name), std::regex_match(name, expression))
+                << WideToUtf8(pattern) << " on " << WideToUtf8(name);
+            ++compared;
+        }
+    }
+    EXPECT_EQ(compared, 339 * 63);
+}
+
+// A way through every division of the name among the stars would not end in a lifetime.
+TEST(ExcludePattern, ManyStarsTakeNoTime) {
+    std::wstring pattern;
+    for (int star = 0; star < 40; ++star) {
+        pattern += L"*a";
+    }
+    const std::wstring name(200, L'a');
+    EXPECT_FALSE(MatchesPattern(ParseExcludePattern(pattern + L"b"), name));
+    EXPECT_TRUE(MatchesPattern(ParseExcludePattern(pattern), name));
 }
 
 TEST(ExcludePattern, RefusesWhatDoesNotLeadDownFromTheDirectory) {

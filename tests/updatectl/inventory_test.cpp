@@ -6,6 +6,7 @@
 #include "fixtures/file_content.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/program_verification.h"
+#include "support/canonical_path.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "support/text_conversion.h"

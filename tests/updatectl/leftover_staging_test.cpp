@@ -17,10 +17,12 @@
 #include "fixtures/file_content.h"
 #include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
+#include "snapshot/program_assets.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
 #include "support/text_conversion.h"
+#include "worker/staging.h"
 
 namespace updater {
 namespace {
@@ -108,6 +110,40 @@ TEST(LeftoverStaging, IsTrustedByItsOwner) {
 
 TEST(LeftoverStaging, IsNotTrustedWhenItsOwnerCannotBeRead) {
     EXPECT_THROW(IsOwnedByAdministrator(L"C:\\no such directory"), std::system_error);
+}
+
+// The tool checks a backup by what its inventory lists; both sides must mean the same files.
+TEST(LeftoverStaging, HoldsABackupOfWhatTheEnumerationFinds) {
+    const TemporaryDirectory directory;
+    ProgramAssets assets;
+    for (const wchar_t* file :
+         {L"corvellan.exe", L"Setup.EXE", L"a.b.dll", L".exe", L"native_assets.json",
+          L"program-files.tsv", L"unins000.dat", L"unins001.dat", L"account.db", L"data\\x",
+          L"data\\sub\\.exe", L"plugins\\a.dll", L"data.exe", L"data-old\\x.dll"}) {
+        WriteFileContent(directory.path / file, "x");
+        if (BelongsToBackup(file)) {
+            assets.insert(file);
+        }
+    }
+    EXPECT_EQ(assets, EnumerateProgramAssets(directory.path));
+    EXPECT_TRUE(BelongsToBackup(L"DATA\\x"));
+    EXPECT_FALSE(BelongsToBackup(L"dat\\x"));
+}
+
+// The setup program's copy has the attributes of the download.
+TEST(LeftoverStaging, KnowsARunningSetupProgramThatIsReadOnly) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path setup = directory.path / kStagedInstaller;
+    WriteFileContent(setup, "setup");
+    SetFileAttributesW(setup.c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_FALSE(IsSetupRunning(directory.path));
+
+    SetFileAttributesW(setup.c_str(), FILE_ATTRIBUTE_READONLY);
+    const UniqueHandle running = OwnHandle(CreateFileW(setup.c_str(), GENERIC_READ, FILE_SHARE_READ,
+                                                       nullptr, OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(running);
+    EXPECT_TRUE(IsSetupRunning(directory.path));
+    EXPECT_FALSE(IsSetupRunning(directory.path / L"missing"));
 }
 
 }  // namespace

@@ -6,12 +6,15 @@
 
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
+#include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
-#include "snapshot/program_assets.h"
 #include "support/file_system.h"
+#include "support/windows_api.h"
 
 namespace updater {
 namespace {
+
+Replacement<decltype(FindFirstFileExW)> findFirstFileEx;
 
 bool LeaveNothingOut(const std::wstring&) {
     return false;
@@ -66,26 +69,34 @@ TEST(ProgramTree, FindsFaultWithALinkAndDoesNotFollowIt) {
     EXPECT_EQ(tree.faults[0].fault, "is a link or another reparse point");
 }
 
-// The tool checks a backup by what its inventory lists; both sides must mean the same files.
-TEST(ProgramAsset, IsAFileThatTheEnumerationFinds) {
+TEST(ProgramTree, FindsFaultWithADirectoryThatCannotBeListedAndGoesOn) {
     const TemporaryDirectory directory;
-    for (const wchar_t* file :
-         {L"corvellan.exe", L"Setup.EXE", L"a.b.dll", L".exe", L"native_assets.json",
-          L"program-files.tsv", L"unins000.dat", L"unins001.dat", L"account.db", L"data\\x",
-          L"data\\sub\\.exe", L"plugins\\a.dll", L"data.exe", L"data-old\\x.dll"}) {
+    for (const wchar_t* file : {L"a", L"locked\\b", L"z\\c"}) {
         WriteFileContent(directory.path / file, "x");
     }
-    ProgramAssets assets;
-    for (const std::filesystem::path& file :
-         ListProgramTree(directory.path, LeaveNothingOut).files) {
-        if (IsProgramAsset(file)) {
-            assets.insert(file);
-        }
-    }
-    assets.insert(L"program-files.tsv");
-    EXPECT_TRUE(IsProgramAsset(L"program-files.tsv"));
-    EXPECT_EQ(assets, EnumerateProgramAssets(directory.path));
+    const ScopedReplacement<decltype(FindFirstFileExW)> locked(
+        findFirstFileEx, [](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
+                            FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+            if (std::wstring_view(pattern).ends_with(L"\\locked\\*")) {
+                SetLastError(ERROR_ACCESS_DENIED);
+                return INVALID_HANDLE_VALUE;
+            }
+            return FindFirstFileExW(pattern, level, data, operation, filter, flags);
+        });
+    const ProgramTree tree = ListProgramTree(directory.path, LeaveNothingOut);
+    EXPECT_THAT(tree.files, testing::ElementsAre(L"a", L"z\\c"));
+    ASSERT_EQ(tree.faults.size(), 1U);
+    EXPECT_EQ(tree.faults[0].relativePath, L"locked");
+    EXPECT_THAT(tree.faults[0].fault, testing::StartsWith("cannot be listed: "));
+    EXPECT_THROW(ListProgramTree(directory.path / L"locked", LeaveNothingOut),
+                 std::filesystem::filesystem_error);
 }
 
 }  // namespace
 }  // namespace updater
+
+extern "C" {
+extern decltype(&FindFirstFileExW) __real___imp_FindFirstFileExW;
+decltype(&FindFirstFileExW) __wrap___imp_FindFirstFileExW =
+    updater::ImportDouble<updater::findFirstFileEx, __real___imp_FindFirstFileExW>::Call;
+}

@@ -6,6 +6,7 @@
 #include "fixtures/temporary_directory.h"
 #include "snapshot/program_backup.h"
 #include "support/argument_quoting.h"
+#include "support/canonical_path.h"
 #include "support/file_digest.h"
 #include "support/file_system.h"
 #include "support/handle.h"
@@ -222,6 +223,23 @@ TEST_F(RestoreTest, RefusesABackupThatIsNotAsItsListSays) {
     EXPECT_EQ(ReadFileContent(install / L"engine.dll"), "damaged");
 }
 
+TEST_F(RestoreTest, RefusesABackupWhoseListIsInvalid) {
+    const std::filesystem::path list = staging / L"backup\\program-files.tsv";
+    WriteFileContent(list, "engine.dll\t0\nno tab\n");
+    ExpectRefusal(
+        "The backup is not as its own list of files says; see --force:\n"
+        "  engine.dll: Installed program checksum mismatch: engine.dll\n"
+        "  Invalid program inventory\n");
+    WriteFileContent(list, "");
+    ExpectRefusal("see --force:\n  Installed program inventory is empty\n");
+}
+
+TEST_F(RestoreTest, ChecksTheDataDirectoryHoweverItsNameIsSpelled) {
+    WriteFileContent(staging / L"backup\\program-files.tsv",
+                     "DATA\\missing\t0\nuser\\missing\t0\n");
+    ExpectRefusal("see --force:\n  DATA\\missing: SHA256 verification failed\n");
+}
+
 TEST_F(RestoreTest, TakesABackupFromBeforeThereWereLists) {
     RemoveFile(staging / L"backup\\program-files.tsv");
     EXPECT_EQ(Call().exitCode, 0U);
@@ -245,7 +263,8 @@ TEST_F(RestoreTest, RefusesAnotherDirectoryThanTheApplications) {
 TEST_F(RestoreTest, RefusesDirectoriesWithinOneAnother) {
     const std::filesystem::path backup = staging / L"backup";
     for (const auto& [from, to] :
-         {std::pair{staging, staging}, std::pair{staging, backup}, std::pair{install, install}}) {
+         {std::pair{staging, staging}, std::pair{staging, backup}, std::pair{install, install},
+          std::pair{staging, staging.root_path()}}) {
         CreateDirectories(install / L"backup");
         CopyOverFile(Application1(), install / L"backup\\corvellan.exe");
         const TreeContent before = ReadTreeContent(temporary.path);
