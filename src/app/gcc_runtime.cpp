@@ -1,4 +1,4 @@
-// The parts of GCC's runtime that the executable replaces. No other compiler has them.
+// The parts of GCC's runtime that both programs replace. No other compiler has them.
 
 #include <cstdint>
 #include <cstdlib>

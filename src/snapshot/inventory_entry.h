@@ -21,13 +21,14 @@ struct InventoryEntry {
 /// Raises `std::runtime_error` with `kInvalidInventory` when there is no tab.
 InventoryEntry ParseInventoryLine(std::string_view line);
 
-/// Refuses a path that could leave the installation directory. Raises `std::runtime_error` "Invalid
-/// program inventory path" for a drive, device or network share prefix, and "Invalid program
-/// inventory traversal" for an element of two dots.
+/// Raises `std::runtime_error` "Invalid program inventory path" for a path with a root name (a
+/// drive, a device prefix or a network share's server), and "Invalid program inventory traversal"
+/// for one with an element of two dots. A path that only begins with a separator passes; see
+/// `AppendInventoryPath`.
 void CheckInventoryPath(std::wstring_view path);
 
 /// Returns the path under `directory`. A path that begins with a separator keeps only the
-/// directory's drive or share; an empty path gives the directory with a separator at its end.
+/// directory's root name; an empty path gives the directory with a separator at its end.
 std::wstring AppendInventoryPath(std::wstring_view directory, std::wstring_view path);
 
 }  // namespace updater

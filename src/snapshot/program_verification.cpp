@@ -35,6 +35,7 @@ bool ReadInventoryLine(std::ifstream& inventory, std::string& line) {
     if (std::getline(inventory, line)) {
         return true;
     }
+    // Not the end of the list: what was read only in part proves nothing.
     if (inventory.bad()) {
         throw std::runtime_error(kInvalidInventory);
     }

@@ -12,11 +12,12 @@ namespace updater {
 // before which one carriage return is accepted.
 
 /// Opens the installed inventory. Raises `std::runtime_error` "Installed program inventory is
-/// missing" or "Installed program inventory is empty".
+/// missing", or "Installed program inventory is empty" also when not even its beginning can be
+/// read.
 std::ifstream OpenInventory(const std::filesystem::path& installDirectory);
 
 /// Reads the next line, without its line feed, and returns whether there was one. Raises
-/// `kInvalidInventory` when reading fails midway.
+/// `std::runtime_error` with `kInvalidInventory` (inventory_entry.h) when reading fails midway.
 bool ReadInventoryLine(std::ifstream& inventory, std::string& line);
 
 /// Checks the file that one line of the inventory lists. Raises `std::runtime_error`: the messages

@@ -37,12 +37,12 @@ struct HandshakeEvents {
     UniqueHandle commit;
 };
 
-/// Set by the worker, opened with modify-state access.
+/// Returns the name of the event that the worker sets; it opens it with modify-state access.
 inline std::wstring ReadyEventName(const std::wstring& baseName) {
     return baseName + L"-ready";
 }
 
-/// Set by the broker, opened with synchronize access.
+/// Returns the name of the event that the broker sets; the worker opens it with synchronize access.
 inline std::wstring CommitEventName(const std::wstring& baseName) {
     return baseName + L"-commit";
 }

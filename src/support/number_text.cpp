@@ -11,7 +11,8 @@ namespace updater {
 namespace {
 
 // The standard library's own conversions are not used: their messages and the width of `unsigned
-// long` differ between toolchains. The negated value is right in as many low bits as `maximum` has.
+// long` differ between toolchains. A minus sign negates modulo 2^64; cut to 32 bits, that is the
+// negation modulo 2^32.
 std::uint64_t ParseUnsigned(std::wstring_view text, std::uint64_t maximum,
                             const std::string& conversion) {
     std::size_t position = 0;

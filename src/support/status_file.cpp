@@ -38,8 +38,8 @@ void WriteUpdateStatus(const std::filesystem::path& jobDirectory, std::string_vi
     stream << FormatStatusRecord(state, message, exitCode);
     stream.close();
 
-    // Only the move decides: a stream that failed to open or to write left nothing to move, or an
-    // older record that is still a whole one.
+    // Only the move decides. A stream that failed to open left nothing to move, or the record of an
+    // earlier attempt; one that failed to write left a record that is cut off.
     if (MoveFileExW(temporary.c_str(), (jobDirectory / kStatusFile).c_str(),
                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) == 0) {
         throw std::runtime_error("Cannot write update status");

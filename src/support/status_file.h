@@ -10,7 +10,8 @@ namespace updater {
 // The status file is how an update reports itself: broker and worker write it in turn, the
 // application reads it, and the broker shows it when the worker failed. It holds one record, a line
 // of JSON with the keys state, message and exitCode, and every write replaces the file whole by a
-// rename, so a reader sees the old record or the new one, never a mixture.
+// rename, so a reader sees the old record or the new one, never a mixture. What could not be
+// written to the end, because the disk is full, is not noticed: the new record may be cut off then.
 
 inline constexpr wchar_t kStatusFile[] = L"status.json";
 

@@ -48,6 +48,7 @@ std::wstring ReadExecutableVersion(const std::filesystem::path& executable) {
         throw std::runtime_error("Executable version is missing");
     }
     const auto* version = static_cast<const VS_FIXEDFILEINFO*>(block);
+    // Not `std::to_wstring`, which with some toolchains brings in the runtime's wide formatting.
     return Utf8ToWide(std::to_string(HIWORD(version->dwFileVersionMS)) + '.' +
                       std::to_string(LOWORD(version->dwFileVersionMS)) + '.' +
                       std::to_string(HIWORD(version->dwFileVersionLS)) + '.' +

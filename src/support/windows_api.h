@@ -1,7 +1,7 @@
 #pragma once
 
-// The one way in for <windows.h>: fixes the oldest supported system (Windows 10) and keeps the
-// min/max macros and rarely used interfaces out.
+// The one way in for <windows.h>: fixes the oldest supported system (Windows 10), makes the names
+// without a suffix the wide ones, and keeps the min/max macros and rarely used interfaces out.
 
 #ifndef WINVER
 #define WINVER 0x0A00
@@ -20,3 +20,7 @@
 #endif
 
 #include <windows.h>
+
+#if _WIN32_WINNT < 0x0A00
+#error "A header that was included before has fixed an older system than Windows 10"
+#endif

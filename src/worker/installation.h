@@ -16,11 +16,11 @@ struct Installation {
     std::wstring expectedVersion;
 };
 
-/// Backs the program up, runs the setup program silently and without a time limit, and accepts the
-/// result only if version and inventory are right; otherwise puts the previous program and its
-/// registered version back. Reports each state in the status file. Returns the process exit code, 0
-/// or 1. Raises when a step before the setup program fails (nothing was changed then), or when a
-/// step of the rollback does (which stops there).
+/// Refuses while an instance of the application runs. Backs the program up, runs the setup program
+/// silently and without a time limit, and accepts the result only if version and inventory are
+/// right; otherwise puts the previous program and its registered version back. Reports each state
+/// in the status file. Returns the process exit code, 0 or 1. Raises when a step up to the backup
+/// fails (nothing was changed then), or when a step of the rollback does (which stops there).
 int InstallUpdate(const Installation& installation);
 
 }  // namespace updater

@@ -9,7 +9,7 @@ namespace updater {
 // Every update works in a staging directory of its own, directly in the machine's data folder. It
 // stays there after the update, unless that was cancelled.
 
-/// A staging directory's name begins with this; the update's identity (see `CreateJobIdentity`)
+/// A staging directory's name begins with this; the job identity (see `CreateJobIdentity`)
 /// follows.
 inline constexpr wchar_t kStagingPrefix[] = L"CorvellanUpdate-";
 
