@@ -20,9 +20,9 @@
 #include "end_to_end/installed_program.h"
 #include "end_to_end/running_processes.h"
 #include "end_to_end/staging_directories.h"
-#include "end_to_end/uninstall_entry.h"
 #include "end_to_end/update_run.h"
 #include "end_to_end/waiting.h"
+#include "fixtures/uninstall_entry.h"
 #include "program_main.h"
 #include "support/exit_code.h"
 #include "support/file_system.h"
@@ -174,7 +174,7 @@ void Run(std::span<wchar_t*> arguments) {
     } else if (operation == L"update") {
         Update(arguments);
     } else {
-        updater::WriteUninstallEntry({});
+        updater::ReplaceUninstallEntry({});
     }
 }
 

@@ -12,7 +12,7 @@
 #include "end_to_end/host_update.h"
 #include "end_to_end/installed_program.h"
 #include "end_to_end/running_processes.h"
-#include "end_to_end/uninstall_entry.h"
+#include "fixtures/uninstall_entry.h"
 #include "support/file_system.h"
 #include "support/status_file.h"
 #include "support/text_conversion.h"
@@ -34,7 +34,7 @@ void ClearStage(const Stage& stage) {
     if (PathExists(stage.directory)) {
         RemoveTree(stage.directory);
     }
-    WriteUninstallEntry({});
+    ReplaceUninstallEntry({});
 }
 
 std::string Quoted(const std::wstring& text) {

@@ -72,7 +72,7 @@ TEST_F(DisturbedUpdate, SaysWhenTheRestoredProgramIsNotThePreviousOne) {
 }
 
 TEST_F(DisturbedUpdate, IsNotRolledBackWithoutItsUninstallEntry) {
-    UpdateWith([] { WriteUninstallEntry({}); });
+    UpdateWith([] { ReplaceUninstallEntry({}); });
 
     ExpectErrorBox(run, job.jobDirectory,
                    RecordText("failed", "Cannot restore registered version", 1));

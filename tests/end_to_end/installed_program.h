@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "end_to_end/uninstall_entry.h"
-
 namespace updater {
 
 /// Relative paths, with backslashes, and the files' bytes.

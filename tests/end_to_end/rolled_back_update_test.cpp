@@ -94,7 +94,9 @@ TEST_F(FailedUpdate, KeepsWhatTheSetupAddedBesideTheProgram) {
 }
 
 TEST_F(FailedUpdate, KeepsTheSetupsRegisteredVersionWhenThereWasNoneBefore) {
-    WriteUninstallEntry(WithoutValue(ReadUninstallEntry(), L"DisplayVersion"));
+    UninstallEntry unversioned = ReadUninstallEntry();
+    ASSERT_EQ(unversioned.erase(kDisplayVersion), 1U);
+    ReplaceUninstallEntry(unversioned);
     OfferSetup(L"v2", L"9.9.9.9");
 
     ExpectFailure(std::string("Installed executable version mismatch") + kRestored);

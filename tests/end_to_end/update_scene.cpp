@@ -50,7 +50,7 @@ UpdateScene::UpdateScene() : stagingBefore(ListStagingDirectories()) {
     job.updater = PlaceUpdater(InWorkspace(L"更新程序 目录"));
     CreateDirectories(job.jobDirectory);
     CopyTree(Version1().directory, job.installDirectory);
-    WriteUninstallEntry(Version1().entry);
+    ReplaceUninstallEntry(Version1().entry);
     AddUserData(job.installDirectory);
     programBefore = ReadProgramFiles(job.installDirectory);
     OfferSetup(L"v2", L"2.0.0.0");

@@ -6,9 +6,9 @@
 
 #include "end_to_end/application.h"
 #include "end_to_end/installed_program.h"
-#include "end_to_end/uninstall_entry.h"
 #include "end_to_end/update_run.h"
 #include "fixtures/temporary_directory.h"
+#include "fixtures/uninstall_entry.h"
 
 namespace updater {
 

@@ -73,7 +73,7 @@ WorkerScene::Tree FilesOf(const WorkerScene::Tree& tree) {
 }
 
 std::string RegisteredText() {
-    const std::optional<RegistryValue> value = ReadUninstallEntry(L"DisplayVersion");
+    const std::optional<RegistryValue> value = ReadUninstallValue(kDisplayVersion);
     return value ? WideToUtf8(reinterpret_cast<const wchar_t*>(value->bytes.c_str())) : "none";
 }
 
@@ -107,7 +107,7 @@ struct WorkerRun {
             return done;
         }};
     ScopedReplacement<decltype(SHGetKnownFolderPath)> knownFolderPath{
-        doubles::knownFolderPath,
+        doubles::shGetKnownFolderPath,
         [this](REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* path) { return OnKnownFolderPath(path); }};
     ScopedReplacement<decltype(SetEvent)> setEvent{doubles::setEvent, [this](HANDLE event) {
                                                        const BOOL done = SetEvent(event);
@@ -188,7 +188,7 @@ void WorkerScene::Lay() {
     if (!programIsLaid) {
         LayProgram();
     }
-    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"1.0"));
+    WriteUninstallValue(kDisplayVersion, RegistryText(L"1.0"));
 }
 
 void WorkerScene::LayProgram() const {
@@ -204,7 +204,7 @@ void WorkerScene::Install() const {
     for (const wchar_t* file : {L"added.dll", L"data\\app.so"}) {
         SetFileAttributesW((installDirectory / file).c_str(), FILE_ATTRIBUTE_READONLY);
     }
-    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"2.0"));
+    WriteUninstallValue(kDisplayVersion, RegistryText(L"2.0"));
 }
 
 std::wstring WorkerScene::CommandLine(DWORD parentId, const std::wstring& eventBaseName) const {

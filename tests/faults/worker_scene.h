@@ -9,7 +9,7 @@
 #include "faults/sweep.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/temporary_directory.h"
-#include "support/uninstall_entry.h"
+#include "fixtures/uninstall_entry.h"
 
 namespace updater::faults {
 

@@ -3,20 +3,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/open_handles.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
+#include "fixtures/uninstall_entry.h"
 #include "support/file_system.h"
-#include "support/handle.h"
-#include "support/program_report.h"
+#include "support/stand_ins/version_program.h"
 #include "support/text_conversion.h"
-#include "support/uninstall_entry.h"
 
 namespace updater {
 
@@ -36,9 +35,9 @@ std::string AsBytes(const std::wstring& text) {
 }
 
 // Copies a stand-in with other bytes in its version resource.
-void CopyPatched(const wchar_t* standIn, const std::filesystem::path& target, std::ptrdiff_t offset,
+void CopyPatched(const wchar_t* version, const std::filesystem::path& target, std::ptrdiff_t offset,
                  const std::string& bytes) {
-    std::string content = ReadFileContent(StandInPath(standIn));
+    std::string content = ReadFileContent(VersionProgram(version));
     const std::size_t key = content.find(AsBytes(L"VS_VERSION_INFO"));
     ASSERT_NE(key, std::string::npos);
     content.replace(static_cast<std::size_t>(static_cast<std::ptrdiff_t>(key) + offset),
@@ -54,18 +53,17 @@ void ExpectUnreadable(const std::filesystem::path& executable) {
 TEST(ReadExecutableVersion, GivesAllFourNumbersOfTheFileVersion) {
     for (const std::wstring version :
          {L"10.0.19041.1", L"1.2.0.0", L"0.0.0.0", L"65535.65535.65535.65535"}) {
-        EXPECT_EQ(ReadExecutableVersion(StandInPath((L"version-" + version + L".exe").c_str())),
-                  version);
+        EXPECT_EQ(ReadExecutableVersion(VersionProgram(version)), version);
     }
 }
 
 TEST(ReadExecutableVersion, ProductVersionAndVersionTextsPlayNoPart) {
     // The product version of this one is 9.8.7.6, its texts are others still.
-    EXPECT_EQ(ReadExecutableVersion(StandInPath(L"version-2.1.0.0.exe")), L"2.1.0.0");
+    EXPECT_EQ(ReadExecutableVersion(VersionProgram(L"2.1.0.0")), L"2.1.0.0");
 }
 
 TEST(ReadExecutableVersion, AnExecutableWithoutAVersionResourceCannotBeRead) {
-    ExpectUnreadable(StandInPath(L"version-none.exe"));
+    ExpectUnreadable(VersionProgram(L"none"));
 }
 
 TEST(ReadExecutableVersion, AMissingFileCannotBeRead) {
@@ -89,10 +87,8 @@ TEST(ReadExecutableVersion, AFileThatIsNoExecutableCannotBeRead) {
 TEST(ReadExecutableVersion, AFileThatMayNotBeReadCannotBeRead) {
     const TemporaryDirectory directory;
     const std::filesystem::path program = directory.path / L"program.exe";
-    CopyToNewFile(StandInPath(L"version-1.2.0.0.exe"), program);
-    const UniqueHandle exclusive = OwnHandle(
-        CreateFileW(program.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(exclusive);
+    CopyToNewFile(VersionProgram(L"1.2.0.0"), program);
+    const UniqueHandle exclusive = HoldFile(program);
     ExpectUnreadable(program);
 }
 
@@ -100,7 +96,7 @@ TEST(ReadExecutableVersion, AResourceWithoutFixedInformationHasNoVersion) {
     const TemporaryDirectory directory;
     const std::filesystem::path program = directory.path / L"program.exe";
     for (const char length : {'\0', '\x33'}) {
-        CopyPatched(L"version-1.2.0.0.exe", program, kFixedLengthOffset, {length, '\0'});
+        CopyPatched(L"1.2.0.0", program, kFixedLengthOffset, {length, '\0'});
         EXPECT_THAT([&] { ReadExecutableVersion(program); }, RaisesError(kMissing))
             << "length " << static_cast<int>(length);
     }
@@ -109,20 +105,18 @@ TEST(ReadExecutableVersion, AResourceWithoutFixedInformationHasNoVersion) {
 TEST(ReadExecutableVersion, TheSignatureIsNotChecked) {
     const TemporaryDirectory directory;
     const std::filesystem::path program = directory.path / L"program.exe";
-    CopyPatched(L"version-1.2.0.0.exe", program, kSignatureOffset, std::string(4, '\x55'));
+    CopyPatched(L"1.2.0.0", program, kSignatureOffset, std::string(4, '\x55'));
     EXPECT_EQ(ReadExecutableVersion(program), L"1.2.0.0");
 }
 
 TEST(ReadExecutableVersion, PathsWithChineseCharactersAreReadAndNothingStaysOpen) {
     const TemporaryDirectory directory;
     const std::filesystem::path program = directory.path / L"\u7A0B\u5E8F \u6587\u4EF6.exe";
-    CopyToNewFile(StandInPath(L"version-1.2.0.0.exe"), program);
-    EXPECT_EQ(ReadExecutableVersion(program), L"1.2.0.0");
-
-    const std::size_t before = CountOpenHandles();
-    EXPECT_EQ(ReadExecutableVersion(program), L"1.2.0.0");
-    ExpectUnreadable(StandInPath(L"version-none.exe"));
-    EXPECT_EQ(CountOpenHandles(), before);
+    CopyToNewFile(VersionProgram(L"1.2.0.0"), program);
+    ExpectNoHandleLeft([&program] {
+        EXPECT_EQ(ReadExecutableVersion(program), L"1.2.0.0");
+        ExpectUnreadable(VersionProgram(L"none"));
+    });
     EXPECT_NO_THROW(RemoveFile(program));
 }
 
@@ -130,7 +124,7 @@ TEST(ReadRegisteredVersion, IsTheTextOfTheEntry) {
     const ScopedUninstallEntry entry;
     for (const std::wstring& version : {std::wstring(L"2.0.0.0"), std::wstring(L"\u7248\u672C 2"),
                                         std::wstring(L" "), std::wstring(511, L'9')}) {
-        WriteUninstallEntry(L"DisplayVersion", RegistryText(version));
+        WriteUninstallValue(kDisplayVersion, RegistryText(version));
         EXPECT_EQ(ReadRegisteredVersion(), version);
     }
 }
@@ -139,7 +133,7 @@ TEST(ReadRegisteredVersion, IsEmptyWhenItCannotBeRead) {
     const ScopedUninstallEntry entry;
     EXPECT_EQ(ReadRegisteredVersion(), L"") << "no entry";
 
-    WriteUninstallEntry(L"DisplayName", RegistryText(L"Corvellan"));
+    WriteUninstallValue(L"DisplayName", RegistryText(L"Corvellan"));
     EXPECT_EQ(ReadRegisteredVersion(), L"") << "no value";
 
     const std::vector<RegistryValue> values = {
@@ -151,24 +145,24 @@ TEST(ReadRegisteredVersion, IsEmptyWhenItCannotBeRead) {
         RegistryText(L""),
     };
     for (const RegistryValue& value : values) {
-        WriteUninstallEntry(L"DisplayVersion", value);
+        WriteUninstallValue(kDisplayVersion, value);
         EXPECT_EQ(ReadRegisteredVersion(), L"") << value.type;
     }
 }
 
 TEST(ReadRegisteredVersion, TheTextEndsAtItsFirstZeroOrAtItsEnd) {
     const ScopedUninstallEntry entry;
-    WriteUninstallEntry(L"DisplayVersion", {REG_SZ, AsBytes(std::wstring(L"2.0\0x", 5))});
+    WriteUninstallValue(kDisplayVersion, {REG_SZ, AsBytes(std::wstring(L"2.0\0x", 5))});
     EXPECT_EQ(ReadRegisteredVersion(), L"2.0");
-    WriteUninstallEntry(L"DisplayVersion", {REG_SZ, AsBytes(L"2.0")});
+    WriteUninstallValue(kDisplayVersion, {REG_SZ, AsBytes(L"2.0")});
     EXPECT_EQ(ReadRegisteredVersion(), L"2.0");
 }
 
 TEST(ReadRegisteredVersion, IsThatOfThe64BitView) {
     const ScopedUninstallEntry entry;
-    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"32"), RegistryView::Of32Bit);
+    WriteUninstallValue(kDisplayVersion, RegistryText(L"32"), RegistryView::Of32Bit);
     EXPECT_EQ(ReadRegisteredVersion(), L"");
-    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"64"));
+    WriteUninstallValue(kDisplayVersion, RegistryText(L"64"));
     EXPECT_EQ(ReadRegisteredVersion(), L"64");
 }
 
@@ -177,7 +171,7 @@ TEST(RestoreRegisteredVersion, AnEmptyTextDoesNothingEvenWithoutAnEntry) {
     EXPECT_NO_THROW(RestoreRegisteredVersion(L""));
     EXPECT_FALSE(UninstallEntryExists());
 
-    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"3.0.0.0"));
+    WriteUninstallValue(kDisplayVersion, RegistryText(L"3.0.0.0"));
     EXPECT_NO_THROW(RestoreRegisteredVersion(L""));
     EXPECT_EQ(ReadRegisteredVersion(), L"3.0.0.0");
 }
@@ -194,9 +188,9 @@ TEST(RestoreRegisteredVersion, ATextOfSoManyUnitsIsStoredWithItsTerminatingZero)
     for (const std::wstring& version :
          {std::wstring(L"1.0.0.0"), std::wstring(L"1"), std::wstring(L"\u7248\U0001F600"),
           std::wstring(1000, L'9')}) {
-        WriteUninstallEntry(L"DisplayVersion", {REG_BINARY, std::string(2048, '\xFF')});
+        WriteUninstallValue(kDisplayVersion, {REG_BINARY, std::string(2048, '\xFF')});
         RestoreRegisteredVersion(version);
-        const auto stored = ReadUninstallEntry(L"DisplayVersion");
+        const auto stored = ReadUninstallValue(kDisplayVersion);
         ASSERT_TRUE(stored.has_value());
         EXPECT_EQ(stored->type, static_cast<DWORD>(REG_SZ));
         EXPECT_EQ(stored->bytes.size(), 2 * version.size() + 2);
@@ -206,43 +200,37 @@ TEST(RestoreRegisteredVersion, ATextOfSoManyUnitsIsStoredWithItsTerminatingZero)
 
 TEST(RestoreRegisteredVersion, OnlyTheVersionOfThe64BitViewChanges) {
     const ScopedUninstallEntry entry;
-    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"32"), RegistryView::Of32Bit);
+    WriteUninstallValue(kDisplayVersion, RegistryText(L"32"), RegistryView::Of32Bit);
     EXPECT_THAT([] { RestoreRegisteredVersion(L"1.0.0.0"); }, RaisesError(kNotRestored));
 
-    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"3.0.0.0"));
-    WriteUninstallEntry(L"DisplayName", RegistryText(L"Corvellan"));
+    WriteUninstallValue(kDisplayVersion, RegistryText(L"3.0.0.0"));
+    WriteUninstallValue(L"DisplayName", RegistryText(L"Corvellan"));
     RestoreRegisteredVersion(L"1.0.0.0");
     EXPECT_EQ(ReadRegisteredVersion(), L"1.0.0.0");
-    EXPECT_EQ(ReadUninstallEntry(L"DisplayName")->bytes, RegistryText(L"Corvellan").bytes);
-    EXPECT_EQ(ReadUninstallEntry(L"DisplayVersion", RegistryView::Of32Bit)->bytes,
+    EXPECT_EQ(ReadUninstallValue(L"DisplayName")->bytes, RegistryText(L"Corvellan").bytes);
+    EXPECT_EQ(ReadUninstallValue(kDisplayVersion, RegistryView::Of32Bit)->bytes,
               RegistryText(L"32").bytes);
 }
 
 TEST(RestoreRegisteredVersion, AVersionThatWasReadIsPutBackAsItWas) {
     const ScopedUninstallEntry entry;
-    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"1.0.0.0"));
+    WriteUninstallValue(kDisplayVersion, RegistryText(L"1.0.0.0"));
     const std::wstring previous = ReadRegisteredVersion();
-    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"3.0.0.0"));
+    WriteUninstallValue(kDisplayVersion, RegistryText(L"3.0.0.0"));
     RestoreRegisteredVersion(previous);
-    EXPECT_EQ(ReadUninstallEntry(L"DisplayVersion")->bytes, RegistryText(L"1.0.0.0").bytes);
+    EXPECT_EQ(ReadUninstallValue(kDisplayVersion)->bytes, RegistryText(L"1.0.0.0").bytes);
 }
 
 TEST(RegisteredVersion, NoHandleStaysOpen) {
     const ScopedUninstallEntry entry;
-    const auto useAll = [] {
+    ExpectNoHandleLeft([] {
+        ReplaceUninstallEntry({});
         ReadRegisteredVersion();
         EXPECT_THROW(RestoreRegisteredVersion(L"1.0"), std::runtime_error);
-    };
-    const auto useEntry = [] {
-        WriteUninstallEntry(L"DisplayVersion", RegistryText(L"1.0"));
+        WriteUninstallValue(kDisplayVersion, RegistryText(L"1.0"));
         ReadRegisteredVersion();
         RestoreRegisteredVersion(L"2.0");
-    };
-    useAll();
-    const std::size_t before = CountOpenHandles();
-    useAll();
-    useEntry();
-    EXPECT_EQ(CountOpenHandles(), before);
+    });
 }
 
 }  // namespace

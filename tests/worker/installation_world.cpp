@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
-#include <optional>
 
 #include "fixtures/file_content.h"
 #include "fixtures/processes/stand_in_process.h"
@@ -59,7 +58,7 @@ InstallationWorld::InstallationWorld() {
     CreateDirectories(installation.jobDirectory);
     CreateDirectories(installation.stagingDirectory);
     CopyOverFile(StandInSetup(), installation.setupProgram);
-    WriteUninstallEntry(L"DisplayVersion", RegistryText(L"1.0"));
+    WriteUninstallValue(kDisplayVersion, RegistryText(L"1.0"));
     LetSetupEndWith("0");
 
     actions.clear();
@@ -91,11 +90,6 @@ std::wstring InstallationWorld::ExpectedCommandLine() const {
            L"/NOFORCECLOSEAPPLICATIONS /NORESTARTAPPLICATIONS /DIR=\"" +
            installation.installDirectory.native() + L"\" /LOG=\"" +
            installation.stagingDirectory.native() + L"\\install.log\"";
-}
-
-std::wstring RegisteredVersion() {
-    const std::optional<RegistryValue> value = ReadUninstallEntry(L"DisplayVersion");
-    return value ? reinterpret_cast<const wchar_t*>(value->bytes.c_str()) : L"(none)";
 }
 
 BOOL InstallationWorld::OnFirstProcess(HANDLE snapshot, LPPROCESSENTRY32W entry) {

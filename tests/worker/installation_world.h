@@ -8,10 +8,10 @@
 
 #include "fixtures/processes/process_start.h"
 #include "fixtures/processes/simulated_time.h"
-#include "fixtures/processes/status_record.h"
+#include "fixtures/processes/status_history.h"
 #include "fixtures/processes/windows_doubles.h"
 #include "fixtures/temporary_directory.h"
-#include "support/uninstall_entry.h"
+#include "fixtures/uninstall_entry.h"
 #include "worker/installation.h"
 
 namespace updater {
@@ -35,9 +35,6 @@ struct RegistryQuery {
     bool bufferIsZero;
     DWORD bytes;
 };
-
-/// Returns the text that stands in the registry as the registered version.
-std::wstring RegisteredVersion();
 
 /// What an installation works on when everything is in order: version 1 of the application with a
 /// user's file beside it, registered as "1.0"; version 2, and a setup program in the staging
@@ -88,9 +85,10 @@ struct InstallationWorld {
     StatusHistory status;
     ProcessStarts processes;
     ScopedReplacement<decltype(Process32FirstW)> firstProcess{
-        doubles::firstProcess, std::bind_front(&InstallationWorld::OnFirstProcess, this)};
+        doubles::process32First, std::bind_front(&InstallationWorld::OnFirstProcess, this)};
     ScopedReplacement<decltype(GetFileVersionInfoSizeW)> versionInfoSize{
-        doubles::versionInfoSize, std::bind_front(&InstallationWorld::OnVersionInfoSize, this)};
+        doubles::getFileVersionInfoSize,
+        std::bind_front(&InstallationWorld::OnVersionInfoSize, this)};
     ScopedReplacement<decltype(RegGetValueW)> regGetValue{
         doubles::regGetValue, std::bind_front(&InstallationWorld::OnRegGetValue, this)};
     ScopedReplacement<decltype(CopyFileW)> copyFile{
