@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fixtures/built_path.h"
 #include "fixtures/file_content.h"
 #include "support/text_conversion.h"
 #include "support/version_information.h"
@@ -28,7 +29,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 
-const std::filesystem::path kExecutable = CORVELLAN_UPDATER;
+const std::filesystem::path kExecutable = BuiltPath(CORVELLAN_UPDATER);
 
 struct LibraryReleaser {
     using pointer = HMODULE;

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "fixtures/built_path.h"
 #include "fixtures/file_content.h"
 #include "fixtures/temporary_directory.h"
 #include "support/argument_quoting.h"
@@ -27,7 +28,7 @@ constexpr char kUnknownMode[] =
     R"({"state":"failed","message":"Unknown updater mode","exitCode":1})";
 
 // A process that has not ended by then waits for somebody, or for something.
-constexpr DWORD kLimit = 10'000;
+constexpr DWORD kLimit = 30'000;
 
 struct Outcome {
     bool ended = false;
@@ -70,7 +71,7 @@ struct Executable : testing::Test {
         CreateDirectories(program);
         CreateDirectories(current);
         CreateDirectories(job);
-        CopyToNewFile(CORVELLAN_UPDATER, executable);
+        CopyToNewFile(BuiltPath(CORVELLAN_UPDATER), executable);
     }
 
     Outcome Run(const std::wstring& arguments) const {

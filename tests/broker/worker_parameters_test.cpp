@@ -2,14 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "support/handle.h"
-#include "support/windows_api.h"
-
-// After the Windows types that they need.
-#include <shellapi.h>
-
 #include <string_view>
 #include <vector>
+
+#include "fixtures/system_splitting.h"
 
 namespace updater {
 namespace {
@@ -62,17 +58,14 @@ TEST(WorkerParameters, GiveTheWorkerExactlyTheBrokersValues) {
         {L"--g", L"--broker"},
     };
     const std::wstring commandLine = L"updater.exe " + BuildWorkerParameters(arguments, kBaseName);
-    int count = 0;
-    LPWSTR* const list = CommandLineToArgvW(commandLine.c_str(), &count);
-    const UniqueLocalMemory owned(list);
-
-    std::vector<std::wstring_view> tokens(list, list + count);
+    const std::vector<std::wstring> tokens = SplitBySystem(commandLine);
     ASSERT_EQ(tokens.size(), 18U);
     EXPECT_EQ(tokens[1], kWorkerFlag);
-    tokens.erase(tokens.begin() + 1);
+    std::vector<std::wstring_view> options(tokens.begin(), tokens.end());
+    options.erase(options.begin() + 1);
     UpdaterArguments expected = arguments;
     expected[kEventOption] = kBaseName;
-    EXPECT_EQ(ArgumentsFromTokens(tokens), expected);
+    EXPECT_EQ(ArgumentsFromTokens(options), expected);
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/programs/program_report.h"
+#include "fixtures/quoted_arguments.h"
 #include "fixtures/system_splitting.h"
 #include "fixtures/temporary_directory.h"
 #include "fuzz/oracle/command_line_splitting.h"
@@ -13,7 +15,6 @@
 #include "inputs/random_text.h"
 #include "support/argument_quoting.h"
 #include "support/process_utilities.h"
-#include "support/program_report.h"
 
 namespace updater {
 
@@ -37,7 +38,7 @@ std::vector<std::wstring> RandomArguments(RandomSource& random, std::size_t most
 std::vector<std::wstring> ArgumentsOfChildProcess(const std::vector<std::wstring>& arguments) {
     const TemporaryDirectory directory;
     const std::filesystem::path report = directory.path / L"report";
-    const std::filesystem::path program = StandInPath(L"..\\support\\reporting-program.exe");
+    const std::filesystem::path program = ReportingProgram();
     LaunchProcess(program, ReportArguments(report, 0) + JoinQuoted(arguments), directory.path,
                   LaunchWait::UntilExit);
     return ReadProgramReport(report).arguments;

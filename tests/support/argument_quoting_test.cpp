@@ -9,10 +9,11 @@
 #include <string_view>
 #include <vector>
 
+#include "fixtures/programs/program_report.h"
+#include "fixtures/quoted_arguments.h"
 #include "fixtures/system_splitting.h"
 #include "fixtures/temporary_directory.h"
 #include "support/process_utilities.h"
-#include "support/program_report.h"
 
 namespace updater {
 
@@ -102,9 +103,8 @@ TEST(QuoteArgument, AChildProcessReceivesExactlyTheArguments) {
     const TemporaryDirectory directory;
     const std::filesystem::path report = directory.path / L"report";
     const std::vector<std::wstring> arguments = AllArguments();
-    ASSERT_EQ(LaunchProcess(StandInPath(L"reporting-program.exe"),
-                            ReportArguments(report, 0) + JoinQuoted(arguments), directory.path,
-                            LaunchWait::UntilExit),
+    ASSERT_EQ(LaunchProcess(ReportingProgram(), ReportArguments(report, 0) + JoinQuoted(arguments),
+                            directory.path, LaunchWait::UntilExit),
               0U);
     EXPECT_EQ(ReadProgramReport(report).arguments, arguments);
 }

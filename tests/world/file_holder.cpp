@@ -3,9 +3,9 @@
 #include <array>
 #include <stdexcept>
 
+#include "fixtures/built_path.h"
 #include "support/argument_quoting.h"
 #include "support/process_utilities.h"
-#include "support/program_report.h"
 #include "support/windows_api.h"
 
 namespace updater {
@@ -19,7 +19,7 @@ UniqueHandle CreateEventNamed(const std::wstring& name) {
 }
 
 StandInProcess StartHolder(const std::filesystem::path& file, const std::wstring& eventBaseName) {
-    const std::filesystem::path program = StandInPath(L"holding-program.exe");
+    const std::filesystem::path program = BuiltPath(CORVELLAN_HOLDING_PROGRAM);
     std::wstring commandLine = QuoteArgument(program.native()) + L' ' +
                                QuoteArgument(file.native()) + L' ' + eventBaseName + L"-begin " +
                                eventBaseName + L"-held " + eventBaseName + L"-end";
