@@ -5,26 +5,16 @@
 
 namespace updater {
 
-Replacement<decltype(CommandLineToArgvW)> commandLineToArgv;
-Replacement<decltype(GetCommandLineW)> getCommandLine;
-Replacement<decltype(LocalFree)> localFree;
+REPLACE_IMPORTED(CommandLineToArgvW, commandLineToArgv)
+REPLACE_IMPORTED(GetCommandLineW, getCommandLine)
+REPLACE_IMPORTED(LocalFree, localFree)
+
 Replacement<decltype(IsProcessElevated)> isProcessElevated;
 Replacement<decltype(RunBroker)> runBroker;
 Replacement<decltype(RunSelfTest)> runSelfTest;
 Replacement<decltype(RunWorker)> runWorker;
 
 extern "C" {
-
-extern decltype(&CommandLineToArgvW) __real___imp_CommandLineToArgvW;
-decltype(&CommandLineToArgvW) __wrap___imp_CommandLineToArgvW =
-    ImportDouble<commandLineToArgv, __real___imp_CommandLineToArgvW>::Call;
-
-extern decltype(&GetCommandLineW) __real___imp_GetCommandLineW;
-decltype(&GetCommandLineW) __wrap___imp_GetCommandLineW =
-    ImportDouble<getCommandLine, __real___imp_GetCommandLineW>::Call;
-
-extern decltype(&LocalFree) __real___imp_LocalFree;
-decltype(&LocalFree) __wrap___imp_LocalFree = ImportDouble<localFree, __real___imp_LocalFree>::Call;
 
 decltype(IsProcessElevated) __real__ZN7updater17IsProcessElevatedEv;
 decltype(IsProcessElevated) __wrap__ZN7updater17IsProcessElevatedEv;

@@ -10,11 +10,6 @@ namespace updater {
 
 namespace {
 
-BOOL FailWith(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
-
 HANDLE Duplicate(HANDLE handle) {
     HANDLE copy = nullptr;
     DuplicateHandle(GetCurrentProcess(), handle, GetCurrentProcess(), &copy, 0, FALSE,
@@ -102,8 +97,7 @@ HANDLE BrokerWorld::OnOpenProcess(DWORD access, BOOL inherit, DWORD processId) {
         actions.emplace_back(expected ? "open parent" : "open parent with other rights");
     }
     if (processId != 0 && processId == faults.inaccessibleProcess) {
-        FailWith(ERROR_ACCESS_DENIED);
-        return nullptr;
+        return FailWith(ERROR_ACCESS_DENIED, HANDLE{nullptr});
     }
     return OpenProcess(access, inherit, processId);
 }

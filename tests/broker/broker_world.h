@@ -9,7 +9,7 @@
 #include "fixtures/processes/process_start.h"
 #include "fixtures/processes/simulated_time.h"
 #include "fixtures/processes/stand_in_process.h"
-#include "fixtures/processes/status_record.h"
+#include "fixtures/processes/status_history.h"
 #include "fixtures/processes/windows_doubles.h"
 #include "fixtures/temporary_directory.h"
 #include "support/updater_arguments.h"
@@ -121,21 +121,21 @@ struct BrokerWorld {
     ScopedReplacement<decltype(OpenProcess)> openProcess{
         doubles::openProcess, std::bind_front(&BrokerWorld::OnOpenProcess, this)};
     ScopedReplacement<decltype(QueryFullProcessImageNameW)> queryImageName{
-        doubles::queryImageName, std::bind_front(&BrokerWorld::OnQueryImageName, this)};
+        doubles::queryFullProcessImageName, std::bind_front(&BrokerWorld::OnQueryImageName, this)};
     ScopedReplacement<decltype(Process32FirstW)> firstProcess{
-        doubles::firstProcess, std::bind_front(&BrokerWorld::OnFirstProcess, this)};
+        doubles::process32First, std::bind_front(&BrokerWorld::OnFirstProcess, this)};
     ScopedReplacement<decltype(CoCreateGuid)> coCreateGuid{
         doubles::coCreateGuid, std::bind_front(&BrokerWorld::OnCreateGuid, this)};
     ScopedReplacement<decltype(CreateEventW)> createEvent{
         doubles::createEvent, std::bind_front(&BrokerWorld::OnCreateEvent, this)};
     ScopedReplacement<decltype(ShellExecuteExW)> shellExecute{
-        doubles::shellExecute, std::bind_front(&BrokerWorld::OnShellExecute, this)};
+        doubles::shellExecuteEx, std::bind_front(&BrokerWorld::OnShellExecute, this)};
     ScopedReplacement<decltype(SetEvent)> setEvent{doubles::setEvent,
                                                    std::bind_front(&BrokerWorld::OnSetEvent, this)};
     ScopedReplacement<decltype(GetExitCodeProcess)> getExitCodeProcess{
         doubles::getExitCodeProcess, std::bind_front(&BrokerWorld::OnGetExitCode, this)};
     ScopedReplacement<decltype(GetFileAttributesExW)> getFileAttributes{
-        doubles::getFileAttributes, std::bind_front(&BrokerWorld::OnGetFileAttributes, this)};
+        doubles::getFileAttributesEx, std::bind_front(&BrokerWorld::OnGetFileAttributes, this)};
     ScopedReplacement<decltype(MessageBoxW)> messageBox{
         doubles::messageBox, std::bind_front(&BrokerWorld::OnMessageBox, this)};
 };

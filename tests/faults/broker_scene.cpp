@@ -69,7 +69,7 @@ struct BrokerRun {
     ScopedReplacement<decltype(CreateEventW)> createEvent{
         doubles::createEvent, std::bind_front(&BrokerRun::OnCreateEvent, this)};
     ScopedReplacement<decltype(ShellExecuteExW)> shellExecute{
-        doubles::shellExecute, std::bind_front(&BrokerRun::OnShellExecute, this)};
+        doubles::shellExecuteEx, std::bind_front(&BrokerRun::OnShellExecute, this)};
     ScopedReplacement<decltype(SetEvent)> setEvent{doubles::setEvent,
                                                    std::bind_front(&BrokerRun::OnSetEvent, this)};
     ScopedReplacement<decltype(CreateProcessW)> createProcess{

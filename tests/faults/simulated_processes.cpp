@@ -15,14 +15,14 @@ void CopyText(const std::wstring& text, wchar_t* target) {
 SimulatedProcesses::SimulatedProcesses()
     : openProcess(doubles::openProcess,
                   [this](DWORD /*access*/, BOOL /*inherit*/, DWORD id) { return Open(id); }),
-      queryImageName(doubles::queryImageName,
+      queryImageName(doubles::queryFullProcessImageName,
                      std::bind_front(&SimulatedProcesses::OnQueryImageName, this)),
-      firstProcess(doubles::firstProcess,
+      firstProcess(doubles::process32First,
                    [this](HANDLE /*snapshot*/, LPPROCESSENTRY32W entry) {
                        listPosition = 0;
                        return ListNext(entry);
                    }),
-      nextProcess(doubles::nextProcess,
+      nextProcess(doubles::process32Next,
                   [this](HANDLE /*snapshot*/, LPPROCESSENTRY32W entry) { return ListNext(entry); }),
       getExitCodeProcess(doubles::getExitCodeProcess,
                          std::bind_front(&SimulatedProcesses::OnGetExitCode, this)) {}

@@ -16,11 +16,11 @@ namespace doubles {
 // The further functions by which this program, or its run-time library, gets at a file by its name.
 extern Replacement<decltype(CreateFileW)> createFile;
 extern Replacement<decltype(DeleteFileW)> deleteFile;
-extern Replacement<decltype(FindFirstFileExW)> findFirstFile;
-extern Replacement<decltype(GetFileAttributesW)> getAttributes;
-extern Replacement<decltype(GetFullPathNameW)> getFullPath;
-extern Replacement<decltype(SetFileAttributesW)> setAttributes;
-extern Replacement<decltype(_wfopen)> wideOpen;
+extern Replacement<decltype(FindFirstFileExW)> findFirstFileEx;
+extern Replacement<decltype(GetFileAttributesW)> getFileAttributes;
+extern Replacement<decltype(GetFullPathNameW)> getFullPathName;
+extern Replacement<decltype(SetFileAttributesW)> setFileAttributes;
+extern Replacement<decltype(_wfopen)> wfopen;
 
 }  // namespace doubles
 
@@ -56,21 +56,20 @@ struct SourceAccess {
     ScopedReplacement<decltype(DeleteFileW)> deleting{
         Watch(doubles::deleteFile, "DeleteFileW", &DeleteFileW)};
     ScopedReplacement<decltype(FindFirstFileExW)> finding{
-        Watch(doubles::findFirstFile, "FindFirstFileExW", &FindFirstFileExW)};
+        Watch(doubles::findFirstFileEx, "FindFirstFileExW", &FindFirstFileExW)};
     ScopedReplacement<decltype(GetFileAttributesW)> readingAttributes{
-        Watch(doubles::getAttributes, "GetFileAttributesW", &GetFileAttributesW)};
+        Watch(doubles::getFileAttributes, "GetFileAttributesW", &GetFileAttributesW)};
     ScopedReplacement<decltype(GetFileAttributesExW)> readingMoreAttributes{
-        Watch(doubles::getFileAttributes, "GetFileAttributesExW", &GetFileAttributesExW)};
+        Watch(doubles::getFileAttributesEx, "GetFileAttributesExW", &GetFileAttributesExW)};
     ScopedReplacement<decltype(GetFullPathNameW)> resolving{
-        Watch(doubles::getFullPath, "GetFullPathNameW", &GetFullPathNameW)};
+        Watch(doubles::getFullPathName, "GetFullPathNameW", &GetFullPathNameW)};
     ScopedReplacement<decltype(MoveFileExW)> moving{
-        Watch(doubles::moveFile, "MoveFileExW", &MoveFileExW)};
+        Watch(doubles::moveFileEx, "MoveFileExW", &MoveFileExW)};
     ScopedReplacement<decltype(SetFileAttributesW)> settingAttributes{
-        Watch(doubles::setAttributes, "SetFileAttributesW", &SetFileAttributesW)};
-    ScopedReplacement<decltype(GetFileVersionInfoSizeW)> readingVersion{
-        Watch(doubles::versionInfoSize, "GetFileVersionInfoSizeW", &GetFileVersionInfoSizeW)};
-    ScopedReplacement<decltype(_wfopen)> openingStream{
-        Watch(doubles::wideOpen, "_wfopen", &_wfopen)};
+        Watch(doubles::setFileAttributes, "SetFileAttributesW", &SetFileAttributesW)};
+    ScopedReplacement<decltype(GetFileVersionInfoSizeW)> readingVersion{Watch(
+        doubles::getFileVersionInfoSize, "GetFileVersionInfoSizeW", &GetFileVersionInfoSizeW)};
+    ScopedReplacement<decltype(_wfopen)> openingStream{Watch(doubles::wfopen, "_wfopen", &_wfopen)};
 };
 
 }  // namespace updater

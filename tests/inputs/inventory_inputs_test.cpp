@@ -29,28 +29,9 @@
 namespace updater {
 
 // Every file that a stream opens, and every file that is hashed, goes through these.
-Replacement<decltype(_wfopen)> openFile;
-Replacement<decltype(CreateFileW)> createFile;
+REPLACE_IMPORTED(_wfopen, wfopen)
+REPLACE_IMPORTED(CreateFileW, createFile)
 Replacement<decltype(FileSha256Hex)> fileSha256Hex;
-
-extern "C" {
-extern decltype(&_wfopen) OpenFileImport __asm__("__real___imp__wfopen");
-FILE* OpenFileDouble(const wchar_t* file, const wchar_t* mode) {
-    return openFile.Call(OpenFileImport, file, mode);
-}
-extern decltype(&_wfopen) OpenFilePointer __asm__("__wrap___imp__wfopen");
-decltype(&_wfopen) OpenFilePointer = OpenFileDouble;
-
-extern decltype(&CreateFileW) CreateFileImport __asm__("__real___imp_CreateFileW");
-HANDLE WINAPI CreateFileDouble(LPCWSTR file, DWORD access, DWORD share,
-                               LPSECURITY_ATTRIBUTES security, DWORD disposition, DWORD flags,
-                               HANDLE model) {
-    return createFile.Call(CreateFileImport, file, access, share, security, disposition, flags,
-                           model);
-}
-extern decltype(&CreateFileW) CreateFilePointer __asm__("__wrap___imp_CreateFileW");
-decltype(&CreateFileW) CreateFilePointer = CreateFileDouble;
-}
 
 std::string RealFileSha256Hex(const std::filesystem::path& file) __asm__(
     "__real__ZN7updater13FileSha256HexERKNSt10filesystem7__cxx114pathE");
@@ -94,7 +75,7 @@ std::wstring PathOfHandle(HANDLE file) {
 /// While it is in scope, records which files are opened and hashed; the calls do their work.
 struct FileAccesses {
     FileAccesses()
-        : open(openFile,
+        : open(wfopen,
                [this](const wchar_t* path, const wchar_t* mode) {
                    FILE* const file = _wfopen(path, mode);
                    Record(path, file == nullptr

@@ -21,19 +21,17 @@
 #include "support/windows_api.h"
 
 namespace updater {
+
+REPLACE_IMPORTED(GetCommandLineW, getCommandLine)
+
 namespace {
 
-Replacement<decltype(GetCommandLineW)> getCommandLine;
 Replacement<decltype(QuoteArgument)> quoteArgument;
 Replacement<decltype(RestoreProgram)> restoreProgram;
 
 }  // namespace
 
 extern "C" {
-
-extern decltype(&GetCommandLineW) __real___imp_GetCommandLineW;
-decltype(&GetCommandLineW) __wrap___imp_GetCommandLineW =
-    ImportDouble<getCommandLine, __real___imp_GetCommandLineW>::Call;
 
 decltype(QuoteArgument)
     __real__ZN7updater13QuoteArgumentB5cxx11ESt17basic_string_viewIwSt11char_traitsIwEE;

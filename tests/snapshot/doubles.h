@@ -15,17 +15,11 @@ extern Replacement<decltype(CopyFileW)> copyFile;
 extern Replacement<decltype(CreateDirectoryW)> createDirectory;
 extern Replacement<decltype(DeleteFileW)> deleteFile;
 extern Replacement<decltype(FindClose)> findClose;
-extern Replacement<decltype(FindFirstFileExW)> findFirstFile;
+extern Replacement<decltype(FindFirstFileExW)> findFirstFileEx;
 extern Replacement<decltype(FindNextFileW)> findNextFile;
 extern Replacement<decltype(GetFileAttributesExW)> getFileAttributesEx;
 extern Replacement<decltype(GetFileAttributesW)> getFileAttributes;
-extern Replacement<decltype(GetFileInformationByHandleEx)> getFileInformation;
+extern Replacement<decltype(GetFileInformationByHandleEx)> getFileInformationByHandleEx;
 extern Replacement<decltype(FileSha256Hex)> fileSha256Hex;
-
-/// What a failing Windows call returns after setting the last error.
-inline BOOL FailWith(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
 
 }  // namespace updater

@@ -22,8 +22,8 @@ struct OperationTrace {
     std::vector<std::wstring> operations;
 
     ScopedReplacement<decltype(FindFirstFileExW)> listing{
-        findFirstFile, [this](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
-                              FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+        findFirstFileEx, [this](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
+                                FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
             operations.push_back(L"list " + Relative(pattern));
             return FindFirstFileExW(pattern, level, data, operation, filter, flags);
         }};

@@ -102,8 +102,8 @@ struct ScopedReparsePoint {
     std::wstring name;
     DWORD tag;
     ScopedReplacement<decltype(FindFirstFileExW)> opening{
-        findFirstFile, [this](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
-                              FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+        findFirstFileEx, [this](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
+                                FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
             const HANDLE search = FindFirstFileExW(pattern, level, data, operation, filter, flags);
             Change(data);
             return search;
@@ -276,11 +276,10 @@ struct ListingFailure {
     int searches = 0;
 
     ScopedReplacement<decltype(FindFirstFileExW)> opening{
-        findFirstFile, [this](LPCWSTR listed, FINDEX_INFO_LEVELS level, LPVOID data,
-                              FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+        findFirstFileEx, [this](LPCWSTR listed, FINDEX_INFO_LEVELS level, LPVOID data,
+                                FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
             if (at == At::Opening && Is(listed, pattern)) {
-                SetLastError(error);
-                return INVALID_HANDLE_VALUE;
+                return FailWith(error, INVALID_HANDLE_VALUE);
             }
             const HANDLE search = FindFirstFileExW(listed, level, data, operation, filter, flags);
             if (Is(listed, pattern)) {

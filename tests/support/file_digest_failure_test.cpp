@@ -10,7 +10,6 @@
 #include <bcrypt.h>
 
 #include <cerrno>
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -27,12 +26,12 @@ namespace updater {
 
 namespace {
 
-Replacement<decltype(BCryptOpenAlgorithmProvider)> openProvider;
-Replacement<decltype(BCryptCreateHash)> createHash;
-Replacement<decltype(BCryptHashData)> hashData;
-Replacement<decltype(BCryptFinishHash)> finishHash;
-Replacement<decltype(BCryptDestroyHash)> destroyHash;
-Replacement<decltype(BCryptCloseAlgorithmProvider)> closeProvider;
+Replacement<decltype(BCryptOpenAlgorithmProvider)> bcryptOpenAlgorithmProvider;
+Replacement<decltype(BCryptCreateHash)> bcryptCreateHash;
+Replacement<decltype(BCryptHashData)> bcryptHashData;
+Replacement<decltype(BCryptFinishHash)> bcryptFinishHash;
+Replacement<decltype(BCryptDestroyHash)> bcryptDestroyHash;
+Replacement<decltype(BCryptCloseAlgorithmProvider)> bcryptCloseAlgorithmProvider;
 Replacement<int(int, void*, unsigned)> readFile;
 
 }  // namespace
@@ -49,33 +48,33 @@ extern int __real_read(int, void*, unsigned);
 
 NTSTATUS WINAPI __wrap_BCryptOpenAlgorithmProvider(BCRYPT_ALG_HANDLE* provider, LPCWSTR algorithm,
                                                    LPCWSTR implementation, ULONG flags) {
-    return openProvider.Call(__real_BCryptOpenAlgorithmProvider, provider, algorithm,
-                             implementation, flags);
+    return bcryptOpenAlgorithmProvider.Call(__real_BCryptOpenAlgorithmProvider, provider, algorithm,
+                                            implementation, flags);
 }
 
 NTSTATUS WINAPI __wrap_BCryptCreateHash(BCRYPT_ALG_HANDLE provider, BCRYPT_HASH_HANDLE* hash,
                                         PUCHAR object, ULONG objectBytes, PUCHAR secret,
                                         ULONG secretBytes, ULONG flags) {
-    return createHash.Call(__real_BCryptCreateHash, provider, hash, object, objectBytes, secret,
-                           secretBytes, flags);
+    return bcryptCreateHash.Call(__real_BCryptCreateHash, provider, hash, object, objectBytes,
+                                 secret, secretBytes, flags);
 }
 
 NTSTATUS WINAPI __wrap_BCryptHashData(BCRYPT_HASH_HANDLE hash, PUCHAR data, ULONG bytes,
                                       ULONG flags) {
-    return hashData.Call(__real_BCryptHashData, hash, data, bytes, flags);
+    return bcryptHashData.Call(__real_BCryptHashData, hash, data, bytes, flags);
 }
 
 NTSTATUS WINAPI __wrap_BCryptFinishHash(BCRYPT_HASH_HANDLE hash, PUCHAR output, ULONG bytes,
                                         ULONG flags) {
-    return finishHash.Call(__real_BCryptFinishHash, hash, output, bytes, flags);
+    return bcryptFinishHash.Call(__real_BCryptFinishHash, hash, output, bytes, flags);
 }
 
 NTSTATUS WINAPI __wrap_BCryptDestroyHash(BCRYPT_HASH_HANDLE hash) {
-    return destroyHash.Call(__real_BCryptDestroyHash, hash);
+    return bcryptDestroyHash.Call(__real_BCryptDestroyHash, hash);
 }
 
 NTSTATUS WINAPI __wrap_BCryptCloseAlgorithmProvider(BCRYPT_ALG_HANDLE provider, ULONG flags) {
-    return closeProvider.Call(__real_BCryptCloseAlgorithmProvider, provider, flags);
+    return bcryptCloseAlgorithmProvider.Call(__real_BCryptCloseAlgorithmProvider, provider, flags);
 }
 
 int __wrap_read(int file, void* buffer, unsigned bytes) {
@@ -124,7 +123,7 @@ struct ObservedProvider {
 
 ObservedProvider::ObservedProvider(const ProviderStatuses& answers)
     : statuses(answers),
-      open(openProvider,
+      open(bcryptOpenAlgorithmProvider,
            [this](BCRYPT_ALG_HANDLE* opened, LPCWSTR algorithm, LPCWSTR implementation,
                   ULONG flags) {
                calls.emplace_back("open");
@@ -138,7 +137,7 @@ ObservedProvider::ObservedProvider(const ProviderStatuses& answers)
                provider = *opened;
                return statuses.open;
            }),
-      create(createHash,
+      create(bcryptCreateHash,
              [this](BCRYPT_ALG_HANDLE from, BCRYPT_HASH_HANDLE* created, PUCHAR object,
                     ULONG objectBytes, PUCHAR secret, ULONG secretBytes, ULONG flags) {
                  calls.emplace_back("create");
@@ -156,7 +155,7 @@ ObservedProvider::ObservedProvider(const ProviderStatuses& answers)
                  hash = *created;
                  return statuses.create;
              }),
-      feed(hashData,
+      feed(bcryptHashData,
            [this](BCRYPT_HASH_HANDLE into, PUCHAR data, ULONG bytes, ULONG flags) {
                calls.push_back("hash " + std::to_string(bytes));
                EXPECT_EQ(into, hash);
@@ -168,7 +167,7 @@ ObservedProvider::ObservedProvider(const ProviderStatuses& answers)
                __real_BCryptHashData(into, data, bytes, flags);
                return statuses.hash < 0 ? 0 : statuses.hash;
            }),
-      finish(finishHash,
+      finish(bcryptFinishHash,
              [this](BCRYPT_HASH_HANDLE of, PUCHAR output, ULONG bytes, ULONG flags) {
                  calls.emplace_back("finish");
                  EXPECT_EQ(of, hash);
@@ -180,14 +179,14 @@ ObservedProvider::ObservedProvider(const ProviderStatuses& answers)
                  __real_BCryptFinishHash(of, output, bytes, flags);
                  return statuses.finish;
              }),
-      destroy(destroyHash,
+      destroy(bcryptDestroyHash,
               [this](BCRYPT_HASH_HANDLE destroyed) {
                   calls.emplace_back("destroy");
                   EXPECT_EQ(destroyed, hash);
                   __real_BCryptDestroyHash(destroyed);
                   return kInvalidHandle;
               }),
-      close(closeProvider, [this](BCRYPT_ALG_HANDLE closed, ULONG flags) {
+      close(bcryptCloseAlgorithmProvider, [this](BCRYPT_ALG_HANDLE closed, ULONG flags) {
           calls.emplace_back("close");
           EXPECT_EQ(closed, provider);
           EXPECT_EQ(flags, 0U);
@@ -329,10 +328,7 @@ TEST_F(FileSha256HexFailure, NoFailureLeavesAHandleOpen) {
             EXPECT_THROW(FileSha256Hex(file), std::runtime_error);
         }
     };
-    failEverywhere();
-    const std::size_t before = CountOpenHandles();
-    failEverywhere();
-    EXPECT_EQ(CountOpenHandles(), before);
+    ExpectNoHandleLeft(failEverywhere);
     EXPECT_NO_THROW(RemoveFile(file)) << "the file is closed, too";
 }
 

@@ -15,19 +15,16 @@
 
 namespace updater {
 
+REPLACE_IMPORTED(MoveFileExW, moveFileEx)
+
 namespace {
 
-Replacement<decltype(MoveFileExW)> moveFile;
 Replacement<int(int, const void*, unsigned)> writeFile;
 Replacement<int(int, void*, unsigned)> readFile;
 
 }  // namespace
 
 extern "C" {
-
-extern decltype(&MoveFileExW) __real___imp_MoveFileExW;
-decltype(&MoveFileExW) __wrap___imp_MoveFileExW =
-    ImportDouble<moveFile, __real___imp_MoveFileExW>::Call;
 
 extern int __real_write(int, const void*, unsigned);
 extern int __real_read(int, void*, unsigned);
@@ -51,7 +48,7 @@ TEST(WriteUpdateStatusFailure, TheMoveReplacesAndReachesTheDisk) {
     const TemporaryDirectory job;
     int moves = 0;
     const ScopedReplacement<decltype(MoveFileExW)> observedMove(
-        moveFile, [&](LPCWSTR source, LPCWSTR target, DWORD flags) {
+        moveFileEx, [&](LPCWSTR source, LPCWSTR target, DWORD flags) {
             ++moves;
             EXPECT_EQ(source, (job.path / L"status.tmp").native());
             EXPECT_EQ(target, (job.path / L"status.json").native());
@@ -68,10 +65,7 @@ TEST(WriteUpdateStatusFailure, AFailedMoveKeepsTheOldRecordAndTheTemporaryFile) 
     const TemporaryDirectory job;
     WriteUpdateStatus(job.path, kStateReady, "old", 0);
     const ScopedReplacement<decltype(MoveFileExW)> failingMove(
-        moveFile, [](LPCWSTR, LPCWSTR, DWORD) {
-            SetLastError(ERROR_ACCESS_DENIED);
-            return FALSE;
-        });
+        moveFileEx, [](LPCWSTR, LPCWSTR, DWORD) { return FailWith(ERROR_ACCESS_DENIED); });
     EXPECT_THAT([&] { WriteUpdateStatus(job.path, kStateFailed, "new", 1); },
                 RaisesError("Cannot write update status"));
     EXPECT_THAT(

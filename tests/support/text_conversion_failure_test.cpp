@@ -11,40 +11,24 @@
 
 namespace updater {
 
-namespace {
-
-Replacement<decltype(MultiByteToWideChar)> toWide;
-Replacement<decltype(WideCharToMultiByte)> toMultiByte;
-
-}  // namespace
-
-}  // namespace updater
-
-extern "C" {
-extern decltype(&MultiByteToWideChar) __real___imp_MultiByteToWideChar;
-decltype(&MultiByteToWideChar) __wrap___imp_MultiByteToWideChar =
-    updater::ImportDouble<updater::toWide, __real___imp_MultiByteToWideChar>::Call;
-extern decltype(&WideCharToMultiByte) __real___imp_WideCharToMultiByte;
-decltype(&WideCharToMultiByte) __wrap___imp_WideCharToMultiByte =
-    updater::ImportDouble<updater::toMultiByte, __real___imp_WideCharToMultiByte>::Call;
-}
-
-namespace updater {
+REPLACE_IMPORTED(MultiByteToWideChar, multiByteToWideChar)
+REPLACE_IMPORTED(WideCharToMultiByte, wideCharToMultiByte)
 
 namespace {
 
 TEST(TextConversionCalls, AskForTheLengthFirstAndReplaceWhatIsInvalid) {
     std::vector<int> rooms;
     const ScopedReplacement<decltype(MultiByteToWideChar)> wide(
-        toWide, [&](UINT codePage, DWORD flags, LPCCH text, int bytes, LPWSTR result, int room) {
+        multiByteToWideChar,
+        [&](UINT codePage, DWORD flags, LPCCH text, int bytes, LPWSTR result, int room) {
             EXPECT_EQ(codePage, static_cast<UINT>(CP_UTF8));
             EXPECT_EQ(flags, 0U);
             rooms.push_back(room);
             return __real___imp_MultiByteToWideChar(codePage, flags, text, bytes, result, room);
         });
     const ScopedReplacement<decltype(WideCharToMultiByte)> narrow(
-        toMultiByte, [&](UINT codePage, DWORD flags, LPCWCH text, int units, LPSTR result, int room,
-                         LPCCH defaultCharacter, LPBOOL usedDefault) {
+        wideCharToMultiByte, [&](UINT codePage, DWORD flags, LPCWCH text, int units, LPSTR result,
+                                 int room, LPCCH defaultCharacter, LPBOOL usedDefault) {
             EXPECT_EQ(codePage, static_cast<UINT>(CP_UTF8));
             EXPECT_EQ(flags, 0U);
             EXPECT_EQ(defaultCharacter, nullptr);

@@ -11,21 +11,22 @@
 
 #include "fixtures/raised_errors.h"
 #include "fixtures/replacement.h"
-#include "support/program_report.h"
+#include "support/stand_ins/version_program.h"
 #include "support/version_information.h"
 #include "support/windows_api.h"
 
 namespace updater {
 
+REPLACE_IMPORTED(RegGetValueW, regGetValue)
+REPLACE_IMPORTED(RegOpenKeyExW, regOpenKeyEx)
+REPLACE_IMPORTED(RegSetValueExW, regSetValueEx)
+REPLACE_IMPORTED(RegCloseKey, regCloseKey)
+
 namespace {
 
-Replacement<decltype(GetFileVersionInfoSizeW)> versionInfoSize;
-Replacement<decltype(GetFileVersionInfoW)> versionInfo;
-Replacement<decltype(VerQueryValueW)> queryValue;
-Replacement<decltype(RegGetValueW)> getValue;
-Replacement<decltype(RegOpenKeyExW)> openKey;
-Replacement<decltype(RegSetValueExW)> setValue;
-Replacement<decltype(RegCloseKey)> closeKey;
+Replacement<decltype(GetFileVersionInfoSizeW)> getFileVersionInfoSize;
+Replacement<decltype(GetFileVersionInfoW)> getFileVersionInfo;
+Replacement<decltype(VerQueryValueW)> verQueryValue;
 
 }  // namespace
 
@@ -36,30 +37,16 @@ extern decltype(GetFileVersionInfoW) __real_GetFileVersionInfoW;
 extern decltype(VerQueryValueW) __real_VerQueryValueW;
 
 DWORD WINAPI __wrap_GetFileVersionInfoSizeW(LPCWSTR file, LPDWORD handle) {
-    return versionInfoSize.Call(__real_GetFileVersionInfoSizeW, file, handle);
+    return getFileVersionInfoSize.Call(__real_GetFileVersionInfoSizeW, file, handle);
 }
 
 BOOL WINAPI __wrap_GetFileVersionInfoW(LPCWSTR file, DWORD handle, DWORD bytes, LPVOID data) {
-    return versionInfo.Call(__real_GetFileVersionInfoW, file, handle, bytes, data);
+    return getFileVersionInfo.Call(__real_GetFileVersionInfoW, file, handle, bytes, data);
 }
 
 BOOL WINAPI __wrap_VerQueryValueW(LPCVOID resource, LPCWSTR block, LPVOID* value, PUINT bytes) {
-    return queryValue.Call(__real_VerQueryValueW, resource, block, value, bytes);
+    return verQueryValue.Call(__real_VerQueryValueW, resource, block, value, bytes);
 }
-
-extern decltype(&RegGetValueW) __real___imp_RegGetValueW;
-extern decltype(&RegOpenKeyExW) __real___imp_RegOpenKeyExW;
-extern decltype(&RegSetValueExW) __real___imp_RegSetValueExW;
-extern decltype(&RegCloseKey) __real___imp_RegCloseKey;
-
-decltype(&RegGetValueW) __wrap___imp_RegGetValueW =
-    ImportDouble<getValue, __real___imp_RegGetValueW>::Call;
-decltype(&RegOpenKeyExW) __wrap___imp_RegOpenKeyExW =
-    ImportDouble<openKey, __real___imp_RegOpenKeyExW>::Call;
-decltype(&RegSetValueExW) __wrap___imp_RegSetValueExW =
-    ImportDouble<setValue, __real___imp_RegSetValueExW>::Call;
-decltype(&RegCloseKey) __wrap___imp_RegCloseKey =
-    ImportDouble<closeKey, __real___imp_RegCloseKey>::Call;
 
 }  // extern "C"
 
@@ -77,25 +64,25 @@ struct ReadExecutableVersionFailure : testing::Test {
         EXPECT_THAT([this] { ReadExecutableVersion(program); }, RaisesError(message));
     }
 
-    std::filesystem::path program = StandInPath(L"version-1.2.0.0.exe");
+    std::filesystem::path program = VersionProgram(L"1.2.0.0");
 };
 
 TEST_F(ReadExecutableVersionFailure, AResourceThatCannotBeReadAfterAll) {
     const ScopedReplacement<decltype(GetFileVersionInfoW)> refusing(
-        versionInfo, [](LPCWSTR, DWORD, DWORD, LPVOID) { return FALSE; });
+        getFileVersionInfo, [](LPCWSTR, DWORD, DWORD, LPVOID) { return FALSE; });
     ExpectFailure("Cannot read installed executable version");
 }
 
 TEST_F(ReadExecutableVersionFailure, AQueryThatFails) {
     const ScopedReplacement<decltype(VerQueryValueW)> refusing(
-        queryValue, [](LPCVOID, LPCWSTR, LPVOID*, PUINT) { return FALSE; });
+        verQueryValue, [](LPCVOID, LPCWSTR, LPVOID*, PUINT) { return FALSE; });
     ExpectFailure("Executable version is missing");
 }
 
 TEST_F(ReadExecutableVersionFailure, FixedInformationOfFewerThan52Bytes) {
     for (const UINT length : {0U, 51U}) {
         const ScopedReplacement<decltype(VerQueryValueW)> answering(
-            queryValue, [length](LPCVOID resource, LPCWSTR block, LPVOID* value, PUINT bytes) {
+            verQueryValue, [length](LPCVOID resource, LPCWSTR block, LPVOID* value, PUINT bytes) {
                 const BOOL answer = __real_VerQueryValueW(resource, block, value, bytes);
                 *bytes = length;
                 return answer;
@@ -109,12 +96,12 @@ TEST_F(ReadExecutableVersionFailure, TheRootOfAZeroFilledBufferOfExactlyTheSizeI
     information.dwFileVersionMS = 0x000A0000;
     information.dwFileVersionLS = 0x4A610001;
     const ScopedReplacement<decltype(GetFileVersionInfoSizeW)> sized(
-        versionInfoSize, [this](LPCWSTR file, LPDWORD) {
+        getFileVersionInfoSize, [this](LPCWSTR file, LPDWORD) {
             EXPECT_EQ(file, program.native());
             return kSize;
         });
     const ScopedReplacement<decltype(GetFileVersionInfoW)> filled(
-        versionInfo, [this](LPCWSTR file, DWORD handle, DWORD bytes, LPVOID data) {
+        getFileVersionInfo, [this](LPCWSTR file, DWORD handle, DWORD bytes, LPVOID data) {
             EXPECT_EQ(file, program.native());
             EXPECT_EQ(handle, 0U);
             EXPECT_EQ(bytes, kSize);
@@ -123,7 +110,7 @@ TEST_F(ReadExecutableVersionFailure, TheRootOfAZeroFilledBufferOfExactlyTheSizeI
             return TRUE;
         });
     const ScopedReplacement<decltype(VerQueryValueW)> queried(
-        queryValue, [&](LPCVOID, LPCWSTR block, LPVOID* value, PUINT bytes) {
+        verQueryValue, [&](LPCVOID, LPCWSTR block, LPVOID* value, PUINT bytes) {
             EXPECT_STREQ(block, L"\\");
             *value = &information;
             *bytes = sizeof(information);
@@ -134,7 +121,7 @@ TEST_F(ReadExecutableVersionFailure, TheRootOfAZeroFilledBufferOfExactlyTheSizeI
 
 TEST(ReadRegisteredVersionFailure, OnlyATextOfThe64BitViewIsAskedForIntoAZeroFilledBuffer) {
     const ScopedReplacement<decltype(RegGetValueW)> answering(
-        getValue,
+        regGetValue,
         [](auto hive, LPCWSTR key, LPCWSTR value, DWORD flags, LPDWORD, PVOID data, auto bytes) {
             EXPECT_EQ(hive, HKEY_LOCAL_MACHINE);
             EXPECT_STREQ(key, kEntryKey);
@@ -151,7 +138,7 @@ TEST(ReadRegisteredVersionFailure, OnlyATextOfThe64BitViewIsAskedForIntoAZeroFil
 
 TEST(ReadRegisteredVersionFailure, AFailedReadGivesAnEmptyTextWhateverWasLeftInTheBuffer) {
     const ScopedReplacement<decltype(RegGetValueW)> failing(
-        getValue, [](HKEY, LPCWSTR, LPCWSTR, DWORD, LPDWORD, PVOID data, LPDWORD) {
+        regGetValue, [](HKEY, LPCWSTR, LPCWSTR, DWORD, LPDWORD, PVOID data, LPDWORD) {
             std::memcpy(data, L"1.0", sizeof(L"1.0"));
             return LSTATUS{ERROR_MORE_DATA};
         });
@@ -176,7 +163,7 @@ const HKEY kOpenedKey = reinterpret_cast<HKEY>(0x1234);
 ObservedRegistry::ObservedRegistry(LSTATUS ofOpen, LSTATUS ofSet)
     : openStatus(ofOpen),
       setStatus(ofSet),
-      open(openKey,
+      open(regOpenKeyEx,
            [this](HKEY hive, LPCWSTR key, DWORD options, REGSAM access, PHKEY opened) {
                calls.emplace_back("open");
                EXPECT_EQ(hive, HKEY_LOCAL_MACHINE);
@@ -188,7 +175,7 @@ ObservedRegistry::ObservedRegistry(LSTATUS ofOpen, LSTATUS ofSet)
                }
                return openStatus;
            }),
-      set(setValue,
+      set(regSetValueEx,
           [this](HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data,
                  DWORD bytes) {
               calls.push_back("set " + std::to_string(bytes));
@@ -199,7 +186,7 @@ ObservedRegistry::ObservedRegistry(LSTATUS ofOpen, LSTATUS ofSet)
               EXPECT_STREQ(reinterpret_cast<const wchar_t*>(data), L"1.0.0.0");
               return setStatus;
           }),
-      close(closeKey, [this](HKEY key) {
+      close(regCloseKey, [this](HKEY key) {
           calls.emplace_back("close");
           EXPECT_EQ(key, kOpenedKey);
           return LSTATUS{ERROR_SUCCESS};

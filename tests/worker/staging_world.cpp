@@ -105,12 +105,10 @@ BOOL StagingWorld::OnCreateDirectory(LPCWSTR path, LPSECURITY_ATTRIBUTES securit
         return CreateDirectoryW(path, security);
     }
     actions.emplace_back("create staging directory");
-    creations.push_back({path, security->bInheritHandle != 0,
-                         IsProtected(security->lpSecurityDescriptor),
+    creations.push_back({security->bInheritHandle != 0, IsProtected(security->lpSecurityDescriptor),
                          EntriesOf(security->lpSecurityDescriptor)});
     if (faults.directoryUnavailable) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
+        return FailWith(ERROR_ACCESS_DENIED);
     }
     const BOOL done = CreateDirectoryW(path, security);
     if (done != 0) {

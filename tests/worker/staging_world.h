@@ -37,7 +37,6 @@ struct AccessEntry {
 
 /// How a staging directory was created.
 struct DirectoryCreation {
-    std::filesystem::path path;
     bool inheritsHandle;
     /// Whether the access list keeps the folder's own entries out.
     bool isProtected;
@@ -76,11 +75,12 @@ struct StagingWorld {
     void Release(void* memory);
 
     ScopedReplacement<decltype(SHGetKnownFolderPath)> knownFolderPath{
-        doubles::knownFolderPath, std::bind_front(&StagingWorld::OnKnownFolderPath, this)};
+        doubles::shGetKnownFolderPath, std::bind_front(&StagingWorld::OnKnownFolderPath, this)};
     ScopedReplacement<decltype(CoCreateGuid)> createGuid{
         doubles::coCreateGuid, std::bind_front(&StagingWorld::OnCreateGuid, this)};
     ScopedReplacement<decltype(ConvertStringSecurityDescriptorToSecurityDescriptorW)> convertSddl{
-        doubles::convertSddl, std::bind_front(&StagingWorld::OnConvertSddl, this)};
+        doubles::convertStringSecurityDescriptorToSecurityDescriptor,
+        std::bind_front(&StagingWorld::OnConvertSddl, this)};
     ScopedReplacement<decltype(CreateDirectoryW)> createDirectory{
         doubles::createDirectory, std::bind_front(&StagingWorld::OnCreateDirectory, this)};
     ScopedReplacement<decltype(LocalFree)> localFree{

@@ -23,7 +23,6 @@ WorkerWorld::WorkerWorld() {
             SetEvent(commit.get());
         });
     };
-    installed.processes.starts.clear();
     actions.clear();
 }
 
@@ -72,8 +71,7 @@ HANDLE WorkerWorld::OnOpenProcess(DWORD access, BOOL inherit, DWORD processId) {
         actions.emplace_back(expected ? "open parent" : "open parent with other rights");
     }
     if (processId != 0 && processId == faults.inaccessibleProcess) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return nullptr;
+        return FailWith(ERROR_ACCESS_DENIED, HANDLE{nullptr});
     }
     return OpenProcess(access, inherit, processId);
 }
@@ -82,8 +80,7 @@ BOOL WorkerWorld::OnQueryImageName(HANDLE process, DWORD flags, LPWSTR path, PDW
     if (GetProcessId(process) == application.id) {
         actions.emplace_back("query parent's image");
         if (faults.parentUnreadable) {
-            SetLastError(ERROR_GEN_FAILURE);
-            return FALSE;
+            return FailWith(ERROR_GEN_FAILURE);
         }
     }
     return QueryFullProcessImageNameW(process, flags, path, length);

@@ -150,7 +150,7 @@ void WorkerRun::Run() {
             Reach(Moment::BeforeSetup);
         }
     };
-    doubles::firstProcess.active = std::bind_front(&WorkerRun::OnFirstProcess, this);
+    doubles::process32First.active = std::bind_front(&WorkerRun::OnFirstProcess, this);
     before = InstalledTree();
     std::wstring commandLine = CommandLineOf(world.arguments);
     const ScopedReplacement<decltype(GetCommandLineW)> getCommandLine(
