@@ -41,80 +41,6 @@ TEST(CommandLine, LeavesTheProgramsOwnPathOutWhateverItLooksLike) {
     });
 }
 
-TEST(CommandLine, GivesModeFlagsTheValueOne) {
-    ExpectParsed({
-        {L"u --broker", {{L"--broker", L"1"}}},
-        {L"u --worker", {{L"--worker", L"1"}}},
-        {L"u --self-test", {{L"--self-test", L"1"}}},
-        {L"u --broker --worker --self-test --broker",
-         {{L"--broker", L"1"}, {L"--self-test", L"1"}, {L"--worker", L"1"}}},
-        {L"u \"--broker\"", {{L"--broker", L"1"}}},
-    });
-}
-
-TEST(CommandLine, DropsAKeyThatStandsLast) {
-    ExpectParsed({
-        {L"u --broker --job-dir", {{L"--broker", L"1"}}},
-        {L"u --job-dir", {}},
-        {L"u --job-dir D --job-dir", {{L"--job-dir", L"D"}}},
-        {L"u --job-dir D stray", {{L"--job-dir", L"D"}}},
-    });
-}
-
-TEST(CommandLine, KeepsTheLastValueOfARepeatedKey) {
-    ExpectParsed({
-        {L"u --worker --job-dir D --job-dir E", {{L"--job-dir", L"E"}, {L"--worker", L"1"}}},
-        {L"u --job-dir D --job-dir \"\"", {{L"--job-dir", L""}}},
-        {L"u --job-dir \"\" --worker --job-dir D", {{L"--job-dir", L"D"}, {L"--worker", L"1"}}},
-    });
-}
-
-TEST(CommandLine, TakesTheTokenAfterAKeyForItsValueWhateverItLooksLike) {
-    ExpectParsed({
-        {L"u --job-dir --self-test", {{L"--job-dir", L"--self-test"}}},
-        {L"u --job-dir --worker --worker", {{L"--job-dir", L"--worker"}, {L"--worker", L"1"}}},
-        {L"u --install-dir --job-dir D", {{L"--install-dir", L"--job-dir"}}},
-        {L"u stray --worker --job-dir D", {{L"stray", L"--worker"}, {L"--job-dir", L"D"}}},
-        {L"u --job-dir \"\" --worker", {{L"--job-dir", L""}, {L"--worker", L"1"}}},
-    });
-}
-
-TEST(CommandLine, TakesAnyTokenThatIsNoModeFlagForAKey) {
-    ExpectParsed({
-        {L"u word value", {{L"word", L"value"}}},
-        {L"u \"\" value --worker", {{L"", L"value"}, {L"--worker", L"1"}}},
-        {L"u \"two words\" value", {{L"two words", L"value"}}},
-        {L"u --unknown value", {{L"--unknown", L"value"}}},
-        {L"u --broker=1 value", {{L"--broker=1", L"value"}}},
-        {L"u -broker value", {{L"-broker", L"value"}}},
-        {L"u broker value", {{L"broker", L"value"}}},
-        {L"u /broker value", {{L"/broker", L"value"}}},
-        {L"u \"--broker \" value", {{L"--broker ", L"value"}}},
-        {L"u --brokers value", {{L"--brokers", L"value"}}},
-        {L"u --selftest value", {{L"--selftest", L"value"}}},
-    });
-}
-
-TEST(CommandLine, DistinguishesLetterCase) {
-    ExpectParsed({
-        {L"u --Broker --worker --job-dir D", {{L"--Broker", L"--worker"}, {L"--job-dir", L"D"}}},
-        {L"u --WORKER --job-dir D", {{L"--WORKER", L"--job-dir"}}},
-        {L"u --Self-Test x", {{L"--Self-Test", L"x"}}},
-        {L"u --BROKER", {}},
-        {L"u --Job-Dir D --job-dir E", {{L"--Job-Dir", L"D"}, {L"--job-dir", L"E"}}},
-    });
-}
-
-TEST(CommandLine, TakesOptionsInAnyOrder) {
-    const UpdaterArguments expected = {
-        {L"--job-dir", L"D"}, {L"--size", L"1"}, {L"--worker", L"1"}};
-    ExpectParsed({
-        {L"u --worker --job-dir D --size 1", expected},
-        {L"u --job-dir D --worker --size 1", expected},
-        {L"u --size 1 --job-dir D --worker", expected},
-    });
-}
-
 TEST(CommandLine, IsSplitByTheShellsRules) {
     ExpectParsed({
         {L"u --job-dir \"C:\\\u4E2D\u6587 path\\\\\" --broker",
@@ -122,6 +48,11 @@ TEST(CommandLine, IsSplitByTheShellsRules) {
         {L"u --version \"a\\\"b\"", {{L"--version", L"a\"b"}}},
         {L"u --job-dir C:\\a\\b", {{L"--job-dir", L"C:\\a\\b"}}},
         {L"u \t --job-dir \t D", {{L"--job-dir", L"D"}}},
+        {L"u \"--broker\"", {{L"--broker", L"1"}}},
+        {L"u \"--broker \" value", {{L"--broker ", L"value"}}},
+        {L"u \"two words\" value", {{L"two words", L"value"}}},
+        {L"u --job-dir \"\" --worker", {{L"--job-dir", L""}, {L"--worker", L"1"}}},
+        {L"u \"\" value", {{L"", L"value"}}},
         {L"\"a b\\u.exe\" --job-dir a\" \"b", {{L"--job-dir", L"a b"}}},
     });
 }

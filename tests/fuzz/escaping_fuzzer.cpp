@@ -6,19 +6,12 @@
 #include <string>
 
 #include "fuzz/fuzz_input.h"
+#include "fuzz/oracle/message_text.h"
 #include "fuzz/property.h"
 #include "support/status_text.h"
 
 namespace updater {
 namespace {
-
-std::string WithSpacesForControls(std::string_view text) {
-    std::string result(text);
-    std::replace_if(
-        result.begin(), result.end(),
-        [](char byte) { return static_cast<unsigned char>(byte) < 0x20; }, ' ');
-    return result;
-}
 
 // Undoes the escaping; every byte of the escaped text has to be one that may stand there.
 std::string Unescape(std::string_view escaped) {
@@ -63,7 +56,7 @@ void CheckRecord(std::string_view message, std::int32_t exitCode) {
     const nlohmann::json parsed = nlohmann::json::parse(record, nullptr, false);
     Require(!parsed.is_discarded(), "a record is JSON");
     Require(parsed == nlohmann::json{{"state", "failed"},
-                                     {"message", WithSpacesForControls(message)},
+                                     {"message", WithSpacesForControls(std::string(message))},
                                      {"exitCode", exitCode}},
             "a record holds what was put into it");
 }
@@ -74,7 +67,7 @@ void CheckRecord(std::string_view message, std::int32_t exitCode) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view message = updater::TextOfInput(data, size);
     updater::Require(updater::Unescape(updater::EscapeStatusText(message)) ==
-                         updater::WithSpacesForControls(message),
+                         updater::WithSpacesForControls(std::string(message)),
                      "the escaped text is the message with spaces for control bytes");
     updater::CheckRecord(message, updater::ExitCodeOfInput(message));
     return 0;

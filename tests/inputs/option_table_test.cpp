@@ -6,18 +6,17 @@
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "broker/broker.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
+#include "inputs/option_tokens.h"
 #include "support/process_utilities.h"
 #include "support/text_conversion.h"
 #include "support/updater_arguments.h"
 #include "worker/worker.h"
-#include "worker/worker_options.h"
 
 namespace updater {
 
@@ -63,16 +62,7 @@ constexpr char kMissing[] = "Missing update argument";
 // Nobody makes events of this name.
 constexpr wchar_t kEventBaseName[] = L"Local\\CorvellanUpdate-{no broker}";
 
-constexpr auto kValueOptions =
-    std::to_array<const wchar_t*>({kEventOption, kInstallDirOption, kInstallerOption, kJobDirOption,
-                                   kParentPidOption, kSha256Option, kSizeOption, kVersionOption});
-
 constexpr auto kFlags = std::to_array<const wchar_t*>({kBrokerFlag, kWorkerFlag, kSelfTestFlag});
-
-UpdaterArguments MapOfTokens(const Tokens& tokens) {
-    const std::vector<std::wstring_view> views(tokens.begin(), tokens.end());
-    return ArgumentsFromTokens(views);
-}
 
 // A complete set of options whose installation directory exists.
 UpdaterArguments UsualArguments(const std::filesystem::path& installDirectory) {
@@ -240,67 +230,6 @@ TEST(OptionTable, TheBrokerReadsEveryForm) {
         EXPECT_THAT([&] { RunBroker(arguments); },
                     testing::ThrowsMessage<std::exception>(expected));
     });
-}
-
-// The first option that is wrong decides, in the order in which the mode reads them.
-TEST(OptionTable, TheWorkerReadsItsOptionsInOrder) {
-    const TemporaryDirectory directory;
-    UpdaterArguments arguments;
-    const auto read = [&] { ReadWorkerOptions(arguments); };
-    EXPECT_THAT(read, RaisesError(kMissing));
-    arguments = {{kInstallerOption, L"x"}, {kInstallDirOption, L"Q:\\no such directory"}};
-    EXPECT_THAT(read, RaisesFileSystemError("canonical", L"Q:\\no such directory"));
-    arguments[kInstallDirOption] = directory.path;
-    arguments[kSizeOption] = L"no number";
-    arguments[kParentPidOption] = L"no number";
-    for (const wchar_t* option : {kJobDirOption, kVersionOption, kSha256Option}) {
-        EXPECT_THAT(read, RaisesError(kMissing));
-        arguments[option] = L"x";
-    }
-    EXPECT_THAT(read, testing::ThrowsMessage<std::invalid_argument>("invalid stoull argument"));
-    arguments[kSizeOption] = L"18446744073709551616";
-    EXPECT_THAT(read, testing::ThrowsMessage<std::out_of_range>("stoull argument out of range"));
-    arguments[kSizeOption] = L"18446744073709551615";
-    EXPECT_THAT(read, testing::ThrowsMessage<std::invalid_argument>("invalid stoul argument"));
-    arguments[kParentPidOption] = L"4294967296";
-    EXPECT_THAT(read, testing::ThrowsMessage<std::out_of_range>("stoul argument out of range"));
-    arguments[kParentPidOption] = L" +4294967295 and more";
-    const WorkerOptions options = ReadWorkerOptions(arguments);
-    EXPECT_EQ(options.size, 18446744073709551615U);
-    EXPECT_EQ(options.parentProcessId, 4294967295U);
-}
-
-struct FlagCase {
-    Tokens tokens;
-    UpdaterArguments expected;
-};
-
-const std::vector<FlagCase> kFlagCases = {
-    {{L"updater.exe"}, {}},
-    {{L"--worker"}, {}},
-    {{L"updater.exe", L"--worker"}, {{L"--worker", L"1"}}},
-    {{L"updater.exe", L"--worker", L"--worker"}, {{L"--worker", L"1"}}},
-    {{L"updater.exe", L"--worker", L"--broker"}, {{L"--worker", L"1"}, {L"--broker", L"1"}}},
-    {{L"updater.exe", L"--worker", L""}, {{L"--worker", L"1"}}},
-    {{L"updater.exe", L"--worker", L"", L"x"}, {{L"--worker", L"1"}, {L"", L"x"}}},
-    {{L"updater.exe", L"--worker", L"0", L"x"}, {{L"--worker", L"1"}, {L"0", L"x"}}},
-    {{L"updater.exe", L"--WORKER"}, {}},
-    {{L"updater.exe", L"--Worker", L"x"}, {{L"--Worker", L"x"}}},
-    {{L"updater.exe", L"--Worker", L"--worker"}, {{L"--Worker", L"--worker"}}},
-    {{L"updater.exe", L"--worker=1", L"x"}, {{L"--worker=1", L"x"}}},
-    {{L"updater.exe", L"-worker", L"--broker"}, {{L"-worker", L"--broker"}}},
-    {{L"updater.exe", L"--worker ", L"x"}, {{L"--worker ", L"x"}}},
-    {{L"updater.exe", L"x", L"--self-test", L"--broker"},
-     {{L"x", L"--self-test"}, {L"--broker", L"1"}}},
-    {{L"updater.exe", L"--self-test", L"--worker", L"--broker"},
-     {{L"--self-test", L"1"}, {L"--worker", L"1"}, {L"--broker", L"1"}}},
-};
-
-TEST(OptionTable, FlagsStandForThemselves) {
-    for (const FlagCase& flagCase : kFlagCases) {
-        EXPECT_EQ(MapOfTokens(flagCase.tokens), flagCase.expected)
-            << testing::PrintToString(flagCase.tokens);
-    }
 }
 
 }  // namespace

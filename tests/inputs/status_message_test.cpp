@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "fixtures/file_content.h"
 #include "fixtures/temporary_directory.h"
+#include "fuzz/oracle/message_text.h"
 #include "inputs/random_source.h"
 #include "inputs/random_text.h"
 #include "support/status_file.h"
@@ -16,13 +16,6 @@
 namespace updater {
 
 namespace {
-
-std::string WithSpacesForControls(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x20; },
-        ' ');
-    return text;
-}
 
 // Whatever a message is made of, its parts went through the system's conversion.
 std::string RandomMessage(RandomSource& random) {

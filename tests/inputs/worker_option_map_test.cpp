@@ -2,13 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "broker/worker_parameters.h"
 #include "fixtures/system_splitting.h"
+#include "inputs/option_tokens.h"
 #include "inputs/random_source.h"
 #include "inputs/random_text.h"
 #include "support/updater_arguments.h"
@@ -21,15 +21,6 @@ using testing::ElementsAre;
 
 constexpr wchar_t kEventBaseName[] =
     L"Local\\CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF}";
-
-constexpr auto kValueOptions =
-    std::to_array<const wchar_t*>({kEventOption, kInstallDirOption, kInstallerOption, kJobDirOption,
-                                   kParentPidOption, kSha256Option, kSizeOption, kVersionOption});
-
-UpdaterArguments MapOfTokens(const std::vector<std::wstring>& tokens) {
-    const std::vector<std::wstring_view> views(tokens.begin(), tokens.end());
-    return ArgumentsFromTokens(views);
-}
 
 UpdaterArguments UsualBrokerArguments() {
     return {{kBrokerFlag, L"1"},

@@ -42,6 +42,22 @@ TEST(UpdaterArguments, ModeFlagsCarryOneAndTakeNoToken) {
                             Pair(L"--self-test", L"1"), Pair(L"--worker", L"1")));
 }
 
+TEST(UpdaterArguments, ARepeatedModeFlagCountsOnce) {
+    EXPECT_THAT(Parse({L"--worker", L"--worker"}), ElementsAre(Pair(L"--worker", L"1")));
+}
+
+TEST(UpdaterArguments, NothingIsTheValueOfAModeFlag) {
+    EXPECT_THAT(Parse({L"--worker", L""}), ElementsAre(Pair(L"--worker", L"1")));
+    EXPECT_THAT(Parse({L"--worker", L"0", L"x"}),
+                ElementsAre(Pair(L"--worker", L"1"), Pair(L"0", L"x")));
+}
+
+TEST(UpdaterArguments, OptionsStandInAnyOrder) {
+    const UpdaterArguments expected = Parse({L"--worker", L"--job-dir", L"D", L"--size", L"1"});
+    EXPECT_EQ(Parse({L"--job-dir", L"D", L"--worker", L"--size", L"1"}), expected);
+    EXPECT_EQ(Parse({L"--size", L"1", L"--job-dir", L"D", L"--worker"}), expected);
+}
+
 TEST(UpdaterArguments, OptionNamesAreThoseOfTheContract) {
     EXPECT_THAT((std::vector<std::wstring_view>{kBrokerFlag, kWorkerFlag, kSelfTestFlag,
                                                 kEventOption, kInstallDirOption, kInstallerOption,

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "fixtures/directory_link.h"
-#include "fixtures/processes/failing_steps.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
 #include "support/canonical_path.h"
@@ -16,7 +15,7 @@ namespace {
 
 constexpr char kMissingArgument[] = "Missing update argument";
 
-struct WorkerOptionsTest : testing::Test {
+struct ReadOptions : testing::Test {
     TemporaryDirectory directory;
     UpdaterArguments arguments = {{L"--installer", L"relative\\..\\setup.exe"},
                                   {L"--install-dir", directory.path},
@@ -27,7 +26,7 @@ struct WorkerOptionsTest : testing::Test {
                                   {L"--parent-pid", L"4294967295"}};
 };
 
-TEST_F(WorkerOptionsTest, AreTakenAsTheyStandButForTheInstallationDirectory) {
+TEST_F(ReadOptions, AreTakenAsTheyStandButForTheInstallationDirectory) {
     const WorkerOptions options = ReadWorkerOptions(arguments);
     EXPECT_EQ(options.installer.native(), L"relative\\..\\setup.exe");
     EXPECT_EQ(options.installDirectory, CanonicalPath(directory.path));
@@ -38,7 +37,7 @@ TEST_F(WorkerOptionsTest, AreTakenAsTheyStandButForTheInstallationDirectory) {
     EXPECT_EQ(options.parentProcessId, 4294967295U);
 }
 
-TEST_F(WorkerOptionsTest, BringTheInstallationDirectoryIntoItsCanonicalForm) {
+TEST_F(ReadOptions, BringTheInstallationDirectoryIntoItsCanonicalForm) {
     const std::wstring parent = directory.path.native();
     CreateDirectories(parent + L"\\\u7A0B\u5E8F App\\data");
     const std::wstring canonical = CanonicalPath(directory.path).native() + L"\\\u7A0B\u5E8F App";
@@ -50,7 +49,7 @@ TEST_F(WorkerOptionsTest, BringTheInstallationDirectoryIntoItsCanonicalForm) {
     }
 }
 
-TEST_F(WorkerOptionsTest, FollowALinkInTheInstallationDirectory) {
+TEST_F(ReadOptions, FollowALinkInTheInstallationDirectory) {
     const std::filesystem::path target = directory.path / L"target";
     CreateDirectories(target / L"app");
     const DirectoryLink link(directory.path / L"link", target);
@@ -60,7 +59,7 @@ TEST_F(WorkerOptionsTest, FollowALinkInTheInstallationDirectory) {
               CanonicalPath(directory.path) / L"target" / L"app");
 }
 
-TEST_F(WorkerOptionsTest, AreAllRequired) {
+TEST_F(ReadOptions, AreAllRequired) {
     const UpdaterArguments complete = arguments;
     for (const auto& [option, value] : complete) {
         SCOPED_TRACE(testing::PrintToString(option));
@@ -72,13 +71,13 @@ TEST_F(WorkerOptionsTest, AreAllRequired) {
     }
 }
 
-TEST_F(WorkerOptionsTest, RefuseAnInstallationDirectoryThatDoesNotExist) {
+TEST_F(ReadOptions, RefuseAnInstallationDirectoryThatDoesNotExist) {
     const std::filesystem::path missing = directory.path / L"\u7F3A missing";
     arguments[L"--install-dir"] = missing;
     EXPECT_THAT([&] { ReadWorkerOptions(arguments); }, RaisesFileSystemError("canonical", missing));
 }
 
-TEST_F(WorkerOptionsTest, RefuseASizeThatIsNone) {
+TEST_F(ReadOptions, RefuseASizeThatIsNone) {
     const struct {
         const wchar_t* text;
         const char* message;
@@ -97,7 +96,7 @@ TEST_F(WorkerOptionsTest, RefuseASizeThatIsNone) {
     }
 }
 
-TEST_F(WorkerOptionsTest, AcceptWhatTheStandardConversionAcceptsAsSize) {
+TEST_F(ReadOptions, AcceptWhatTheStandardConversionAcceptsAsSize) {
     const struct {
         const wchar_t* text;
         std::uint64_t size;
@@ -118,7 +117,7 @@ TEST_F(WorkerOptionsTest, AcceptWhatTheStandardConversionAcceptsAsSize) {
     }
 }
 
-TEST_F(WorkerOptionsTest, RefuseAParentNumberThatIsNone) {
+TEST_F(ReadOptions, RefuseAParentNumberThatIsNone) {
     const struct {
         const wchar_t* text;
         const char* message;
@@ -134,9 +133,13 @@ TEST_F(WorkerOptionsTest, RefuseAParentNumberThatIsNone) {
     }
 }
 
-// Every option is wrong from the one under test on; the failures alternate, so that each message
-// can come from the first wrong option only.
-TEST_F(WorkerOptionsTest, AreReadInTheirOrder) {
+TEST_F(ReadOptions, AcceptWhatTheStandardConversionAcceptsAsParentNumber) {
+    arguments[L"--parent-pid"] = L" +4294967294 and more";
+    EXPECT_EQ(ReadWorkerOptions(arguments).parentProcessId, 4294967294U);
+}
+
+// Of two wrong options, the one that is read first decides.
+TEST_F(ReadOptions, AreReadInTheirOrder) {
     const std::filesystem::path missing = directory.path / L"missing";
     arguments[L"--parent-pid"] = L"abc";
     EXPECT_THAT([&] { ReadWorkerOptions(arguments); }, RaisesMessage("invalid stoul argument"));
