@@ -14,6 +14,7 @@
 
 #include "app/command_line.h"
 #include "app/doubles.h"
+#include "fixtures/current_directory.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
@@ -255,18 +256,6 @@ TEST_F(Dispatch, ReportsIntoTheLastJobDirectoryGiven) {
     EXPECT_THAT(ReadTreeContent(job), IsEmpty());
     EXPECT_TRUE(PathExists(otherJob / L"status.json"));
 }
-
-struct ScopedCurrentDirectory {
-    explicit ScopedCurrentDirectory(const std::filesystem::path& directory) {
-        previous.resize(GetCurrentDirectoryW(static_cast<DWORD>(previous.size()), previous.data()));
-        SetCurrentDirectoryW(directory.c_str());
-    }
-    ~ScopedCurrentDirectory() { SetCurrentDirectoryW(previous.c_str()); }
-    ScopedCurrentDirectory(const ScopedCurrentDirectory&) = delete;
-    ScopedCurrentDirectory& operator=(const ScopedCurrentDirectory&) = delete;
-
-    std::wstring previous = std::wstring(32'768, L'\0');
-};
 
 TEST_F(Dispatch, TakesAFlagAfterJobDirForARelativeDirectory) {
     const ModeDoubles modes;

@@ -6,7 +6,6 @@
 #include "broker/broker_world.h"
 #include "fixtures/processes/failing_steps.h"
 #include "fixtures/raised_errors.h"
-#include "support/file_system.h"
 #include "support/status_file.h"
 
 namespace updater {

@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <regex>
 
 #include "broker/broker.h"
 #include "broker/broker_world.h"
 #include "broker/worker_parameters.h"
 #include "fixtures/file_content.h"
+#include "fixtures/processes/expected_records.h"
 #include "fixtures/raised_errors.h"
 #include "support/process_utilities.h"
 #include "support/status_file.h"
@@ -13,10 +15,6 @@
 namespace updater {
 namespace {
 
-constexpr DWORD kThreeMinutes = 180000;
-
-const StatusRecord kAuthorized = {"authorized", "Administrator authorization accepted", 0};
-const StatusRecord kReady = {"ready", "Authorized helper is waiting for application exit", 0};
 const StatusRecord kNotReady = {"failed", "Upgrade helper did not become ready", 1};
 
 TEST(BrokerEvents, HaveTheRunsOwnNamesAndAreManuallyResetAndNotSignalled) {
@@ -67,7 +65,11 @@ TEST(BrokerEvents, AreUsedAsTheyAreWhenTheyExistedBefore) {
             return handle;
         });
     EXPECT_EQ(RunBroker(world.arguments), 0);
-    EXPECT_EQ(WaitForSingleObjectEx(earlier.back().get(), 0, FALSE), WAIT_OBJECT_0);
+    ASSERT_EQ(earlier.size(), 2U);
+    for (const UniqueHandle& event : earlier) {
+        EXPECT_EQ(WaitForSingleObjectEx(event.get(), 0, FALSE), WAIT_OBJECT_0)
+            << "set, and not reset";
+    }
 }
 
 TEST(BrokerLaunch, AsksTheShellToStartThisProgramElevatedAndHidden) {
@@ -106,7 +108,7 @@ TEST(BrokerLaunch, EndsAsCancelledWhenTheUserDeclines) {
 }
 
 TEST(BrokerLaunch, EndsAsFailedWithTheNumberOfAnyOtherError) {
-    for (const DWORD error : {DWORD{0}, DWORD{2}, DWORD{5}, DWORD{1222}, DWORD{1224}}) {
+    for (const DWORD error : std::initializer_list<DWORD>{0, 2, 5, 1222, 1224, 0x80070005}) {
         SCOPED_TRACE(error);
         BrokerWorld world;
         world.faults.launchError = error;

@@ -4,16 +4,13 @@
 #include "broker/broker_world.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
+#include "fixtures/status_heading.h"
 #include "support/file_system.h"
-#include "support/process_utilities.h"
 #include "support/status_file.h"
 #include "support/text_conversion.h"
 
 namespace updater {
 namespace {
-
-constexpr wchar_t kHeading[] =
-    L"\u5347\u7EA7\u672A\u5B8C\u6210\uFF0C\u5931\u8D25\u8BB0\u5F55\uFF1A\n";
 
 struct BrokerAfterWorker : testing::TestWithParam<UINT> {};
 
@@ -106,6 +103,22 @@ TEST(BrokerRestart, RaisesWhenTheApplicationDoesNotStartWithoutAnErrorBox) {
     }
 }
 
+// What becomes of the record then is the business of whoever called the broker.
+TEST(BrokerRestart, LeavesTheWorkersRecordWhenTheApplicationDoesNotStart) {
+    BrokerWorld world;
+    world.LetWorkerEndWith(0);
+    const auto endWorker = world.onCommit;
+    world.onCommit = [&] {
+        RemoveFile(world.applicationPath);
+        WriteFileContent(world.jobDirectory / kStatusFile,
+                         R"({"state":"succeeded","message":"the worker's","exitCode":0})");
+        endWorker();
+    };
+    EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesError("Process launch failed: 2"));
+    EXPECT_EQ(ReadStatusRecord(world.jobDirectory), (StatusRecord{"succeeded", "the worker's", 0}));
+    EXPECT_EQ(world.status.records.back().state, "ready");
+}
+
 TEST(BrokerErrorBox, ShowsTheStatusFileAndTheJobDirectory) {
     BrokerWorld world;
     world.LetWorkerEndWith(1);
@@ -121,7 +134,7 @@ TEST(BrokerErrorBox, ShowsTheStatusFileAndTheJobDirectory) {
     EXPECT_EQ(box.title, L"Corvellan\u66F4\u65B0");
     EXPECT_EQ(box.style, 0x10U);
     EXPECT_EQ(box.text,
-              kHeading +
+              StatusHeading() +
                   std::wstring(L"{\"state\":\"failed\",\"message\":\"\u5931\u8D25 \\\"x\\\"\","
                                L"\"exitCode\":1}\n\n") +
                   world.jobDirectory.native());
@@ -138,7 +151,7 @@ TEST(BrokerErrorBox, ShowsTheJobDirectoryAsItStandsOnTheCommandLine) {
     const std::wstring given = world.jobDirectory.native() + L"/./";
     world.arguments[kJobDirOption] = given;
     RunBroker(world.arguments);
-    EXPECT_EQ(world.errorBoxes.at(0).text, kHeading + std::wstring(L"\n\n") + given);
+    EXPECT_EQ(world.errorBoxes.at(0).text, StatusHeading() + L"\n\n" + given);
 }
 
 }  // namespace

@@ -1,10 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "broker/broker.h"
 #include "broker/broker_world.h"
 #include "fixtures/file_content.h"
+#include "fixtures/processes/expected_records.h"
 #include "fixtures/raised_errors.h"
 #include "support/file_system.h"
 #include "support/status_file.h"
@@ -12,11 +11,8 @@
 namespace updater {
 namespace {
 
-constexpr DWORD kThreeMinutes = 180000;
 constexpr DWORD kRound = 250;
 
-const StatusRecord kAuthorized = {"authorized", "Administrator authorization accepted", 0};
-const StatusRecord kReady = {"ready", "Authorized helper is waiting for application exit", 0};
 const StatusRecord kTimedOut = {"cancelled", "Application did not exit; update cancelled", 2};
 
 void CreateCancelFile(const BrokerWorld& world) {
@@ -86,7 +82,7 @@ TEST(BrokerWaiting, GivesUpAtOnceWhenTheDeadlineHasPassedAlready) {
     for (const ULONGLONG late : {ULONGLONG{kThreeMinutes}, ULONGLONG{kThreeMinutes + 1}}) {
         BrokerWorld world;
         ULONGLONG clock = 0;
-        ScopedReplacement<decltype(GetTickCount64)> jumping(doubles::getTickCount, [&] {
+        ScopedReplacement<decltype(GetTickCount64)> jumping(doubles::getTickCount64, [&] {
             const ULONGLONG answer = clock;
             clock += late;
             return answer;
@@ -105,7 +101,7 @@ TEST(BrokerWaiting, GivesUpAtOnceWhenTheDeadlineHasPassedAlready) {
 TEST(BrokerWaiting, PlaysOneMoreRoundJustBeforeTheDeadline) {
     BrokerWorld world;
     ULONGLONG clock = 0;
-    ScopedReplacement<decltype(GetTickCount64)> jumping(doubles::getTickCount, [&] {
+    ScopedReplacement<decltype(GetTickCount64)> jumping(doubles::getTickCount64, [&] {
         const ULONGLONG answer = clock;
         clock += kThreeMinutes - 1;
         return answer;

@@ -27,7 +27,7 @@ std::vector<std::wstring> Names(const ProgramAssets& assets) {
     return {assets.begin(), assets.end()};
 }
 
-struct ProgramAssetsTest : testing::Test {
+struct EnumeratedAssets : testing::Test {
     void Install(const std::filesystem::path& file) const {
         WriteFileContent(directory.path / file, "content");
     }
@@ -43,7 +43,7 @@ struct ProgramAssetsTest : testing::Test {
     TemporaryDirectory directory;
 };
 
-TEST_F(ProgramAssetsTest, AreTheProgramsOwnFilesInPathOrder) {
+TEST_F(EnumeratedAssets, AreTheProgramsOwnFilesInPathOrder) {
     for (const wchar_t* file : {L"corvellan.exe", L"unins000.exe", L"unins000.dat", L"engine.dll",
                                 L"program-files.tsv", L"account.db", L"readme.txt"}) {
         Install(file);
@@ -53,7 +53,7 @@ TEST_F(ProgramAssetsTest, AreTheProgramsOwnFilesInPathOrder) {
                                           L"unins000.dat", L"unins000.exe"));
 }
 
-TEST_F(ProgramAssetsTest, HoldTheFiveFixedNames) {
+TEST_F(EnumeratedAssets, HoldTheFiveFixedNames) {
     for (const wchar_t* file : {L"native_assets.json", L"windows-version.json",
                                 L"program-files.json", L"program-files.tsv", L"unins000.dat"}) {
         Install(file);
@@ -63,7 +63,7 @@ TEST_F(ProgramAssetsTest, HoldTheFiveFixedNames) {
                             L"unins000.dat", L"windows-version.json"));
 }
 
-TEST_F(ProgramAssetsTest, DoNotHoldNamesThatDifferInAnyCharacter) {
+TEST_F(EnumeratedAssets, DoNotHoldNamesThatDifferInAnyCharacter) {
     for (const wchar_t* file : {L"Setup.EXE",
                                 L"Engine.DLL",
                                 L"a.Exe",
@@ -97,7 +97,7 @@ TEST_F(ProgramAssetsTest, DoNotHoldNamesThatDifferInAnyCharacter) {
     EXPECT_THAT(AssetNames(), IsEmpty());
 }
 
-TEST_F(ProgramAssetsTest, GoByTheLastDotOfAName) {
+TEST_F(EnumeratedAssets, GoByTheLastDotOfAName) {
     for (const wchar_t* file : {L"x.tar.dll", L"a.b.c.exe", L"x.exe.dll", L"..dll", L"a..exe",
                                 L" .exe", L".exe", L".dll", L"x.dll.txt"}) {
         Install(file);
@@ -106,13 +106,13 @@ TEST_F(ProgramAssetsTest, GoByTheLastDotOfAName) {
                                           L"x.tar.dll"));
 }
 
-TEST_F(ProgramAssetsTest, DoNotHoldAFileNamedOnlyLikeAnExtension) {
+TEST_F(EnumeratedAssets, DoNotHoldAFileNamedOnlyLikeAnExtension) {
     Install(L".exe");
     EXPECT_THAT(AssetNames(), IsEmpty());
 }
 
 // Only a path with this prefix, which switches the system's parsing off, can name such a file.
-TEST_F(ProgramAssetsTest, DoNotHoldANameWithADotAfterItsExtension) {
+TEST_F(EnumeratedAssets, DoNotHoldANameWithADotAfterItsExtension) {
     const std::filesystem::path unparsed = L"\\\\?\\" + directory.path.native();
     WriteFileContent(unparsed / L"x.exe.", "content");
     WriteFileContent(unparsed / L"y.exe", "content");
@@ -120,7 +120,7 @@ TEST_F(ProgramAssetsTest, DoNotHoldANameWithADotAfterItsExtension) {
     RemoveFile(unparsed / L"x.exe.");
 }
 
-TEST_F(ProgramAssetsTest, DoNotHoldFilesOfOtherDirectories) {
+TEST_F(EnumeratedAssets, DoNotHoldFilesOfOtherDirectories) {
     for (const wchar_t* file :
          {L"locales\\de.dll", L"plugins\\a.exe", L"plugins\\data\\b.dll", L"data2\\c.dll",
           L"data-old\\program-files.tsv", L"backup.exe\\unins000.dat"}) {
@@ -129,7 +129,7 @@ TEST_F(ProgramAssetsTest, DoNotHoldFilesOfOtherDirectories) {
     EXPECT_THAT(AssetNames(), IsEmpty());
 }
 
-TEST_F(ProgramAssetsTest, DoNotHoldDirectoriesWhateverTheirNames) {
+TEST_F(EnumeratedAssets, DoNotHoldDirectoriesWhateverTheirNames) {
     for (const wchar_t* name : {L"tool.exe", L"library.dll", L"program-files.tsv", L"unins000.dat",
                                 L"data\\sub.dll", L"data\\sub\\empty"}) {
         CreateDirectories(directory.path / name);
@@ -137,7 +137,7 @@ TEST_F(ProgramAssetsTest, DoNotHoldDirectoriesWhateverTheirNames) {
     EXPECT_THAT(AssetNames(), IsEmpty());
 }
 
-TEST_F(ProgramAssetsTest, HoldEveryFileBelowData) {
+TEST_F(EnumeratedAssets, HoldEveryFileBelowData) {
     for (const wchar_t* file :
          {L"data\\cache\\a.tmp", L"data\\x.exe", L"data\\account.db", L"data\\noextension",
           L"data\\.hidden", L"data\\fonts\\ui.ttf", L"data\\a\\b\\c\\d\\e\\f\\deep.bin",
@@ -151,21 +151,21 @@ TEST_F(ProgramAssetsTest, HoldEveryFileBelowData) {
                     L"data\\fonts\\ui.ttf", L"data\\noextension", L"data\\x.exe"));
 }
 
-TEST_F(ProgramAssetsTest, SpellDataInLowerCaseWhateverItsCaseOnDisk) {
+TEST_F(EnumeratedAssets, SpellDataInLowerCaseWhateverItsCaseOnDisk) {
     Install(L"DATA\\Sub\\File.BIN");
     EXPECT_THAT(AssetNames(), ElementsAre(L"data\\Sub\\File.BIN"));
 }
 
-TEST_F(ProgramAssetsTest, NeedNoDataDirectory) {
+TEST_F(EnumeratedAssets, NeedNoDataDirectory) {
     Install(L"corvellan.exe");
     EXPECT_THAT(AssetNames(), ElementsAre(L"corvellan.exe"));
 }
 
-TEST_F(ProgramAssetsTest, AreNoneInAnEmptyDirectory) {
+TEST_F(EnumeratedAssets, AreNoneInAnEmptyDirectory) {
     EXPECT_THAT(AssetNames(), IsEmpty());
 }
 
-TEST_F(ProgramAssetsTest, AreOrderedComponentByComponent) {
+TEST_F(EnumeratedAssets, AreOrderedComponentByComponent) {
     for (const wchar_t* file : {L"data-old.dll", L"data\\x.bin", L"data.exe", L"data\\x\\y",
                                 L"data\\x-y", L"Zebra.exe", L"ant.exe", L"ant.exe.dll"}) {
         Install(file);
@@ -176,14 +176,14 @@ TEST_F(ProgramAssetsTest, AreOrderedComponentByComponent) {
 }
 
 // As code points the emoji would stand last; its first unit, a surrogate, is the lower one.
-TEST_F(ProgramAssetsTest, AreOrderedByCodeUnits) {
+TEST_F(EnumeratedAssets, AreOrderedByCodeUnits) {
     Install(L"\uFF21.dll");
     Install(L"\U0001F600.dll");
     Install(L"\u4E2D.dll");
     EXPECT_THAT(AssetNames(), ElementsAre(L"\u4E2D.dll", L"\U0001F600.dll", L"\uFF21.dll"));
 }
 
-TEST_F(ProgramAssetsTest, AreTheSameWhenEnumeratedTwice) {
+TEST_F(EnumeratedAssets, AreTheSameWhenEnumeratedTwice) {
     for (int number = 0; number < 200; ++number) {
         Install(L"data\\" + std::to_wstring(number % 7) + L"\\" + std::to_wstring(number));
         Install(std::to_wstring(number) + L".dll");
@@ -193,14 +193,14 @@ TEST_F(ProgramAssetsTest, AreTheSameWhenEnumeratedTwice) {
     EXPECT_EQ(Names(EnumerateProgramAssets(directory.path)), Names(first));
 }
 
-TEST_F(ProgramAssetsTest, HaveNamesWithSpacesAndChineseCharactersLikeAnyOthers) {
+TEST_F(EnumeratedAssets, HaveNamesWithSpacesAndChineseCharactersLikeAnyOthers) {
     Install(L"\u4E2D\u6587 library.dll");
     Install(L"data\\\u6570\u636E dir\\\u6587\u4EF6 1.bin");
     EXPECT_THAT(AssetNames(), ElementsAre(L"data\\\u6570\u636E dir\\\u6587\u4EF6 1.bin",
                                           L"\u4E2D\u6587 library.dll"));
 }
 
-TEST_F(ProgramAssetsTest, AreRelativeToTheDirectoryHoweverItIsWritten) {
+TEST_F(EnumeratedAssets, AreRelativeToTheDirectoryHoweverItIsWritten) {
     Install(L"corvellan.exe");
     Install(L"data\\app.so");
     Install(L"sub\\x");
@@ -213,7 +213,7 @@ TEST_F(ProgramAssetsTest, AreRelativeToTheDirectoryHoweverItIsWritten) {
     }
 }
 
-TEST_F(ProgramAssetsTest, CannotBeListedWithoutADirectory) {
+TEST_F(EnumeratedAssets, CannotBeListedWithoutADirectory) {
     Install(L"file");
     for (const std::filesystem::path& missing :
          {directory.path / L"missing", directory.path / L"missing\\deeper",
@@ -224,14 +224,14 @@ TEST_F(ProgramAssetsTest, CannotBeListedWithoutADirectory) {
     }
 }
 
-TEST_F(ProgramAssetsTest, CannotBeListedWithAFileInThePlaceOfData) {
+TEST_F(EnumeratedAssets, CannotBeListedWithAFileInThePlaceOfData) {
     Install(L"data");
     EXPECT_THAT([this] { EnumerateProgramAssets(directory.path); },
                 RaisesFileSystemError("recursive_directory_iterator::recursive_directory_iterator",
                                       directory.path / L"data"));
 }
 
-TEST_F(ProgramAssetsTest, AreRefusedWithALinkAtTheTopLevel) {
+TEST_F(EnumeratedAssets, AreRefusedWithALinkAtTheTopLevel) {
     TemporaryDirectory elsewhere;
     Install(L"corvellan.exe");
     for (const wchar_t* name : {L"logs", L"data", L"library.dll", L".config"}) {
@@ -242,7 +242,7 @@ TEST_F(ProgramAssetsTest, AreRefusedWithALinkAtTheTopLevel) {
     EXPECT_THAT(AssetNames(), ElementsAre(L"corvellan.exe"));
 }
 
-TEST_F(ProgramAssetsTest, AreRefusedWithALinkBelowData) {
+TEST_F(EnumeratedAssets, AreRefusedWithALinkBelowData) {
     TemporaryDirectory elsewhere;
     for (const wchar_t* name : {L"data\\link", L"data\\a\\b\\c\\link"}) {
         SCOPED_TRACE(WideToUtf8(name));
@@ -254,13 +254,13 @@ TEST_F(ProgramAssetsTest, AreRefusedWithALinkBelowData) {
 }
 
 // Where the tree of links has no end, looking behind the first one would never finish.
-TEST_F(ProgramAssetsTest, AreRefusedWithALinkToADirectoryAboveIt) {
+TEST_F(EnumeratedAssets, AreRefusedWithALinkToADirectoryAboveIt) {
     CreateDirectories(directory.path / L"data");
     const DirectoryLink link(directory.path / L"data\\up", directory.path);
     ExpectLinkRefused(kLinkInData);
 }
 
-TEST_F(ProgramAssetsTest, AreNotRefusedForALinkInADirectoryThatIsNotTheirs) {
+TEST_F(EnumeratedAssets, AreNotRefusedForALinkInADirectoryThatIsNotTheirs) {
     TemporaryDirectory elsewhere;
     Install(L"corvellan.exe");
     CreateDirectories(directory.path / L"logs");
@@ -268,7 +268,7 @@ TEST_F(ProgramAssetsTest, AreNotRefusedForALinkInADirectoryThatIsNotTheirs) {
     EXPECT_THAT(AssetNames(), ElementsAre(L"corvellan.exe"));
 }
 
-TEST_F(ProgramAssetsTest, MayLieBehindALinkToTheInstallationItself) {
+TEST_F(EnumeratedAssets, MayLieBehindALinkToTheInstallationItself) {
     TemporaryDirectory elsewhere;
     Install(L"corvellan.exe");
     Install(L"data\\app.so");

@@ -4,12 +4,12 @@
 #include <filesystem>
 #include <map>
 #include <string>
-#include <vector>
 
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/copy_events.h"
+#include "snapshot/digest_pairs.h"
 #include "snapshot/doubles.h"
 #include "snapshot/operation_trace.h"
 #include "snapshot/program_backup.h"

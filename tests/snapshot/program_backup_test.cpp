@@ -9,10 +9,10 @@
 
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_system.h"
-#include "support/handle.h"
 #include "support/windows_api.h"
 
 namespace updater {
@@ -161,9 +161,7 @@ TEST_F(ProgramBackup, FailsForASourceThatAnotherProcessHoldsLockedAndKeepsTheCop
     Install(L"a.dll", "first");
     Install(L"b.dll", "locked");
     Install(L"c.dll", "last");
-    const UniqueHandle lock = OwnHandle(CreateFileW((installation / L"b.dll").c_str(), GENERIC_READ,
-                                                    0, nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(lock);
+    const UniqueHandle lock = HoldFile(installation / L"b.dll");
     EXPECT_THAT([this] { BackupProgram(installation, backup); },
                 RaisesFileSystemError("copy_file", installation / L"b.dll", backup / L"b.dll"));
     EXPECT_THAT(BackupContent(), ElementsAre(Pair(L"a.dll", "first")));
@@ -172,9 +170,7 @@ TEST_F(ProgramBackup, FailsForASourceThatAnotherProcessHoldsLockedAndKeepsTheCop
 TEST_F(ProgramBackup, FailsForATargetThatCannotBeWritten) {
     Install(L"a.dll", "new");
     WriteFileContent(backup / L"a.dll", "old");
-    UniqueHandle lock = OwnHandle(CreateFileW((backup / L"a.dll").c_str(), GENERIC_READ, 0, nullptr,
-                                              OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(lock);
+    UniqueHandle lock = HoldFile(backup / L"a.dll");
     EXPECT_THAT([this] { BackupProgram(installation, backup); },
                 RaisesFileSystemError("copy_file", installation / L"a.dll", backup / L"a.dll"));
     lock.reset();

@@ -4,16 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <map>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/program_backup.h"
 #include "support/file_system.h"
-#include "support/handle.h"
 #include "support/windows_api.h"
 
 namespace updater {
@@ -21,11 +22,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::Pair;
-
-UniqueHandle LockFile(const std::filesystem::path& file) {
-    return OwnHandle(
-        CreateFileW(file.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-}
 
 // An installation with a backup; each test damages the one and restores it from the other.
 struct ProgramRestore : testing::Test {
@@ -188,8 +184,7 @@ TEST_F(ProgramRestore, FailsForAnAddedFileThatCannotBeDeleted) {
     Install(L"b locked.dll", "locked");
     Install(L"c added.dll", "not reached");
     Install(L"corvellan.exe", "new");
-    UniqueHandle lock = LockFile(installation / L"b locked.dll");
-    ASSERT_TRUE(lock);
+    UniqueHandle lock = HoldFile(installation / L"b locked.dll");
     EXPECT_THAT([this] { Restore(); },
                 RaisesFileSystemError("remove", installation / L"b locked.dll"));
     lock.reset();
@@ -201,8 +196,7 @@ TEST_F(ProgramRestore, FailsForAnAddedFileThatCannotBeDeleted) {
 
 TEST_F(ProgramRestore, FailsForALockedTarget) {
     Install(L"corvellan.exe", "new");
-    UniqueHandle lock = LockFile(installation / L"corvellan.exe");
-    ASSERT_TRUE(lock);
+    UniqueHandle lock = HoldFile(installation / L"corvellan.exe");
     EXPECT_THAT([this] { Restore(); }, RaisesFileSystemError("copy_file", backup / L"corvellan.exe",
                                                              installation / L"corvellan.exe"));
     lock.reset();

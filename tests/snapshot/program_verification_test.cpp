@@ -8,10 +8,10 @@
 #include <string_view>
 
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_system.h"
-#include "support/handle.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
 
@@ -85,10 +85,7 @@ TEST_F(ProgramVerification, FailsWithADirectoryForAnInventory) {
 
 TEST_F(ProgramVerification, FailsWithAnInventoryThatAnotherProcessHoldsLocked) {
     WriteInventory(Entry("corvellan.exe"));
-    const UniqueHandle lock =
-        OwnHandle(CreateFileW((directory.path / L"program-files.tsv").c_str(), GENERIC_READ, 0,
-                              nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(lock);
+    const UniqueHandle lock = HoldFile(directory.path / L"program-files.tsv");
     EXPECT_THAT([this] { VerifyInstalledProgram(directory.path); },
                 RaisesError("Installed program inventory is missing"));
 }
@@ -230,10 +227,7 @@ TEST_F(ProgramVerification, FailsForAListedFileThatIsMissingOrNoFile) {
 TEST_F(ProgramVerification, FailsForAListedFileThatAnotherProcessHoldsLocked) {
     Install(L"corvellan.exe");
     WriteInventory(Entry("corvellan.exe"));
-    const UniqueHandle lock =
-        OwnHandle(CreateFileW((directory.path / L"corvellan.exe").c_str(), GENERIC_READ, 0, nullptr,
-                              OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(lock);
+    const UniqueHandle lock = HoldFile(directory.path / L"corvellan.exe");
     EXPECT_THAT([this] { VerifyInstalledProgram(directory.path); },
                 RaisesError("SHA256 verification failed"));
 }

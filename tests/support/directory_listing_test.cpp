@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <set>
 #include <stdexcept>
@@ -247,10 +246,7 @@ TEST(VisitTree, TheVisitorsOwnFailurePassesThroughAndNothingStaysOpen) {
         ListDirectory(directory.path);
         EXPECT_THROW(ListTree(directory.path / L"missing"), std::filesystem::filesystem_error);
     };
-    visitAll();
-    const std::size_t before = CountOpenHandles();
-    visitAll();
-    EXPECT_EQ(CountOpenHandles(), before);
+    ExpectNoHandleLeft(visitAll);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "fixtures/expect_file_system_error.h"
+#include "fixtures/raised_errors.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
 
@@ -29,6 +30,7 @@ std::wstring SystemText(DWORD error) {
         FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_ALLOCATE_BUFFER,
         nullptr, error, 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
     const std::unique_ptr<wchar_t, LocalTextReleaser> owned(text);
+    EXPECT_GT(units, 0U) << "no text for " << error;
     const std::wstring line(text, units);
     return line.substr(0, line.find_last_not_of(L".\r\n") + 1);
 }
@@ -61,18 +63,14 @@ TEST(RaiseFileSystemError, CarriesOperationNumberSystemTextAndPath) {
 }
 
 TEST(RaiseFileSystemError, CarriesBothPathsOfACopy) {
-    try {
-        RaiseFileSystemError("copy_file", ERROR_DISK_FULL, L"C:\\\u6E90", L"D:\\\u76EE\u6807");
-    } catch (const std::filesystem::filesystem_error& error) {
-        EXPECT_EQ(error.path1(), L"C:\\\u6E90");
-        EXPECT_EQ(error.path2(), L"D:\\\u76EE\u6807");
-        EXPECT_EQ(error.code(), std::error_code(ERROR_DISK_FULL, std::system_category()));
-    }
-    ExpectFileSystemError(
-        [] {
-            RaiseFileSystemError("copy_file", ERROR_DISK_FULL, L"C:\\\u6E90", L"D:\\\u76EE\u6807");
-        },
-        "copy_file", ERROR_DISK_FULL, L"C:\\\u6E90", L"D:\\\u76EE\u6807");
+    const std::filesystem::path source = L"C:\\\u6E90";
+    const std::filesystem::path target = L"D:\\\u76EE\u6807";
+    const auto raise = [&] { RaiseFileSystemError("copy_file", ERROR_DISK_FULL, source, target); };
+    ExpectFileSystemError(raise, "copy_file", ERROR_DISK_FULL, source, target);
+    EXPECT_THAT(raise, RaisesFileSystemError("copy_file", source, target));
+    EXPECT_THAT(raise, testing::Throws<std::filesystem::filesystem_error>(testing::Property(
+                           &std::filesystem::filesystem_error::code,
+                           std::error_code(ERROR_DISK_FULL, std::system_category()))));
 }
 
 TEST(RaiseFileSystemError, APathThatIsNotValidUtf16StaysReadable) {

@@ -28,78 +28,25 @@
 
 namespace updater {
 
-namespace {
-
-Replacement<decltype(CopyFileW)> copyFile;
-Replacement<decltype(CreateDirectoryW)> createDirectory;
-Replacement<decltype(CreateFileW)> createFile;
-Replacement<decltype(DeleteFileW)> deleteFile;
-Replacement<decltype(FindClose)> findClose;
-Replacement<decltype(FindFirstFileExW)> findFirstFile;
-Replacement<decltype(FindNextFileW)> findNextFile;
-Replacement<decltype(GetFileAttributesExW)> getFileAttributesEx;
-Replacement<decltype(GetFileInformationByHandleEx)> getFileInformation;
-Replacement<decltype(GetFinalPathNameByHandleW)> getFinalPath;
-Replacement<decltype(GetFullPathNameW)> getFullPath;
-Replacement<decltype(RemoveDirectoryW)> removeDirectory;
-Replacement<decltype(SetFileAttributesW)> setFileAttributes;
-
-}  // namespace
-
-extern "C" {
-
-extern decltype(&CopyFileW) __real___imp_CopyFileW;
-extern decltype(&CreateDirectoryW) __real___imp_CreateDirectoryW;
-extern decltype(&CreateFileW) __real___imp_CreateFileW;
-extern decltype(&DeleteFileW) __real___imp_DeleteFileW;
-extern decltype(&FindClose) __real___imp_FindClose;
-extern decltype(&FindFirstFileExW) __real___imp_FindFirstFileExW;
-extern decltype(&FindNextFileW) __real___imp_FindNextFileW;
-extern decltype(&GetFileAttributesExW) __real___imp_GetFileAttributesExW;
-extern decltype(&GetFileInformationByHandleEx) __real___imp_GetFileInformationByHandleEx;
-extern decltype(&GetFinalPathNameByHandleW) __real___imp_GetFinalPathNameByHandleW;
-extern decltype(&GetFullPathNameW) __real___imp_GetFullPathNameW;
-extern decltype(&RemoveDirectoryW) __real___imp_RemoveDirectoryW;
-extern decltype(&SetFileAttributesW) __real___imp_SetFileAttributesW;
-
-decltype(&CopyFileW) __wrap___imp_CopyFileW = ImportDouble<copyFile, __real___imp_CopyFileW>::Call;
-decltype(&CreateDirectoryW) __wrap___imp_CreateDirectoryW =
-    ImportDouble<createDirectory, __real___imp_CreateDirectoryW>::Call;
-decltype(&CreateFileW) __wrap___imp_CreateFileW =
-    ImportDouble<createFile, __real___imp_CreateFileW>::Call;
-decltype(&DeleteFileW) __wrap___imp_DeleteFileW =
-    ImportDouble<deleteFile, __real___imp_DeleteFileW>::Call;
-decltype(&FindClose) __wrap___imp_FindClose = ImportDouble<findClose, __real___imp_FindClose>::Call;
-decltype(&FindFirstFileExW) __wrap___imp_FindFirstFileExW =
-    ImportDouble<findFirstFile, __real___imp_FindFirstFileExW>::Call;
-decltype(&FindNextFileW) __wrap___imp_FindNextFileW =
-    ImportDouble<findNextFile, __real___imp_FindNextFileW>::Call;
-decltype(&GetFileAttributesExW) __wrap___imp_GetFileAttributesExW =
-    ImportDouble<getFileAttributesEx, __real___imp_GetFileAttributesExW>::Call;
-decltype(&GetFileInformationByHandleEx) __wrap___imp_GetFileInformationByHandleEx =
-    ImportDouble<getFileInformation, __real___imp_GetFileInformationByHandleEx>::Call;
-decltype(&GetFinalPathNameByHandleW) __wrap___imp_GetFinalPathNameByHandleW =
-    ImportDouble<getFinalPath, __real___imp_GetFinalPathNameByHandleW>::Call;
-decltype(&GetFullPathNameW) __wrap___imp_GetFullPathNameW =
-    ImportDouble<getFullPath, __real___imp_GetFullPathNameW>::Call;
-decltype(&RemoveDirectoryW) __wrap___imp_RemoveDirectoryW =
-    ImportDouble<removeDirectory, __real___imp_RemoveDirectoryW>::Call;
-decltype(&SetFileAttributesW) __wrap___imp_SetFileAttributesW =
-    ImportDouble<setFileAttributes, __real___imp_SetFileAttributesW>::Call;
-
-}  // extern "C"
+REPLACE_IMPORTED(CopyFileW, copyFile)
+REPLACE_IMPORTED(CreateDirectoryW, createDirectory)
+REPLACE_IMPORTED(CreateFileW, createFile)
+REPLACE_IMPORTED(DeleteFileW, deleteFile)
+REPLACE_IMPORTED(FindClose, findClose)
+REPLACE_IMPORTED(FindFirstFileExW, findFirstFileEx)
+REPLACE_IMPORTED(FindNextFileW, findNextFile)
+REPLACE_IMPORTED(GetFileAttributesExW, getFileAttributesEx)
+REPLACE_IMPORTED(GetFileInformationByHandleEx, getFileInformationByHandleEx)
+REPLACE_IMPORTED(GetFinalPathNameByHandleW, getFinalPathNameByHandle)
+REPLACE_IMPORTED(GetFullPathNameW, getFullPathName)
+REPLACE_IMPORTED(RemoveDirectoryW, removeDirectory)
+REPLACE_IMPORTED(SetFileAttributesW, setFileAttributes)
 
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
-
-template <typename Result>
-Result Refuse(DWORD error, Result result) {
-    SetLastError(error);
-    return result;
-}
 
 // Expects the error that ExpectFileSystemError does, and as many handles open as before.
 void ExpectFailure(const std::function<void()>& action, const char* operation, DWORD error,
@@ -141,7 +88,7 @@ TEST(CanonicalPathFailure, ThePrefixOfTheFinalPathCallIsTakenOff) {
     const TemporaryDirectory directory;
     for (const FinalPathForm& form : forms) {
         const ScopedReplacement<decltype(GetFinalPathNameByHandleW)> answering(
-            getFinalPath, [&form](HANDLE, LPWSTR buffer, DWORD units, DWORD flags) {
+            getFinalPathNameByHandle, [&form](HANDLE, LPWSTR buffer, DWORD units, DWORD flags) {
                 EXPECT_EQ(flags, 0U) << "normalised, with a drive letter";
                 return AnswerText(form.answer, buffer, units);
             });
@@ -157,7 +104,7 @@ TEST(CanonicalPathFailure, EveryLengthAroundTheBuffersIsAnsweredWhole) {
     for (std::size_t length = 240; length < 300; ++length) {
         const std::wstring path = L"C:\\" + std::wstring(length, L'x');
         const ScopedReplacement<decltype(GetFinalPathNameByHandleW)> answering(
-            getFinalPath, [&path](HANDLE, LPWSTR buffer, DWORD units, DWORD) {
+            getFinalPathNameByHandle, [&path](HANDLE, LPWSTR buffer, DWORD units, DWORD) {
                 return AnswerText(L"\\\\?\\" + path, buffer, units);
             });
         EXPECT_EQ(CanonicalPath(directory.path).native(), path);
@@ -169,14 +116,14 @@ TEST(CanonicalPathFailure, ARefusalOfEitherCallIsAnError) {
     {
         const ScopedReplacement<decltype(CreateFileW)> refusing(
             createFile, [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
-                return Refuse(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
+                return FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
             });
         ExpectFailure([&] { CanonicalPath(directory.path); }, "canonical", ERROR_ACCESS_DENIED,
                       directory.path);
     }
     const ScopedReplacement<decltype(GetFinalPathNameByHandleW)> refusing(
-        getFinalPath,
-        [](HANDLE, LPWSTR, DWORD, DWORD) { return Refuse(ERROR_INVALID_FUNCTION, DWORD{0}); });
+        getFinalPathNameByHandle,
+        [](HANDLE, LPWSTR, DWORD, DWORD) { return FailWith(ERROR_INVALID_FUNCTION, DWORD{0}); });
     ExpectFailure([&] { CanonicalPath(directory.path); }, "canonical", ERROR_INVALID_FUNCTION,
                   directory.path);
     ExpectFailure([&] { WeaklyCanonicalPath(directory.path); }, "weakly_canonical",
@@ -185,9 +132,12 @@ TEST(CanonicalPathFailure, ARefusalOfEitherCallIsAnError) {
 
 TEST(CanonicalPathFailure, OnlyTheAttributesAreOpenedAndEveryoneElseMayDoAnything) {
     const TemporaryDirectory directory;
+    int opened = 0;
     const ScopedReplacement<decltype(CreateFileW)> observed(
-        createFile, [](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
-                       DWORD disposition, DWORD flags, HANDLE file) {
+        createFile,
+        [&opened](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                  DWORD disposition, DWORD flags, HANDLE file) {
+            ++opened;
             EXPECT_EQ(access, static_cast<DWORD>(FILE_READ_ATTRIBUTES));
             EXPECT_EQ(share,
                       static_cast<DWORD>(FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
@@ -198,6 +148,7 @@ TEST(CanonicalPathFailure, OnlyTheAttributesAreOpenedAndEveryoneElseMayDoAnythin
                                             file);
         });
     CanonicalPath(directory.path);
+    EXPECT_EQ(opened, 1);
 }
 
 TEST(FileTypeFailure, OfALinkIsAskedWhileEveryoneElseMayDoAnythingWithItsTarget) {
@@ -243,7 +194,7 @@ TEST(WeaklyCanonicalPathFailure, WhatCannotBeFoundGoesOnWithTheParent) {
             createFile,
             [&](LPCWSTR name, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
                 tried.emplace_back(name);
-                return Refuse(notFound.error, INVALID_HANDLE_VALUE);
+                return FailWith(notFound.error, INVALID_HANDLE_VALUE);
             });
         EXPECT_EQ(WeaklyCanonicalPath(notFound.path).native(), canonical);
         ASSERT_FALSE(tried.empty());
@@ -268,7 +219,7 @@ TEST(WeaklyCanonicalPathFailure, OtherErrorsAreRaisedAlsoFromTheMiddleOfThePath)
                 createFile,
                 [&](LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                     DWORD disposition, DWORD flags, HANDLE file) {
-                    return failing == name ? Refuse(error, INVALID_HANDLE_VALUE)
+                    return failing == name ? FailWith(error, INVALID_HANDLE_VALUE)
                                            : __real___imp_CreateFileW(name, access, share, security,
                                                                       disposition, flags, file);
                 });
@@ -279,8 +230,8 @@ TEST(WeaklyCanonicalPathFailure, OtherErrorsAreRaisedAlsoFromTheMiddleOfThePath)
 
 TEST(WeaklyCanonicalPathFailure, APathThatCannotBeMadeAbsoluteIsAnError) {
     const ScopedReplacement<decltype(GetFullPathNameW)> refusing(
-        getFullPath, [](LPCWSTR, DWORD, LPWSTR, LPWSTR*) {
-            return Refuse(ERROR_FILENAME_EXCED_RANGE, DWORD{0});
+        getFullPathName, [](LPCWSTR, DWORD, LPWSTR, LPWSTR*) {
+            return FailWith(ERROR_FILENAME_EXCED_RANGE, DWORD{0});
         });
     ExpectFailure([] { WeaklyCanonicalPath(L"C:\\\u7A0B\u5E8F"); }, "weakly_canonical",
                   ERROR_FILENAME_EXCED_RANGE, L"C:\\\u7A0B\u5E8F");
@@ -301,7 +252,7 @@ TEST_F(CopyFilesFailure, AFullDiskIsAnErrorOfBothPaths) {
     int calls = 0;
     const ScopedReplacement<decltype(CopyFileW)> refusing(copyFile, [&](LPCWSTR, LPCWSTR, BOOL) {
         ++calls;
-        return Refuse(ERROR_DISK_FULL, FALSE);
+        return FailWith(ERROR_DISK_FULL);
     });
     ExpectFailure([this] { CopyToNewFile(source, target); }, "copy_file", 112, source, target);
     ExpectFailure([this] { CopyOverFile(source, target); }, "copy_file", 112, source, target);
@@ -327,7 +278,7 @@ TEST_F(CopyFilesFailure, AProtectedTargetIsReplaced) {
             constexpr DWORD kProtected =
                 FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
             return (GetFileAttributesW(to) & kProtected) != 0
-                       ? Refuse(ERROR_ACCESS_DENIED, FALSE)
+                       ? FailWith(ERROR_ACCESS_DENIED)
                        : __real___imp_CopyFileW(from, to, refuseExisting);
         });
     for (const DWORD attributes : std::initializer_list<DWORD>{
@@ -346,11 +297,11 @@ TEST_F(CopyFilesFailure, ATargetThatStaysProtectedIsAnError) {
     int calls = 0;
     const ScopedReplacement<decltype(CopyFileW)> refusing(copyFile, [&](LPCWSTR, LPCWSTR, BOOL) {
         ++calls;
-        return Refuse(ERROR_ACCESS_DENIED, FALSE);
+        return FailWith(ERROR_ACCESS_DENIED);
     });
     {
         const ScopedReplacement<decltype(SetFileAttributesW)> unchanging(
-            setFileAttributes, [](LPCWSTR, DWORD) { return Refuse(ERROR_WRITE_PROTECT, FALSE); });
+            setFileAttributes, [](LPCWSTR, DWORD) { return FailWith(ERROR_WRITE_PROTECT); });
         ExpectFailure([this] { CopyOverFile(source, target); }, "copy_file", ERROR_ACCESS_DENIED,
                       source, target);
         EXPECT_EQ(calls, 1);
@@ -375,7 +326,7 @@ TEST(FileSizeFailure, HasAHighHalf) {
 TEST(FileTypeFailure, AQueryThatFailsForWhatExistsIsAnErrorOfItsOperation) {
     const ScopedReplacement<decltype(GetFileAttributesExW)> refusing(
         getFileAttributesEx,
-        [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID) { return Refuse(ERROR_ACCESS_DENIED, FALSE); });
+        [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID) { return FailWith(ERROR_ACCESS_DENIED); });
     const std::filesystem::path path = L"C:\\\u7A0B\u5E8F";
     ExpectFailure([&] { FileSize(path); }, "file_size", ERROR_ACCESS_DENIED, path);
     ExpectFailure([&] { PathExists(path); }, "exists", ERROR_ACCESS_DENIED, path);
@@ -402,14 +353,14 @@ TEST_F(ReparsePoint, ThatCannotBeOpenedOrQueriedIsAnError) {
     {
         const ScopedReplacement<decltype(CreateFileW)> refusing(
             createFile, [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
-                return Refuse(ERROR_CANT_RESOLVE_FILENAME, INVALID_HANDLE_VALUE);
+                return FailWith(ERROR_CANT_RESOLVE_FILENAME, INVALID_HANDLE_VALUE);
             });
         ExpectFailure([this] { PathExists(directory.path); }, "exists", ERROR_CANT_RESOLVE_FILENAME,
                       directory.path);
     }
     const ScopedReplacement<decltype(GetFileInformationByHandleEx)> refusing(
-        getFileInformation, [](HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD) {
-            return Refuse(ERROR_INVALID_PARAMETER, FALSE);
+        getFileInformationByHandleEx, [](HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD) {
+            return FailWith(ERROR_INVALID_PARAMETER);
         });
     ExpectFailure([this] { PathExists(directory.path); }, "exists", ERROR_INVALID_PARAMETER,
                   directory.path);
@@ -420,7 +371,7 @@ TEST(CreateDirectoriesFailure, ADirectoryThatCannotBeMadeIsAnErrorOfTheWholePath
     const std::filesystem::path path = directory.path / L"\u7A0B\u5E8F" / L"x";
     const ScopedReplacement<decltype(CreateDirectoryW)> refusing(
         createDirectory,
-        [](LPCWSTR, LPSECURITY_ATTRIBUTES) { return Refuse(ERROR_ACCESS_DENIED, FALSE); });
+        [](LPCWSTR, LPSECURITY_ATTRIBUTES) { return FailWith(ERROR_ACCESS_DENIED); });
     ExpectFailure([&] { CreateDirectories(path); }, "create_directories", ERROR_ACCESS_DENIED,
                   path);
 }
@@ -430,7 +381,7 @@ TEST(CreateDirectoriesFailure, ADirectoryThatAnotherProcessMakesMeanwhileIsFine)
     const ScopedReplacement<decltype(CreateDirectoryW)> overtaken(
         createDirectory, [](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
             __real___imp_CreateDirectoryW(path, security);
-            return Refuse(ERROR_ALREADY_EXISTS, FALSE);
+            return FailWith(ERROR_ALREADY_EXISTS);
         });
     EXPECT_NO_THROW(CreateDirectories(directory.path / L"a" / L"b"));
     EXPECT_TRUE(PathExists(directory.path / L"a" / L"b"));
@@ -443,7 +394,7 @@ TEST(RemoveFileFailure, AFileThatStaysProtectedIsAnError) {
     int calls = 0;
     const ScopedReplacement<decltype(DeleteFileW)> refusing(deleteFile, [&](LPCWSTR) {
         ++calls;
-        return Refuse(ERROR_ACCESS_DENIED, FALSE);
+        return FailWith(ERROR_ACCESS_DENIED);
     });
     ExpectFailure([&] { RemoveFile(file); }, "remove", ERROR_ACCESS_DENIED, file);
     EXPECT_EQ(calls, 1) << "no attribute was in the way";
@@ -457,7 +408,7 @@ TEST(RemoveTreeFailure, ReadOnlyDirectoriesAreRemoved) {
     const ScopedReplacement<decltype(RemoveDirectoryW)> asOnWindows(
         removeDirectory, [](LPCWSTR path) {
             return (GetFileAttributesW(path) & FILE_ATTRIBUTE_READONLY) != 0
-                       ? Refuse(ERROR_ACCESS_DENIED, FALSE)
+                       ? FailWith(ERROR_ACCESS_DENIED)
                        : __real___imp_RemoveDirectoryW(path);
         });
     const TemporaryDirectory directory;
@@ -503,12 +454,12 @@ TEST(RemoveTreeFailure, WhatOthersRemoveMeanwhileIsNoError) {
     WriteFileContent(directory.path / L"tree" / L"folder" / L"file", "");
     const ScopedReplacement<decltype(DeleteFileW)> overtaken(deleteFile, [](LPCWSTR path) {
         __real___imp_DeleteFileW(path);
-        return Refuse(ERROR_FILE_NOT_FOUND, FALSE);
+        return FailWith(ERROR_FILE_NOT_FOUND);
     });
     const ScopedReplacement<decltype(RemoveDirectoryW)> overtakenToo(
         removeDirectory, [](LPCWSTR path) {
             __real___imp_RemoveDirectoryW(path);
-            return Refuse(ERROR_FILE_NOT_FOUND, FALSE);
+            return FailWith(ERROR_FILE_NOT_FOUND);
         });
     EXPECT_NO_THROW(RemoveTree(directory.path / L"tree"));
     EXPECT_THAT(ReadTreeContent(directory.path), IsEmpty());
@@ -520,16 +471,16 @@ TEST(RemoveTreeFailure, EveryFailureIsOneOfTheRemoval) {
     WriteFileContent(tree / L"folder" / L"file", "");
     {
         const ScopedReplacement<decltype(DeleteFileW)> refusing(
-            deleteFile, [](LPCWSTR) { return Refuse(ERROR_SHARING_VIOLATION, FALSE); });
+            deleteFile, [](LPCWSTR) { return FailWith(ERROR_SHARING_VIOLATION); });
         ExpectFailure([&] { RemoveTree(tree); }, "remove_all", ERROR_SHARING_VIOLATION,
                       tree / L"folder" / L"file");
     }
     {
         const ScopedReplacement<decltype(FindFirstFileExW)> refusing(
-            findFirstFile, [&](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data,
-                               FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+            findFirstFileEx, [&](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data,
+                                 FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
                 return (tree / L"folder" / L"*") == path
-                           ? Refuse(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE)
+                           ? FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE)
                            : __real___imp_FindFirstFileExW(path, level, data, operation, filter,
                                                            flags);
             });
@@ -537,7 +488,7 @@ TEST(RemoveTreeFailure, EveryFailureIsOneOfTheRemoval) {
                       tree / L"folder");
     }
     const ScopedReplacement<decltype(RemoveDirectoryW)> refusing(
-        removeDirectory, [](LPCWSTR) { return Refuse(ERROR_DIR_NOT_EMPTY, FALSE); });
+        removeDirectory, [](LPCWSTR) { return FailWith(ERROR_DIR_NOT_EMPTY); });
     ExpectFailure([&] { RemoveTree(tree); }, "remove_all", ERROR_DIR_NOT_EMPTY, tree / L"folder");
 }
 
@@ -549,7 +500,7 @@ struct DirectoryListingFailure : testing::Test {
     HANDLE Open(LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data, FINDEX_SEARCH_OPS operation,
                 LPVOID filter, DWORD flags) {
         if (refused == path) {
-            return Refuse(refusal, INVALID_HANDLE_VALUE);
+            return FailWith(refusal, INVALID_HANDLE_VALUE);
         }
         const HANDLE search =
             __real___imp_FindFirstFileExW(path, level, data, operation, filter, flags);
@@ -563,7 +514,7 @@ struct DirectoryListingFailure : testing::Test {
     DWORD refusal = ERROR_ACCESS_DENIED;
     int openSearches = 0;
     ScopedReplacement<decltype(FindFirstFileExW)> open{
-        findFirstFile, [this](auto... arguments) { return Open(arguments...); }};
+        findFirstFileEx, [this](auto... arguments) { return Open(arguments...); }};
     ScopedReplacement<decltype(FindClose)> close{findClose, [this](HANDLE search) {
                                                      --openSearches;
                                                      return __real___imp_FindClose(search);
@@ -594,7 +545,7 @@ TEST_F(DirectoryListingFailure, AnAdvanceThatFails) {
     const ScopedReplacement<decltype(FindNextFileW)> failing(
         findNextFile, [&](HANDLE search, LPWIN32_FIND_DATAW data) {
             const BOOL advanced = __real___imp_FindNextFileW(search, data);
-            return ++advances == failingAdvance ? Refuse(ERROR_NETNAME_DELETED, FALSE) : advanced;
+            return ++advances == failingAdvance ? FailWith(ERROR_NETNAME_DELETED) : advanced;
         });
     VisitDirectory(directory.path, Ignore);
     failingAdvance = advances;
@@ -632,7 +583,7 @@ TEST(VisitTreeDepth, ThousandsOfLevelsAreReached) {
     std::size_t opened = 0;
     std::size_t closed = 0;
     const ScopedReplacement<decltype(FindFirstFileExW)> open{
-        findFirstFile,
+        findFirstFileEx,
         [&](LPCWSTR, FINDEX_INFO_LEVELS, LPVOID data, FINDEX_SEARCH_OPS, LPVOID, DWORD) {
             WIN32_FIND_DATAW entry{};
             entry.dwFileAttributes =
@@ -642,8 +593,7 @@ TEST(VisitTreeDepth, ThousandsOfLevelsAreReached) {
             return reinterpret_cast<HANDLE>(opened);
         }};
     const ScopedReplacement<decltype(FindNextFileW)> advance{
-        findNextFile,
-        [](HANDLE, LPWIN32_FIND_DATAW) { return Refuse(ERROR_NO_MORE_FILES, FALSE); }};
+        findNextFile, [](HANDLE, LPWIN32_FIND_DATAW) { return FailWith(ERROR_NO_MORE_FILES); }};
     const ScopedReplacement<decltype(FindClose)> close{
         findClose, [&](auto search) {
             EXPECT_EQ(search, reinterpret_cast<HANDLE>(opened - closed));
@@ -697,7 +647,7 @@ TEST_F(DirectoryListingFailure, NothingIsAskedAboutAnEntry) {
     const ScopedReplacement<decltype(GetFileAttributesExW)> gone(
         getFileAttributesEx, [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID) {
             ADD_FAILURE() << "a query";
-            return Refuse(ERROR_FILE_NOT_FOUND, FALSE);
+            return FailWith(ERROR_FILE_NOT_FOUND);
         });
     std::vector<std::wstring> entries;
     VisitTree(directory.path,

@@ -7,9 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/current_directory.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/expect_file_system_error.h"
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/open_handles.h"
 #include "fixtures/temporary_directory.h"
 #include "support/canonical_path.h"
@@ -26,11 +28,6 @@ using testing::IsEmpty;
 using testing::Pair;
 
 constexpr DWORD kLongPath = 32768;
-
-UniqueHandle OpenForReading(const std::filesystem::path& file, DWORD share) {
-    return OwnHandle(
-        CreateFileW(file.c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0, nullptr));
-}
 
 std::wstring ShortPath(const std::filesystem::path& path) {
     std::wstring text(kLongPath, L'\0');
@@ -91,9 +88,7 @@ TEST_F(CanonicalForms, OfADriveAreItsRoot) {
 }
 
 TEST_F(CanonicalForms, OfRelativePathsStartAtTheCurrentDirectory) {
-    std::wstring previous(kLongPath, L'\0');
-    previous.resize(GetCurrentDirectoryW(kLongPath, previous.data()));
-    ASSERT_NE(SetCurrentDirectoryW(link.link.c_str()), 0);
+    const ScopedCurrentDirectory current(link.link);
     EXPECT_EQ(CanonicalPath(L"file.txt").native(), file.native());
     EXPECT_EQ(CanonicalPath(L".").native(), folder.native());
     EXPECT_EQ(WeaklyCanonicalPath(L"file.txt").native(), file.native());
@@ -101,7 +96,6 @@ TEST_F(CanonicalForms, OfRelativePathsStartAtTheCurrentDirectory) {
     EXPECT_EQ(WeaklyCanonicalPath(file.native().substr(0, 2) + L"z").native(),
               (folder / L"z").native())
         << "relative to the drive's current directory";
-    SetCurrentDirectoryW(previous.c_str());
 }
 
 TEST_F(CanonicalForms, AreWeakForWhatIsMissing) {
@@ -150,12 +144,11 @@ TEST_F(CanonicalForms, DoNotExistForWhatIsMissing) {
 }
 
 TEST_F(CanonicalForms, AreFoundForFilesThatOthersHaveOpenAndLeaveNothingOpen) {
-    const UniqueHandle exclusive = OpenForReading(file, 0);
-    ASSERT_TRUE(exclusive);
-    const std::size_t before = CountOpenHandles();
-    EXPECT_EQ(CanonicalPath(file), file);
-    EXPECT_EQ(WeaklyCanonicalPath(file / L"x"), file / L"x");
-    EXPECT_EQ(CountOpenHandles(), before);
+    const UniqueHandle exclusive = HoldFile(file);
+    ExpectNoHandleLeft([this] {
+        EXPECT_EQ(CanonicalPath(file), file);
+        EXPECT_EQ(WeaklyCanonicalPath(file / L"x"), file / L"x");
+    });
 }
 
 // Around the length at which a first, short buffer is too small. Wine 8 fails for paths that are
@@ -260,8 +253,7 @@ TEST(CopyOverFile, ATargetThatIsHeldOpenIsAnErrorAndStays) {
     const std::filesystem::path target = directory.path / L"target";
     WriteFileContent(source, "new");
     WriteFileContent(target, "old");
-    const UniqueHandle reader = OpenForReading(target, FILE_SHARE_READ);
-    ASSERT_TRUE(reader);
+    const UniqueHandle reader = HoldFile(target, GENERIC_READ, FILE_SHARE_READ);
     ExpectFileSystemError([&] { CopyOverFile(source, target); }, "copy_file",
                           ERROR_SHARING_VIOLATION, source, target);
     EXPECT_EQ(ReadFileContent(target), "old");
@@ -309,8 +301,7 @@ TEST(PathExists, NotForALinkWhoseTargetIsGone) {
 TEST(PathExists, ForAFileThatOthersHaveOpen) {
     const TemporaryDirectory directory;
     WriteFileContent(directory.path / L"file", "");
-    const UniqueHandle exclusive = OpenForReading(directory.path / L"file", 0);
-    ASSERT_TRUE(exclusive);
+    const UniqueHandle exclusive = HoldFile(directory.path / L"file");
     EXPECT_TRUE(PathExists(directory.path / L"file"));
 }
 
@@ -381,8 +372,7 @@ TEST(RemoveFile, AFileThatIsHeldOpenIsAnErrorAndStays) {
     const TemporaryDirectory directory;
     const std::filesystem::path file = directory.path / L"file \u6587";
     WriteFileContent(file, "content");
-    const UniqueHandle reader = OpenForReading(file, FILE_SHARE_READ | FILE_SHARE_WRITE);
-    ASSERT_TRUE(reader);
+    const UniqueHandle reader = HoldFile(file, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
     ExpectFileSystemError([&] { RemoveFile(file); }, "remove", ERROR_SHARING_VIOLATION, file);
     EXPECT_EQ(ReadFileContent(file), "content");
 }
@@ -429,8 +419,7 @@ TEST(RemoveTree, AFileThatIsHeldOpenIsAnError) {
     const TemporaryDirectory directory;
     const std::filesystem::path file = directory.path / L"tree \u6811" / L"folder" / L"file";
     WriteFileContent(file, "content");
-    const UniqueHandle reader = OpenForReading(file, FILE_SHARE_READ | FILE_SHARE_WRITE);
-    ASSERT_TRUE(reader);
+    const UniqueHandle reader = HoldFile(file, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
     ExpectFileSystemError([&] { RemoveTree(directory.path / L"tree \u6811"); }, "remove_all",
                           ERROR_SHARING_VIOLATION, file);
     EXPECT_EQ(ReadFileContent(file), "content");

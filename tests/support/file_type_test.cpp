@@ -4,9 +4,9 @@
 
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_system.h"
-#include "support/handle.h"
 #include "support/windows_api.h"
 
 namespace updater {
@@ -29,9 +29,7 @@ TEST(QueryFileType, AttributesAndOpenHandlesMakeNoDifference) {
     const std::filesystem::path file = directory.path / L"file";
     WriteFileContent(file, "");
     SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
-    const UniqueHandle exclusive =
-        OwnHandle(CreateFileW(file.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(exclusive);
+    const UniqueHandle exclusive = HoldFile(file);
     EXPECT_EQ(QueryFileType(file, "o"), file_type::regular);
 }
 

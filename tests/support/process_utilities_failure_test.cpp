@@ -22,76 +22,48 @@
 #include "fixtures/expect_file_system_error.h"
 #include "fixtures/file_content.h"
 #include "fixtures/open_handles.h"
+#include "fixtures/programs/program_report.h"
+#include "fixtures/programs/running_program.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
-#include "support/program_report.h"
-#include "support/running_program.h"
 
 namespace updater {
 
+REPLACE_IMPORTED(CoCreateGuid, coCreateGuid)
+REPLACE_IMPORTED(CreateFileW, createFile)
+REPLACE_IMPORTED(CreateProcessW, createProcess)
+REPLACE_IMPORTED(GetExitCodeProcess, getExitCodeProcess)
+REPLACE_IMPORTED(GetTokenInformation, getTokenInformation)
+REPLACE_IMPORTED(OpenProcess, openProcess)
+REPLACE_IMPORTED(OpenProcessToken, openProcessToken)
+REPLACE_IMPORTED(QueryFullProcessImageNameW, queryFullProcessImageName)
+REPLACE_IMPORTED(WaitForSingleObject, waitForSingleObject)
+
 namespace {
 
-Replacement<decltype(CoCreateGuid)> coCreateGuid;
-Replacement<decltype(CreateFileW)> createFile;
-Replacement<decltype(CreateProcessW)> createProcess;
-Replacement<decltype(GetExitCodeProcess)> getExitCodeProcess;
-Replacement<decltype(GetTokenInformation)> getTokenInformation;
-Replacement<decltype(OpenProcess)> openProcess;
-Replacement<decltype(OpenProcessToken)> openProcessToken;
-Replacement<decltype(QueryFullProcessImageNameW)> queryImageName;
-Replacement<decltype(WaitForSingleObject)> waitForSingleObject;
-Replacement<decltype(CreateToolhelp32Snapshot)> createSnapshot;
-Replacement<decltype(Process32FirstW)> firstProcess;
-Replacement<decltype(Process32NextW)> nextProcess;
+Replacement<decltype(CreateToolhelp32Snapshot)> createToolhelp32Snapshot;
+Replacement<decltype(Process32FirstW)> process32First;
+Replacement<decltype(Process32NextW)> process32Next;
 
 }  // namespace
 
 extern "C" {
-
-extern decltype(&CoCreateGuid) __real___imp_CoCreateGuid;
-extern decltype(&CreateFileW) __real___imp_CreateFileW;
-extern decltype(&CreateProcessW) __real___imp_CreateProcessW;
-extern decltype(&GetExitCodeProcess) __real___imp_GetExitCodeProcess;
-extern decltype(&GetTokenInformation) __real___imp_GetTokenInformation;
-extern decltype(&OpenProcess) __real___imp_OpenProcess;
-extern decltype(&OpenProcessToken) __real___imp_OpenProcessToken;
-extern decltype(&QueryFullProcessImageNameW) __real___imp_QueryFullProcessImageNameW;
-extern decltype(&WaitForSingleObject) __real___imp_WaitForSingleObject;
-
-decltype(&CoCreateGuid) __wrap___imp_CoCreateGuid =
-    ImportDouble<coCreateGuid, __real___imp_CoCreateGuid>::Call;
-decltype(&CreateFileW) __wrap___imp_CreateFileW =
-    ImportDouble<createFile, __real___imp_CreateFileW>::Call;
-decltype(&CreateProcessW) __wrap___imp_CreateProcessW =
-    ImportDouble<createProcess, __real___imp_CreateProcessW>::Call;
-decltype(&GetExitCodeProcess) __wrap___imp_GetExitCodeProcess =
-    ImportDouble<getExitCodeProcess, __real___imp_GetExitCodeProcess>::Call;
-decltype(&GetTokenInformation) __wrap___imp_GetTokenInformation =
-    ImportDouble<getTokenInformation, __real___imp_GetTokenInformation>::Call;
-decltype(&OpenProcess) __wrap___imp_OpenProcess =
-    ImportDouble<openProcess, __real___imp_OpenProcess>::Call;
-decltype(&OpenProcessToken) __wrap___imp_OpenProcessToken =
-    ImportDouble<openProcessToken, __real___imp_OpenProcessToken>::Call;
-decltype(&QueryFullProcessImageNameW) __wrap___imp_QueryFullProcessImageNameW =
-    ImportDouble<queryImageName, __real___imp_QueryFullProcessImageNameW>::Call;
-decltype(&WaitForSingleObject) __wrap___imp_WaitForSingleObject =
-    ImportDouble<waitForSingleObject, __real___imp_WaitForSingleObject>::Call;
 
 extern decltype(CreateToolhelp32Snapshot) __real_CreateToolhelp32Snapshot;
 extern decltype(Process32FirstW) __real_Process32FirstW;
 extern decltype(Process32NextW) __real_Process32NextW;
 
 HANDLE WINAPI __wrap_CreateToolhelp32Snapshot(DWORD flags, DWORD processId) {
-    return createSnapshot.Call(__real_CreateToolhelp32Snapshot, flags, processId);
+    return createToolhelp32Snapshot.Call(__real_CreateToolhelp32Snapshot, flags, processId);
 }
 
 BOOL WINAPI __wrap_Process32FirstW(HANDLE snapshot, LPPROCESSENTRY32W entry) {
-    return firstProcess.Call(__real_Process32FirstW, snapshot, entry);
+    return process32First.Call(__real_Process32FirstW, snapshot, entry);
 }
 
 BOOL WINAPI __wrap_Process32NextW(HANDLE snapshot, LPPROCESSENTRY32W entry) {
-    return nextProcess.Call(__real_Process32NextW, snapshot, entry);
+    return process32Next.Call(__real_Process32NextW, snapshot, entry);
 }
 
 }  // extern "C"
@@ -110,21 +82,17 @@ void ExpectFailure(const std::function<void()>& action, const char* message) {
     EXPECT_EQ(CountOpenHandles(), before);
 }
 
-BOOL Refuse() {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
-}
-
 TEST(IsProcessElevatedFailure, ATokenThatCannotBeOpened) {
     const ScopedReplacement<decltype(OpenProcessToken)> refusing(
-        openProcessToken, [](HANDLE, DWORD, PHANDLE) { return Refuse(); });
+        openProcessToken, [](HANDLE, DWORD, PHANDLE) { return FailWith(ERROR_ACCESS_DENIED); });
     ExpectFailure(IsProcessElevated, "Cannot inspect process token");
 }
 
 TEST(IsProcessElevatedFailure, ATokenThatCannotBeQueriedIsClosed) {
     const ScopedReplacement<decltype(GetTokenInformation)> refusing(
-        getTokenInformation,
-        [](HANDLE, TOKEN_INFORMATION_CLASS, LPVOID, DWORD, PDWORD) { return Refuse(); });
+        getTokenInformation, [](HANDLE, TOKEN_INFORMATION_CLASS, LPVOID, DWORD, PDWORD) {
+            return FailWith(ERROR_ACCESS_DENIED);
+        });
     ExpectFailure(IsProcessElevated, "Cannot inspect elevation");
 }
 
@@ -165,14 +133,15 @@ TEST(CreateJobIdentityFailure, ASuccessCodeOtherThanZeroIsNoFailure) {
 
 TEST(GetProcessImagePathFailure, AQueryThatFails) {
     const ScopedReplacement<decltype(QueryFullProcessImageNameW)> refusing(
-        queryImageName, [](HANDLE, DWORD, LPWSTR, PDWORD) { return Refuse(); });
+        queryFullProcessImageName,
+        [](HANDLE, DWORD, LPWSTR, PDWORD) { return FailWith(ERROR_ACCESS_DENIED); });
     ExpectFailure([] { GetProcessImagePath(GetCurrentProcess()); },
                   "Cannot inspect application process");
 }
 
 TEST(GetProcessImagePathFailure, TheLongestPathFitsAndIsCutToItsLength) {
     const ScopedReplacement<decltype(QueryFullProcessImageNameW)> answering(
-        queryImageName, [](HANDLE, DWORD flags, LPWSTR text, PDWORD units) {
+        queryFullProcessImageName, [](HANDLE, DWORD flags, LPWSTR text, PDWORD units) {
             EXPECT_EQ(flags, 0U);
             EXPECT_EQ(*units, 32768U);
             std::fill(text, text + 32767, L'x');
@@ -191,34 +160,38 @@ struct EnsureNoOtherInstanceFailure : testing::Test {
 
 TEST_F(EnsureNoOtherInstanceFailure, ASnapshotThatCannotBeTaken) {
     const ScopedReplacement<decltype(CreateToolhelp32Snapshot)> refusing(
-        createSnapshot, [](DWORD, DWORD) {
-            SetLastError(ERROR_ACCESS_DENIED);
-            return INVALID_HANDLE_VALUE;
-        });
+        createToolhelp32Snapshot,
+        [](DWORD, DWORD) { return FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE); });
     ExpectFailure([this] { Scan(); }, "Cannot enumerate running applications");
 }
 
 TEST_F(EnsureNoOtherInstanceFailure, ASnapshotThatCannotBeReadIsClosed) {
     const ScopedReplacement<decltype(Process32FirstW)> refusing(
-        firstProcess, [](HANDLE, LPPROCESSENTRY32W) { return Refuse(); });
+        process32First, [](HANDLE, LPPROCESSENTRY32W) { return FailWith(ERROR_ACCESS_DENIED); });
     ExpectFailure([this] { Scan(); }, "Cannot enumerate running applications");
 }
 
 TEST_F(EnsureNoOtherInstanceFailure, TheSnapshotIsOfAllProcessesInEntriesOfTheWideForm) {
+    int snapshots = 0;
     const ScopedReplacement<decltype(CreateToolhelp32Snapshot)> observedSnapshot(
-        createSnapshot, [](DWORD flags, DWORD processId) {
+        createToolhelp32Snapshot, [&snapshots](DWORD flags, DWORD processId) {
+            ++snapshots;
             EXPECT_EQ(flags, 2U);
             EXPECT_EQ(processId, 0U);
             return __real_CreateToolhelp32Snapshot(flags, processId);
         });
+    int readings = 0;
     const ScopedReplacement<decltype(Process32FirstW)> observedFirst(
-        firstProcess, [](HANDLE snapshot, LPPROCESSENTRY32W entry) {
+        process32First, [&readings](HANDLE snapshot, LPPROCESSENTRY32W entry) {
+            ++readings;
             PROCESSENTRY32W expected{};
             expected.dwSize = 568;
             EXPECT_EQ(std::memcmp(entry, &expected, sizeof(expected)), 0);
             return __real_Process32FirstW(snapshot, entry);
         });
     Scan();
+    EXPECT_EQ(snapshots, 1);
+    EXPECT_EQ(readings, 1);
 }
 
 TEST_F(EnsureNoOtherInstanceFailure, TheFirstAndTheLastProcessCountToo) {
@@ -232,13 +205,13 @@ TEST_F(EnsureNoOtherInstanceFailure, TheFirstAndTheLastProcessCountToo) {
 
     for (const bool instanceFirst : {true, false}) {
         const ScopedReplacement<decltype(Process32FirstW)> first(
-            firstProcess, [&](HANDLE, LPPROCESSENTRY32W entry) {
+            process32First, [&](HANDLE, LPPROCESSENTRY32W entry) {
                 *entry = instanceFirst ? instance : other;
                 return TRUE;
             });
         int calls = 0;
         const ScopedReplacement<decltype(Process32NextW)> next(
-            nextProcess, [&](HANDLE, LPPROCESSENTRY32W entry) {
+            process32Next, [&](HANDLE, LPPROCESSENTRY32W entry) {
                 *entry = instanceFirst ? other : instance;
                 return ++calls == 1 ? TRUE : FALSE;
             });
@@ -254,8 +227,7 @@ TEST_F(EnsureNoOtherInstanceFailure, AnInstanceThatCannotBeOpenedBlocksWhereverI
                 EXPECT_EQ(access, 0x101000U);
                 EXPECT_EQ(inherit, FALSE);
                 EXPECT_EQ(processId, program.processId) << "only an instance is opened";
-                SetLastError(ERROR_ACCESS_DENIED);
-                return HANDLE{nullptr};
+                return FailWith(ERROR_ACCESS_DENIED, HANDLE{nullptr});
             });
         ExpectFailure([this] { Scan(); }, kInaccessible);
     }
@@ -297,7 +269,8 @@ TEST_F(EnsureNoOtherInstanceFailure, OnlyASatisfiedWaitOfNoTimeMeansEnded) {
 TEST_F(EnsureNoOtherInstanceFailure, AnInstanceWhoseImagePathCannotBeRead) {
     const RunningProgram program(application);
     const ScopedReplacement<decltype(QueryFullProcessImageNameW)> refusing(
-        queryImageName, [](HANDLE, DWORD, LPWSTR, PDWORD) { return Refuse(); });
+        queryFullProcessImageName,
+        [](HANDLE, DWORD, LPWSTR, PDWORD) { return FailWith(ERROR_ACCESS_DENIED); });
     ExpectFailure([this] { Scan(); }, "Cannot inspect application process");
 }
 
@@ -308,8 +281,7 @@ TEST_F(EnsureNoOtherInstanceFailure, PathsThatCannotBeResolvedTheApplicationsFir
         return [refused](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                          DWORD disposition, DWORD flags, HANDLE file) {
             if (refused.empty() || refused == path) {
-                SetLastError(ERROR_ACCESS_DENIED);
-                return INVALID_HANDLE_VALUE;
+                return FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
             }
             return __real___imp_CreateFileW(path, access, share, security, disposition, flags,
                                             file);
@@ -317,20 +289,20 @@ TEST_F(EnsureNoOtherInstanceFailure, PathsThatCannotBeResolvedTheApplicationsFir
     };
     const std::filesystem::path installed = directory.path / L"installed" / L"corvellan.exe";
     WriteFileContent(installed, "");
-    const std::size_t before = CountOpenHandles();
-    {
+    ExpectNoHandleLeft([&] {
         const ScopedReplacement<decltype(CreateFileW)> refusing(createFile,
                                                                 resolveAllBut(elsewhere.path));
         ExpectFileSystemError([&] { EnsureNoOtherInstance(installed, program.processId); },
                               "weakly_canonical", ERROR_ACCESS_DENIED, elsewhere.path);
-    }
-    const std::filesystem::path all;
-    const ScopedReplacement<decltype(CreateFileW)> refusing(createFile, resolveAllBut(all));
-    ExpectFileSystemError([&] { EnsureNoOtherInstance(installed, 0); }, "weakly_canonical",
-                          ERROR_ACCESS_DENIED, installed);
-    ExpectFileSystemError([&] { IsSamePath(application, installed); }, "weakly_canonical",
-                          ERROR_ACCESS_DENIED, installed);
-    EXPECT_EQ(CountOpenHandles(), before);
+    });
+    ExpectNoHandleLeft([&] {
+        const std::filesystem::path all;
+        const ScopedReplacement<decltype(CreateFileW)> refusing(createFile, resolveAllBut(all));
+        ExpectFileSystemError([&] { EnsureNoOtherInstance(installed, 0); }, "weakly_canonical",
+                              ERROR_ACCESS_DENIED, installed);
+        ExpectFileSystemError([&] { IsSamePath(application, installed); }, "weakly_canonical",
+                              ERROR_ACCESS_DENIED, installed);
+    });
 }
 
 bool IsZeroed(const void* object, std::size_t bytes) {
@@ -340,7 +312,7 @@ bool IsZeroed(const void* object, std::size_t bytes) {
 
 struct LaunchProcessFailure : testing::Test {
     TemporaryDirectory directory;
-    std::filesystem::path program = StandInPath(L"reporting-program.exe");
+    std::filesystem::path program = ReportingProgram();
 };
 
 TEST_F(LaunchProcessFailure, TheProcessIsCreatedWithExactlyTheseArguments) {
@@ -386,8 +358,7 @@ TEST_F(LaunchProcessFailure, AFailureCarriesTheErrorNumberInDecimal) {
             createProcess, [&](LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL,
                                DWORD, LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION) {
                 ++calls;
-                SetLastError(error);
-                return FALSE;
+                return FailWith(error);
             });
         ExpectFailure([&] { LaunchProcess(program, L"", directory.path, LaunchWait::UntilExit); },
                       ("Process launch failed: " + std::to_string(error)).c_str());
@@ -396,16 +367,20 @@ TEST_F(LaunchProcessFailure, AFailureCarriesTheErrorNumberInDecimal) {
 }
 
 TEST(AwaitExitCodeFailure, TheWaitHasNoLimitAndAnExitCodeThatCannotBeReadIsOne) {
+    int waits = 0;
     const ScopedReplacement<decltype(WaitForSingleObject)> observed(
-        waitForSingleObject, [](auto process, DWORD milliseconds) {
+        waitForSingleObject, [&waits](auto process, DWORD milliseconds) {
+            ++waits;
             EXPECT_EQ(process, GetCurrentProcess());
             EXPECT_EQ(milliseconds, INFINITE);
             return WAIT_OBJECT_0;
         });
     EXPECT_EQ(AwaitExitCode(GetCurrentProcess()), 259U) << "still active";
+    EXPECT_EQ(waits, 1);
     const ScopedReplacement<decltype(GetExitCodeProcess)> refusing(
-        getExitCodeProcess, [](HANDLE, LPDWORD) { return Refuse(); });
+        getExitCodeProcess, [](HANDLE, LPDWORD) { return FailWith(ERROR_ACCESS_DENIED); });
     EXPECT_EQ(AwaitExitCode(GetCurrentProcess()), 1U);
+    EXPECT_EQ(waits, 2);
 }
 
 TEST(IsSignalledWithinFailure, OnlyASatisfiedWaitCounts) {
@@ -446,12 +421,12 @@ TEST_F(LaunchProcessFailure, ALaunchWithoutWaitingNeitherWaitsNorReadsTheExitCod
 
 TEST_F(LaunchProcessFailure, AnExitCodeThatCannotBeReadIsOne) {
     const ScopedReplacement<decltype(GetExitCodeProcess)> refusing(
-        getExitCodeProcess, [](HANDLE, LPDWORD) { return Refuse(); });
-    const std::size_t before = CountOpenHandles();
-    EXPECT_EQ(LaunchProcess(program, ReportArguments(directory.path / L"report", 0), directory.path,
-                            LaunchWait::UntilExit),
-              1U);
-    EXPECT_EQ(CountOpenHandles(), before);
+        getExitCodeProcess, [](HANDLE, LPDWORD) { return FailWith(ERROR_ACCESS_DENIED); });
+    ExpectNoHandleLeft([this] {
+        EXPECT_EQ(LaunchProcess(program, ReportArguments(directory.path / L"report", 0),
+                                directory.path, LaunchWait::UntilExit),
+                  1U);
+    });
 }
 
 }  // namespace

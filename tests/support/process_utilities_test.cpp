@@ -15,12 +15,12 @@
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/open_handles.h"
+#include "fixtures/programs/program_report.h"
+#include "fixtures/programs/running_program.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
 #include "support/argument_quoting.h"
 #include "support/file_system.h"
-#include "support/program_report.h"
-#include "support/running_program.h"
 #include "support/text_conversion.h"
 
 namespace updater {
@@ -36,7 +36,7 @@ constexpr char kRunning[] = "Another application instance is running; close it f
 std::wstring ElevationWith(StartToken token) {
     const TemporaryDirectory directory;
     ProgramStart start;
-    start.program = StandInPath(L"reporting-program.exe");
+    start.program = ReportingProgram();
     start.arguments = ReportArguments(directory.path / L"report", 0);
     start.token = token;
     const StartedProgram started = StartProgram(start);
@@ -266,10 +266,7 @@ TEST(EnsureNoOtherInstance, NoHandleStaysOpen) {
         IsProcessElevated();
         CreateJobIdentity();
     };
-    scan();
-    const std::size_t before = CountOpenHandles();
-    scan();
-    EXPECT_EQ(CountOpenHandles(), before);
+    ExpectNoHandleLeft(scan);
 }
 
 TEST(IsSignalledWithin, AnEndedProcessIsSignalledAndARunningOneIsNot) {
@@ -287,7 +284,7 @@ TEST(LaunchProcess, TheProgramReceivesItsArgumentsAndWorkingDirectory) {
     const std::filesystem::path program =
         directory.path / L"\u7A0B\u5E8F \u6587\u4EF6" / L"a b.exe";
     CreateDirectories(program.parent_path());
-    CopyToNewFile(StandInPath(L"reporting-program.exe"), program);
+    CopyToNewFile(ReportingProgram(), program);
     const std::filesystem::path report = directory.path / L"report";
     EXPECT_EQ(
         LaunchProcess(program, ReportArguments(report, 0) + L" /SP- /DIR=\"C:\\x y\\\\\" plain",
@@ -302,18 +299,16 @@ TEST(LaunchProcess, AWaitingLaunchReturnsTheExitCode) {
     const TemporaryDirectory directory;
     for (const std::uint32_t exitCode :
          {0U, 1U, 2U, 259U, 0x7FFFFFFFU, 0x80000000U, 0xC0000005U, 0xFFFFFFFFU}) {
-        EXPECT_EQ(LaunchProcess(StandInPath(L"reporting-program.exe"),
-                                ReportArguments(directory.path / L"report", exitCode),
-                                directory.path, LaunchWait::UntilExit),
-                  exitCode);
+        EXPECT_EQ(
+            LaunchProcess(ReportingProgram(), ReportArguments(directory.path / L"report", exitCode),
+                          directory.path, LaunchWait::UntilExit),
+            exitCode);
     }
 }
 
 TEST(LaunchProcess, WithoutArgumentsOnlyTheProgramIsOnTheCommandLine) {
     const TemporaryDirectory directory;
-    EXPECT_EQ(LaunchProcess(StandInPath(L"reporting-program.exe"), L"", directory.path,
-                            LaunchWait::UntilExit),
-              90U)
+    EXPECT_EQ(LaunchProcess(ReportingProgram(), L"", directory.path, LaunchWait::UntilExit), 90U)
         << "the stand-in's own complaint about missing arguments";
 }
 
@@ -325,7 +320,7 @@ TEST(LaunchProcess, ALaunchWithoutWaitingReturnsZeroWhileTheProgramRuns) {
         OwnHandle(CreateEventW(nullptr, TRUE, FALSE, (baseName + L"-end").c_str()));
     const TemporaryDirectory directory;
     const std::filesystem::path program = directory.path / L"corvellan.exe";
-    CopyToNewFile(StandInPath(L"waiting-program.exe"), program);
+    CopyToNewFile(WaitingProgram(), program);
 
     EXPECT_EQ(LaunchProcess(
                   program,
@@ -354,8 +349,7 @@ TEST(LaunchProcess, AFailureCarriesTheSystemsErrorNumber) {
         {directory.path / L"missing.exe", directory.path, "Process launch failed: 2"},
         {directory.path / L"missing" / L"missing.exe", directory.path, "Process launch failed: 3"},
         {directory.path / L"text.exe", directory.path, "Process launch failed: 193"},
-        {StandInPath(L"reporting-program.exe"), directory.path / L"missing",
-         "Process launch failed: 267"},
+        {ReportingProgram(), directory.path / L"missing", "Process launch failed: 267"},
     };
     for (const LaunchCase& launch : cases) {
         for (const LaunchWait wait : {LaunchWait::None, LaunchWait::UntilExit}) {
@@ -370,16 +364,12 @@ TEST(LaunchProcess, NoHandleStaysOpen) {
     const TemporaryDirectory directory;
     const auto launchAll = [&] {
         for (const LaunchWait wait : {LaunchWait::None, LaunchWait::UntilExit}) {
-            LaunchProcess(StandInPath(L"reporting-program.exe"), L"", directory.path.parent_path(),
-                          wait);
+            LaunchProcess(ReportingProgram(), L"", directory.path.parent_path(), wait);
             EXPECT_THROW(LaunchProcess(directory.path / L"missing.exe", L"", directory.path, wait),
                          std::runtime_error);
         }
     };
-    launchAll();
-    const std::size_t before = CountOpenHandles();
-    launchAll();
-    EXPECT_EQ(CountOpenHandles(), before);
+    ExpectNoHandleLeft(launchAll);
 }
 
 }  // namespace

@@ -3,19 +3,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/open_handles.h"
 #include "fixtures/raised_errors.h"
+#include "fixtures/status_heading.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_system.h"
 #include "support/handle.h"
-#include "support/text_conversion.h"
 #include "support/windows_api.h"
 
 namespace updater {
@@ -25,22 +25,9 @@ namespace {
 using testing::ElementsAre;
 using testing::Pair;
 
-// "The update was not completed; record of the failure:"
-constexpr char32_t kHeading[] = {0x5347, 0x7EA7, 0x672A, 0x5B8C, 0x6210, 0xFF0C,
-                                 0x5931, 0x8D25, 0x8BB0, 0x5F55, 0xFF1A, 0x000A};
-
-std::wstring HeadingText() {
-    return {std::begin(kHeading), std::end(kHeading)};
-}
-
 void ExpectCannotWrite(const std::filesystem::path& jobDirectory) {
     EXPECT_THAT([&] { WriteUpdateStatus(jobDirectory, kStateFailed, "new", 1); },
                 RaisesError("Cannot write update status"));
-}
-
-UniqueHandle OpenForReading(const std::filesystem::path& file, DWORD share) {
-    return OwnHandle(
-        CreateFileW(file.c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
 TEST(WriteUpdateStatus, StoresTheRecordAndNothingElse) {
@@ -163,8 +150,7 @@ TEST(WriteUpdateStatus, AStaleTemporaryFileThatCannotBeRewrittenIsMovedIntoPlace
     const TemporaryDirectory job;
     WriteFileContent(job.path / L"status.tmp", "stale");
     UniqueHandle reader =
-        OpenForReading(job.path / L"status.tmp", FILE_SHARE_READ | FILE_SHARE_DELETE);
-    ASSERT_TRUE(reader);
+        HoldFile(job.path / L"status.tmp", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE);
     WriteUpdateStatus(job.path, kStateFailed, "new", 1);
     reader.reset();
     EXPECT_THAT(ReadTreeContent(job.path), ElementsAre(Pair(L"status.json", "stale")));
@@ -182,9 +168,8 @@ TEST(WriteUpdateStatus, AStaleTemporaryFileIsOverwritten) {
 TEST(WriteUpdateStatus, OtherProcessesMayHaveTheTemporaryFileOpen) {
     const TemporaryDirectory job;
     WriteFileContent(job.path / L"status.tmp", "stale");
-    const UniqueHandle reader = OpenForReading(
-        job.path / L"status.tmp", FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
-    ASSERT_TRUE(reader);
+    const UniqueHandle reader = HoldFile(job.path / L"status.tmp", GENERIC_READ,
+                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
     WriteUpdateStatus(job.path, kStateReady, "m", 0);
     EXPECT_EQ(ReadFileContent(job.path / kStatusFile),
               R"({"state":"ready","message":"m","exitCode":0})");
@@ -193,8 +178,7 @@ TEST(WriteUpdateStatus, OtherProcessesMayHaveTheTemporaryFileOpen) {
 TEST(WriteUpdateStatus, AnOldRecordThatIsHeldOpenStays) {
     const TemporaryDirectory job;
     WriteUpdateStatus(job.path, kStateReady, "old", 0);
-    const UniqueHandle reader = OpenForReading(job.path / kStatusFile, FILE_SHARE_READ);
-    ASSERT_TRUE(reader);
+    const UniqueHandle reader = HoldFile(job.path / kStatusFile, GENERIC_READ, FILE_SHARE_READ);
     ExpectCannotWrite(job.path);
     EXPECT_EQ(ReadFileContent(job.path / kStatusFile),
               R"({"state":"ready","message":"old","exitCode":0})");
@@ -208,45 +192,40 @@ TEST(WriteUpdateStatus, NoHandleStaysOpen) {
         ReadStatusReport(job.path);
         ReadStatusReport(job.path / L"missing");
     };
-    writeAll();
-    const std::size_t before = CountOpenHandles();
-    writeAll();
-    EXPECT_EQ(CountOpenHandles(), before);
+    ExpectNoHandleLeft(writeAll);
 }
 
 TEST(ReadStatusReport, IsHeadingRecordTwoLineFeedsAndDirectoryCodePointByCodePoint) {
     const TemporaryDirectory job;
     WriteUpdateStatus(job.path, kStateFailed, "\xE5\x8D\x87\xE7\xBA\xA7 \"x\"", 1);
     EXPECT_EQ(ReadStatusReport(job.path),
-              HeadingText() + L"{\"state\":\"failed\",\"message\":\"\u5347\u7EA7 \\\"x\\\"\"," +
+              StatusHeading() + L"{\"state\":\"failed\",\"message\":\"\u5347\u7EA7 \\\"x\\\"\"," +
                   L"\"exitCode\":1}" + L"\n\n" + job.path.native());
 }
 
 TEST(ReadStatusReport, WithoutAStatusFileItsPlaceIsEmpty) {
     const TemporaryDirectory job;
-    EXPECT_EQ(ReadStatusReport(job.path), HeadingText() + L"\n\n" + job.path.native());
+    EXPECT_EQ(ReadStatusReport(job.path), StatusHeading() + L"\n\n" + job.path.native());
 }
 
 TEST(ReadStatusReport, AFileThatCannotBeReadLeavesItsPlaceEmpty) {
     const TemporaryDirectory job;
     CreateDirectories(job.path / kStatusFile);
-    EXPECT_EQ(ReadStatusReport(job.path), HeadingText() + L"\n\n" + job.path.native());
+    EXPECT_EQ(ReadStatusReport(job.path), StatusHeading() + L"\n\n" + job.path.native());
 
     const TemporaryDirectory lockedJob;
     WriteFileContent(lockedJob.path / kStatusFile, "content");
-    const UniqueHandle exclusive = OpenForReading(lockedJob.path / kStatusFile, 0);
-    ASSERT_TRUE(exclusive);
-    EXPECT_EQ(ReadStatusReport(lockedJob.path), HeadingText() + L"\n\n" + lockedJob.path.native());
+    const UniqueHandle exclusive = HoldFile(lockedJob.path / kStatusFile);
+    EXPECT_EQ(ReadStatusReport(lockedJob.path),
+              StatusHeading() + L"\n\n" + lockedJob.path.native());
 }
 
 TEST(ReadStatusReport, AFileThatAnotherProcessHasOpenForWritingIsRead) {
     const TemporaryDirectory job;
     WriteFileContent(job.path / kStatusFile, "content");
-    const UniqueHandle writer = OwnHandle(
-        CreateFileW((job.path / kStatusFile).c_str(), GENERIC_READ | GENERIC_WRITE,
-                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(writer);
-    EXPECT_EQ(ReadStatusReport(job.path), HeadingText() + L"content\n\n" + job.path.native());
+    const UniqueHandle writer = HoldFile(job.path / kStatusFile, GENERIC_READ | GENERIC_WRITE,
+                                         FILE_SHARE_READ | FILE_SHARE_WRITE);
+    EXPECT_EQ(ReadStatusReport(job.path), StatusHeading() + L"content\n\n" + job.path.native());
 }
 
 TEST(ReadStatusReport, TheFileIsShownByteForByteAndNotParsed) {
@@ -261,13 +240,14 @@ TEST(ReadStatusReport, TheFileIsShownByteForByteAndNotParsed) {
     const TemporaryDirectory job;
     for (const auto& [content, shown] : cases) {
         WriteFileContent(job.path / kStatusFile, content);
-        EXPECT_EQ(ReadStatusReport(job.path), HeadingText() + shown + L"\n\n" + job.path.native());
+        EXPECT_EQ(ReadStatusReport(job.path),
+                  StatusHeading() + shown + L"\n\n" + job.path.native());
     }
 }
 
 TEST(ReadStatusReport, TheDirectoryIsShownAsGiven) {
     for (const wchar_t* directory : {L"no such\\..\\directory\\", L"a/b", L"\xD800"}) {
-        EXPECT_EQ(ReadStatusReport(directory), HeadingText() + L"\n\n" + directory);
+        EXPECT_EQ(ReadStatusReport(directory), StatusHeading() + L"\n\n" + directory);
     }
 }
 

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
+#include "fixtures/processes/expected_records.h"
 #include "fixtures/processes/failing_steps.h"
 #include "fixtures/processes/stand_in_process.h"
 #include "fixtures/raised_errors.h"
@@ -13,8 +15,6 @@
 
 namespace updater {
 namespace {
-
-const StatusRecord kInstalling = {"installing", "Installing verified package", 0};
 
 StatusRecord RolledBack(const std::string& failure) {
     return {"failed", failure + "; previous program restored", 1};
@@ -162,8 +162,6 @@ TEST(InstallationPreparation, ChangesNothingWhenItFails) {
 TEST(InstallationPreparation, AllowsNoInstanceOfTheApplication) {
     InstallationWorld world;
     const StandInProcess instance = StartWaiting(world.applicationPath);
-    world.processes.starts.clear();
-    world.actions.clear();
     EXPECT_THAT([&] { InstallUpdate(world.installation); },
                 RaisesError("Another application instance is running; close it first"));
     EXPECT_EQ(world.actions, std::vector<std::string>{"list processes"});
@@ -178,8 +176,7 @@ TEST(InstallationPreparation, NeedsTheVersionOfTheInstalledExecutable) {
 TEST(InstallationPreparation, RaisesWhenAFileCannotBeBackedUp) {
     InstallationWorld world;
     const std::filesystem::path library = world.installation.installDirectory / L"data" / L"app.so";
-    const UniqueHandle held = OwnHandle(
-        CreateFileW(library.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    const UniqueHandle held = HoldFile(library);
     EXPECT_THAT([&] { InstallUpdate(world.installation); }, RaisesFileSystemError("copy_file"));
     EXPECT_TRUE(world.status.records.empty());
 }

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 #include "fixtures/file_content.h"
@@ -7,6 +9,7 @@
 #include "fixtures/processes/stand_in_process.h"
 #include "fixtures/raised_errors.h"
 #include "support/file_system.h"
+#include "support/text_conversion.h"
 #include "worker/installation.h"
 #include "worker/installation_world.h"
 
@@ -16,9 +19,7 @@ namespace {
 constexpr char kRestored[] = "; previous program restored";
 
 void RemoveEntry() {
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE,
-                   LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\)"
-                   LR"(5D1E7B20-3C9A-4F68-B2D4-9E0A6C7F1B35_is1)");
+    ReplaceUninstallEntry({});
 }
 
 // What happens to the installation, the message before its suffix, and how it comes about.
@@ -105,14 +106,18 @@ TEST_P(Rollback, RestoresProgramAndRegisteredVersionAndReportsTheFailure) {
 INSTANTIATE_TEST_SUITE_P(After, Rollback, testing::ValuesIn(kFailedInstallations),
                          [](const auto& test) { return test.param.name; });
 
+std::vector<std::string> ActionsFromSetupOn(const InstallationWorld& world) {
+    return {std::ranges::find(world.actions, "start setup"), world.actions.end()};
+}
+
 TEST(RollbackSteps, FollowEachOther) {
     InstallationWorld world;
     world.LetSetupEndWith("1");
     InstallUpdate(world.installation);
-    const std::vector<std::string> steps(std::ranges::find(world.actions, "start setup"),
-                                         world.actions.end());
-    EXPECT_EQ(steps, (std::vector<std::string>{"start setup", "list processes", "restore",
-                                               "read version", "write failed"}));
+    EXPECT_EQ(ActionsFromSetupOn(world),
+              (std::vector<std::string>{"start setup", "list processes", "restore", "read version",
+                                        "write failed"}));
+    EXPECT_EQ(RegisteredVersion(), L"1.0");
 }
 
 TEST(RollbackSteps, KeepWhatTheSetupProgramMadeOfTheUsersFiles) {
@@ -121,8 +126,9 @@ TEST(RollbackSteps, KeepWhatTheSetupProgramMadeOfTheUsersFiles) {
     WriteFileContent(world.package / L"account.db", "changed");
     WriteFileContent(world.package / L"notes.txt", "new");
     for (const char* file : {"account.db", "notes.txt"}) {
-        world.setupSteps.insert(world.setupSteps.begin(),
-                                "copy\t" + (world.package / file).string() + "\t" + file);
+        world.setupSteps.insert(
+            world.setupSteps.begin(),
+            "copy\t" + WideToUtf8((world.package / file).native()) + "\t" + file);
     }
     EXPECT_EQ(InstallUpdate(world.installation), 1);
     const auto after = ReadTreeContent(world.installation.installDirectory);
@@ -207,13 +213,32 @@ TEST(RollbackSteps, FailInTheirOrder) {
         kRollbackSteps, [](const FailedSetup& world) { InstallUpdate(world.installation); });
 }
 
+// What was done when that step had failed, and the version that was registered then: "2.0" is the
+// setup program's, "1.0" the previous one.
+struct StoppedRollback {
+    std::vector<std::string> actions;
+    std::wstring registeredVersion;
+};
+
+const StoppedRollback kStoppedRollbacks[] = {
+    {{"start setup", "list processes"}, L"2.0"},
+    {{"start setup", "list processes", "restore"}, L"2.0"},
+    {{"start setup", "list processes", "restore"}, L""},
+    {{"start setup", "list processes", "restore", "read version"}, L"1.0"},
+    {{"start setup", "list processes", "restore", "read version", "write failed"}, L"1.0"},
+};
+static_assert(std::size(kStoppedRollbacks) == std::size(kRollbackSteps));
+
 TEST(RollbackSteps, StopAtTheFirstThatFails) {
-    for (const FailingStep<FailedSetup>& step : kRollbackSteps) {
+    for (std::size_t index = 0; index < std::size(kRollbackSteps); ++index) {
+        const FailingStep<FailedSetup>& step = kRollbackSteps[index];
         SCOPED_TRACE(step.message);
         FailedSetup world;
         step.breakStep(world);
         EXPECT_THAT([&] { InstallUpdate(world.installation); }, RaisesError(step.message));
         EXPECT_EQ(world.status.records.back().state, "installing");
+        EXPECT_EQ(ActionsFromSetupOn(world), kStoppedRollbacks[index].actions);
+        EXPECT_EQ(RegisteredVersion(), kStoppedRollbacks[index].registeredVersion);
     }
 }
 
@@ -250,26 +275,26 @@ struct PreviousRegistration {
 
 const PreviousRegistration kPreviousRegistrations[] = {
     {"Text", L"1.0 \u7248",
-     [] { WriteUninstallEntry(L"DisplayVersion", RegistryText(L"1.0 \u7248")); }},
+     [] { WriteUninstallValue(kDisplayVersion, RegistryText(L"1.0 \u7248")); }},
     {"LongestText", std::wstring(511, L'1'),
-     [] { WriteUninstallEntry(L"DisplayVersion", RegistryText(std::wstring(511, L'1'))); }},
+     [] { WriteUninstallValue(kDisplayVersion, RegistryText(std::wstring(511, L'1'))); }},
     {"TooLongText", L"2.0",
-     [] { WriteUninstallEntry(L"DisplayVersion", RegistryText(std::wstring(512, L'1'))); }},
-    {"EmptyText", L"2.0", [] { WriteUninstallEntry(L"DisplayVersion", RegistryText(L"")); }},
+     [] { WriteUninstallValue(kDisplayVersion, RegistryText(std::wstring(512, L'1'))); }},
+    {"EmptyText", L"2.0", [] { WriteUninstallValue(kDisplayVersion, RegistryText(L"")); }},
     {"Number", L"2.0",
      [] {
-         WriteUninstallEntry(L"DisplayVersion", {REG_DWORD, std::string("\1\0\0\0", 4)});
+         WriteUninstallValue(kDisplayVersion, {REG_DWORD, std::string("\1\0\0\0", 4)});
      }},
     {"OtherValueOnly", L"2.0",
      [] {
          RemoveEntry();
-         WriteUninstallEntry(L"DisplayName", RegistryText(L"Corvellan"));
+         WriteUninstallValue(L"DisplayName", RegistryText(L"Corvellan"));
      }},
     {"NoEntry", L"2.0", [] { RemoveEntry(); }},
     {"EntryOf32BitView", L"2.0",
      [] {
          RemoveEntry();
-         WriteUninstallEntry(L"DisplayVersion", RegistryText(L"0.9"), RegistryView::Of32Bit);
+         WriteUninstallValue(kDisplayVersion, RegistryText(L"0.9"), RegistryView::Of32Bit);
      }},
 };
 
@@ -279,7 +304,7 @@ TEST_P(RegisteredVersionAfterRollback, IsThePreviousTextIfThereWasOne) {
     InstallationWorld world;
     GetParam().arrange();
     world.setupSteps = {"exit\t1"};
-    world.onSetupStart = [] { WriteUninstallEntry(L"DisplayVersion", RegistryText(L"2.0")); };
+    world.onSetupStart = [] { WriteUninstallValue(kDisplayVersion, RegistryText(L"2.0")); };
     EXPECT_EQ(InstallUpdate(world.installation), 1);
     EXPECT_EQ(world.status.records.back().message,
               "Inno Setup did not complete; exit code=1; previous program restored");

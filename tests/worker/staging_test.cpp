@@ -8,7 +8,7 @@
 #include <regex>
 
 #include "fixtures/file_content.h"
-#include "fixtures/processes/failing_steps.h"
+#include "fixtures/held_file.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_digest.h"
@@ -22,12 +22,12 @@ namespace {
 constexpr char kInaccessible[] = "Protected staging directory already exists or is inaccessible";
 constexpr char kMismatch[] = "Protected installer size or SHA256 mismatch";
 
-struct StagingDirectoryTest : testing::Test {
+struct StagingDirectory : testing::Test {
     std::vector<std::string> actions;
     StagingWorld world{actions};
 };
 
-TEST_F(StagingDirectoryTest, LiesUnderTheMachinesDataFolderWithAFreshName) {
+TEST_F(StagingDirectory, LiesUnderTheMachinesDataFolderWithAFreshName) {
     const std::filesystem::path first = CreateStagingDirectory();
     const std::filesystem::path second = CreateStagingDirectory();
     EXPECT_NE(first, second);
@@ -40,7 +40,7 @@ TEST_F(StagingDirectoryTest, LiesUnderTheMachinesDataFolderWithAFreshName) {
     EXPECT_EQ(world.created, (std::vector{first, second}));
 }
 
-TEST_F(StagingDirectoryTest, AsksForTheCommonDataFolderOfThisMachine) {
+TEST_F(StagingDirectory, AsksForTheCommonDataFolderOfThisMachine) {
     CreateStagingDirectory();
     ASSERT_EQ(world.folderQueries.size(), 1U);
     constexpr GUID kCommonData = {
@@ -50,7 +50,7 @@ TEST_F(StagingDirectoryTest, AsksForTheCommonDataFolderOfThisMachine) {
     EXPECT_EQ(world.folderQueries[0].token, nullptr);
 }
 
-TEST_F(StagingDirectoryTest, GrantsFullAccessToTheSystemAndAdministratorsAlone) {
+TEST_F(StagingDirectory, GrantsFullAccessToTheSystemAndAdministratorsAlone) {
     CreateStagingDirectory();
     EXPECT_EQ(world.securityTexts,
               std::vector<std::wstring>{L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)"});
@@ -66,7 +66,7 @@ TEST_F(StagingDirectoryTest, GrantsFullAccessToTheSystemAndAdministratorsAlone) 
                   {ACCESS_ALLOWED_ACE_TYPE, kInherited, FILE_ALL_ACCESS, L"S-1-5-32-544"}}));
 }
 
-TEST_F(StagingDirectoryTest, TakesItsStepsInTheirOrderAndReleasesTheSystemsMemory) {
+TEST_F(StagingDirectory, TakesItsStepsInTheirOrderAndReleasesTheSystemsMemory) {
     CreateStagingDirectory();
     EXPECT_EQ(actions, (std::vector<std::string>{"find data folder", "release memory",
                                                  "create identity", "make security descriptor",
@@ -74,21 +74,21 @@ TEST_F(StagingDirectoryTest, TakesItsStepsInTheirOrderAndReleasesTheSystemsMemor
     EXPECT_TRUE(world.unreleased.empty());
 }
 
-TEST_F(StagingDirectoryTest, IsNotMadeWithoutTheDataFolder) {
+TEST_F(StagingDirectory, IsNotMadeWithoutTheDataFolder) {
     world.faults.folderUnknown = true;
     EXPECT_THAT([] { CreateStagingDirectory(); },
                 RaisesError("Cannot locate machine staging directory"));
     EXPECT_EQ(actions, std::vector<std::string>{"find data folder"});
 }
 
-TEST_F(StagingDirectoryTest, IsNotMadeWithoutAnIdentity) {
+TEST_F(StagingDirectory, IsNotMadeWithoutAnIdentity) {
     world.faults.identityUnavailable = true;
     EXPECT_THAT([] { CreateStagingDirectory(); }, RaisesError("Cannot create update job identity"));
     EXPECT_TRUE(world.securityTexts.empty());
     EXPECT_TRUE(world.unreleased.empty());
 }
 
-TEST_F(StagingDirectoryTest, IsNotMadeWithoutItsProtection) {
+TEST_F(StagingDirectory, IsNotMadeWithoutItsProtection) {
     world.faults.securityUnavailable = true;
     EXPECT_THAT([] { CreateStagingDirectory(); },
                 RaisesError("Cannot create protected staging directory"));
@@ -96,13 +96,13 @@ TEST_F(StagingDirectoryTest, IsNotMadeWithoutItsProtection) {
     EXPECT_TRUE(world.unreleased.empty());
 }
 
-TEST_F(StagingDirectoryTest, IsMissedWhenItCannotBeCreated) {
+TEST_F(StagingDirectory, IsMissedWhenItCannotBeCreated) {
     world.faults.directoryUnavailable = true;
     EXPECT_THAT([] { CreateStagingDirectory(); }, RaisesError(kInaccessible));
     EXPECT_TRUE(world.unreleased.empty());
 }
 
-TEST_F(StagingDirectoryTest, IsNeverOneThatExistsAlready) {
+TEST_F(StagingDirectory, IsNeverOneThatExistsAlready) {
     world.identity = GUID{0x01020304, 0x0506, 0x0708, {9, 10, 11, 12, 13, 14, 15, 16}};
     const std::filesystem::path first = CreateStagingDirectory();
     EXPECT_EQ(first.filename(), L"CorvellanUpdate-{01020304-0506-0708-090A-0B0C0D0E0F10}");
@@ -112,14 +112,14 @@ TEST_F(StagingDirectoryTest, IsNeverOneThatExistsAlready) {
     EXPECT_EQ(ReadFileContent(first / L"installer.exe"), "of another run");
 }
 
-TEST_F(StagingDirectoryTest, IsNotMadeThroughFoldersThatAreMissing) {
+TEST_F(StagingDirectory, IsNotMadeThroughFoldersThatAreMissing) {
     const TemporaryDirectory directory;
     world.dataFolder = directory.path / L"missing";
     EXPECT_THAT([] { CreateStagingDirectory(); }, RaisesError(kInaccessible));
     EXPECT_FALSE(PathExists(world.dataFolder));
 }
 
-TEST_F(StagingDirectoryTest, LiesInADataFolderOfAnyName) {
+TEST_F(StagingDirectory, LiesInADataFolderOfAnyName) {
     const TemporaryDirectory directory;
     world.dataFolder = directory.path;
     EXPECT_EQ(CreateStagingDirectory().parent_path(), directory.path);
@@ -127,8 +127,8 @@ TEST_F(StagingDirectoryTest, LiesInADataFolderOfAnyName) {
 
 constexpr char kContent[] = "a setup program";
 
-struct StageInstallerTest : testing::Test {
-    StageInstallerTest() {
+struct StagedInstaller : testing::Test {
+    StagedInstaller() {
         CreateDirectories(staging);
         WriteFileContent(installer, kContent);
         digest = FileSha256Hex(installer);
@@ -144,29 +144,29 @@ struct StageInstallerTest : testing::Test {
     std::string digest;
 };
 
-TEST_F(StageInstallerTest, CopiesTheSetupProgramAndReturnsTheCopy) {
+TEST_F(StagedInstaller, CopiesTheSetupProgramAndReturnsTheCopy) {
     EXPECT_EQ(StageInstaller(installer, staging, size, digest), copy);
     EXPECT_EQ(ReadFileContent(copy), kContent);
     EXPECT_EQ(ReadFileContent(installer), kContent);
 }
 
-TEST_F(StageInstallerTest, RaisesWhenTheSetupProgramIsMissing) {
+TEST_F(StagedInstaller, RaisesWhenTheSetupProgramIsMissing) {
     RemoveFile(installer);
     EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
                 RaisesFileSystemError("copy_file", installer, copy));
 }
 
-TEST_F(StageInstallerTest, NeverReplacesAFile) {
+TEST_F(StagedInstaller, NeverReplacesAFile) {
     WriteFileContent(copy, "here before");
     EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
                 RaisesFileSystemError("copy_file", installer, copy));
     EXPECT_EQ(ReadFileContent(copy), "here before");
 }
 
-TEST_F(StageInstallerTest, RefusesAnotherSizeWithoutComputingTheDigest) {
+TEST_F(StagedInstaller, RefusesAnotherSizeWithoutComputingTheDigest) {
     int digests = 0;
     const ScopedReplacement<decltype(BCryptOpenAlgorithmProvider)> provider(
-        doubles::openAlgorithmProvider,
+        doubles::bcryptOpenAlgorithmProvider,
         [&](BCRYPT_ALG_HANDLE* handle, LPCWSTR identifier, LPCWSTR implementation, ULONG flags) {
             ++digests;
             return BCryptOpenAlgorithmProvider(handle, identifier, implementation, flags);
@@ -184,7 +184,7 @@ TEST_F(StageInstallerTest, RefusesAnotherSizeWithoutComputingTheDigest) {
     EXPECT_EQ(digests, 1);
 }
 
-TEST_F(StageInstallerTest, RefusesAnyOtherDigestText) {
+TEST_F(StagedInstaller, RefusesAnyOtherDigestText) {
     std::string upperCase = digest;
     for (char& character : upperCase) {
         character = static_cast<char>(std::toupper(character));
@@ -213,7 +213,7 @@ struct AfterCopy {
     ScopedReplacement<decltype(CopyFileW)> copyFile;
 };
 
-TEST_F(StageInstallerTest, ChecksTheCopyNotTheSource) {
+TEST_F(StagedInstaller, ChecksTheCopyNotTheSource) {
     {
         const AfterCopy swapped([&] { WriteFileContent(installer, "swapped"); });
         EXPECT_EQ(StageInstaller(installer, staging, size, digest), copy);
@@ -225,18 +225,15 @@ TEST_F(StageInstallerTest, ChecksTheCopyNotTheSource) {
     EXPECT_EQ(ReadFileContent(installer), kContent);
 }
 
-TEST_F(StageInstallerTest, RaisesWhenTheCopysSizeCannotBeRead) {
+TEST_F(StagedInstaller, RaisesWhenTheCopysSizeCannotBeRead) {
     const AfterCopy vanished([&] { RemoveFile(copy); });
     EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
                 RaisesFileSystemError("file_size", copy));
 }
 
-TEST_F(StageInstallerTest, RaisesWhenTheCopyCannotBeReadAndLeavesIt) {
+TEST_F(StagedInstaller, RaisesWhenTheCopyCannotBeReadAndLeavesIt) {
     UniqueHandle held;
-    const AfterCopy locked([&] {
-        held = OwnHandle(
-            CreateFileW(copy.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    });
+    const AfterCopy locked([&] { held = HoldFile(copy, GENERIC_WRITE); });
     EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
                 RaisesError("SHA256 verification failed"));
     held.reset();

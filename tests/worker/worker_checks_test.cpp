@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <optional>
-
+#include "fixtures/install_mutex.h"
 #include "fixtures/processes/failing_steps.h"
 #include "fixtures/raised_errors.h"
-#include "support/file_system.h"
 #include "support/process_utilities.h"
 #include "worker/worker.h"
 #include "worker/worker_world.h"
@@ -12,13 +10,12 @@
 namespace updater {
 namespace {
 
-constexpr wchar_t kMutexName[] = L"Global\\CorvellanUpdateInstall";
 constexpr char kAnotherInstallation[] = "Another update installation is running";
 constexpr char kWrongParent[] = "Installation directory does not match the running application";
 constexpr char kNoBroker[] = "Update broker is missing";
 
 bool MutexExists() {
-    return OwnHandle(OpenMutexW(SYNCHRONIZE, FALSE, kMutexName)) != nullptr;
+    return OwnHandle(OpenMutexW(SYNCHRONIZE, FALSE, kInstallMutexName)) != nullptr;
 }
 
 TEST(WorkerChecks, RefuseAWorkerWithoutElevationBeforeAnyOptionIsRead) {
@@ -55,14 +52,14 @@ TEST(WorkerMutex, IsOneForTheWholeMachineAndOwnedFromTheStart) {
     WorkerWorld world;
     EXPECT_EQ(RunWorker(world.arguments), 0);
     ASSERT_EQ(world.mutexes.size(), 1U);
-    EXPECT_EQ(world.mutexes[0].name, kMutexName);
+    EXPECT_EQ(world.mutexes[0].name, kInstallMutexName);
     EXPECT_FALSE(world.mutexes[0].hasSecurityAttributes);
     EXPECT_TRUE(world.mutexes[0].initiallyOwned);
 }
 
 TEST(WorkerMutex, KeepsASecondWorkerOutAndStaysTheFirstOnes) {
     WorkerWorld world;
-    const UniqueHandle first = OwnHandle(CreateMutexW(nullptr, FALSE, kMutexName));
+    const UniqueHandle first = OwnHandle(CreateMutexW(nullptr, FALSE, kInstallMutexName));
     ASSERT_TRUE(first);
     EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError(kAnotherInstallation));
     EXPECT_TRUE(MutexExists());
@@ -73,13 +70,13 @@ TEST(WorkerMutex, KeepsASecondWorkerOutAndStaysTheFirstOnes) {
 TEST(WorkerMutex, MustBeMade) {
     WorkerWorld world;
     // An object of another kind under the same name.
-    const UniqueHandle obstacle = OwnHandle(CreateEventW(nullptr, TRUE, FALSE, kMutexName));
+    const UniqueHandle obstacle = OwnHandle(CreateEventW(nullptr, TRUE, FALSE, kInstallMutexName));
     ASSERT_TRUE(obstacle);
     EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError(kAnotherInstallation));
 }
 
 DWORD WINAPI TryToOwnMutex(void*) {
-    const UniqueHandle mutex = OwnHandle(OpenMutexW(SYNCHRONIZE, FALSE, kMutexName));
+    const UniqueHandle mutex = OwnHandle(OpenMutexW(SYNCHRONIZE, FALSE, kInstallMutexName));
     return mutex ? WaitForSingleObjectEx(mutex.get(), 0, FALSE) : WAIT_FAILED;
 }
 
@@ -193,7 +190,7 @@ constexpr FailingStep<WorkerWorld> kFailingSteps[] = {
      [](WorkerWorld& world) { world.arguments[kParentPidOption] = L"abc"; }},
     {kAnotherInstallation,
      [](WorkerWorld& world) {
-         world.mutexOfAnotherWorker = OwnHandle(CreateMutexW(nullptr, FALSE, kMutexName));
+         world.mutexOfAnotherWorker = OwnHandle(CreateMutexW(nullptr, FALSE, kInstallMutexName));
      }},
     {"Cannot inspect application process",
      [](WorkerWorld& world) { world.faults.parentUnreadable = true; }},

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <optional>
-
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
+#include "fixtures/processes/expected_records.h"
 #include "fixtures/raised_errors.h"
 #include "support/file_system.h"
 #include "worker/worker.h"
@@ -11,11 +11,8 @@
 namespace updater {
 namespace {
 
-constexpr DWORD kThreeMinutes = 180000;
 constexpr DWORD kTenSeconds = 10000;
 
-const StatusRecord kAuthorized = {"authorized", "Administrator authorization accepted", 0};
-const StatusRecord kInstalling = {"installing", "Installing verified package", 0};
 const StatusRecord kSucceeded = {"succeeded", "Installed version 2.0.0.0", 0};
 const StatusRecord kCancelled = {"cancelled", "Application remained open; installation cancelled",
                                  0};
@@ -51,11 +48,18 @@ TEST(WorkerHandshake, WaitsThreeMinutesForTheCommitAndThenTenSecondsForTheApplic
     EXPECT_EQ(parentWaits.front(), kTenSeconds);
 }
 
-TEST(WorkerHandshake, NeitherSetsNorResetsTheCommitEventAndNeverResetsReady) {
+TEST(WorkerHandshake, NeverSetsTheCommitEvent) {
     WorkerWorld world;
     world.LetBrokerNeverCommit();
     RunWorker(world.arguments);
     EXPECT_FALSE(IsSet(world.commit));
+    EXPECT_TRUE(IsSet(world.ready));
+}
+
+TEST(WorkerHandshake, ResetsNeitherEvent) {
+    WorkerWorld world;
+    EXPECT_EQ(RunWorker(world.arguments), 0);
+    EXPECT_TRUE(IsSet(world.commit));
     EXPECT_TRUE(IsSet(world.ready));
 }
 
@@ -158,8 +162,7 @@ TEST(WorkerCancellation, RaisesWhenTheStagingDirectoryCannotBeRemoved) {
     UniqueHandle held;
     world.onReady = [&] {
         const std::filesystem::path copy = world.StagingDirectory() / L"installer.exe";
-        held = OwnHandle(
-            CreateFileW(copy.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        held = HoldFile(copy);
     };
     EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesFileSystemError("remove_all"));
     EXPECT_EQ(world.records.back(), kCancelled);

@@ -91,7 +91,7 @@ struct WorkerWorld {
     ScopedReplacement<decltype(OpenProcess)> openProcess{
         doubles::openProcess, std::bind_front(&WorkerWorld::OnOpenProcess, this)};
     ScopedReplacement<decltype(QueryFullProcessImageNameW)> queryImageName{
-        doubles::queryImageName, std::bind_front(&WorkerWorld::OnQueryImageName, this)};
+        doubles::queryFullProcessImageName, std::bind_front(&WorkerWorld::OnQueryImageName, this)};
     ScopedReplacement<decltype(OpenEventW)> openEvent{
         doubles::openEvent, std::bind_front(&WorkerWorld::OnOpenEvent, this)};
     ScopedReplacement<decltype(SetEvent)> setEvent{doubles::setEvent,
