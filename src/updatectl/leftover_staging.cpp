@@ -94,7 +94,7 @@ bool IsOwnedByAdministrator(const std::filesystem::path& directory) {
 }
 
 bool IsSetupRunning(const std::filesystem::path& stagingDirectory) {
-    const std::filesystem::path setup = stagingDirectory / kStagedInstaller;
+    const std::filesystem::path setup = stagingDirectory / kStagedSetupProgram;
     // The system does not let anybody write to a program that runs. A copy of a read-only download
     // is read-only, and for that reason it would refuse before it looks whether the program runs.
     const DWORD attributes = GetFileAttributesW(setup.c_str());

@@ -73,12 +73,12 @@ std::filesystem::path CreateStagingDirectory() {
     return directory;
 }
 
-std::filesystem::path StageInstaller(const std::filesystem::path& installer,
-                                     const std::filesystem::path& stagingDirectory,
-                                     std::uint64_t expectedSize,
-                                     const std::string& expectedSha256) {
-    std::filesystem::path copy = stagingDirectory / kStagedInstaller;
-    CopyToNewFile(installer, copy);
+std::filesystem::path StageSetupProgram(const std::filesystem::path& setupProgram,
+                                        const std::filesystem::path& stagingDirectory,
+                                        std::uint64_t expectedSize,
+                                        const std::string& expectedSha256) {
+    std::filesystem::path copy = stagingDirectory / kStagedSetupProgram;
+    CopyToNewFile(setupProgram, copy);
     if (FileSize(copy) != expectedSize || FileSha256Hex(copy) != expectedSha256) {
         throw std::runtime_error("Protected installer size or SHA256 mismatch");
     }

@@ -15,7 +15,7 @@ inline constexpr wchar_t kStagingPrefix[] = L"CorvellanUpdate-";
 
 /// What a staging directory holds: the setup program, which is there first; the backup of the
 /// installed program; and the log that the setup program makes when it starts.
-inline constexpr wchar_t kStagedInstaller[] = L"installer.exe";
+inline constexpr wchar_t kStagedSetupProgram[] = L"installer.exe";
 inline constexpr wchar_t kBackupDirectory[] = L"backup";
 inline constexpr wchar_t kSetupLog[] = L"install.log";
 
@@ -34,8 +34,9 @@ std::filesystem::path CreateStagingDirectory();
 /// process can change, against the expected size in bytes and digest. Returns the copy's path.
 /// Raises `std::runtime_error` "Protected installer size or SHA256 mismatch" and what the file
 /// operations and the digest do; the copy then stays.
-std::filesystem::path StageInstaller(const std::filesystem::path& installer,
-                                     const std::filesystem::path& stagingDirectory,
-                                     std::uint64_t expectedSize, const std::string& expectedSha256);
+std::filesystem::path StageSetupProgram(const std::filesystem::path& setupProgram,
+                                        const std::filesystem::path& stagingDirectory,
+                                        std::uint64_t expectedSize,
+                                        const std::string& expectedSha256);
 
 }  // namespace updater

@@ -59,7 +59,7 @@ int RunWorker(const UpdaterArguments& arguments) {
 
     const std::filesystem::path stagingDirectory = CreateStagingDirectory();
     const std::filesystem::path setupProgram =
-        StageInstaller(options.installer, stagingDirectory, options.size, options.sha256);
+        StageSetupProgram(options.setupProgram, stagingDirectory, options.size, options.sha256);
     WriteUpdateStatus(options.jobDirectory, kStateAuthorized,
                       "Administrator authorization accepted", kExitSucceeded);
     SetEvent(events.ready.get());

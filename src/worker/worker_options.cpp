@@ -8,7 +8,7 @@ namespace updater {
 
 WorkerOptions ReadWorkerOptions(const UpdaterArguments& arguments) {
     WorkerOptions options;
-    options.installer = RequireArgument(arguments, kInstallerOption);
+    options.setupProgram = RequireArgument(arguments, kInstallerOption);
     options.installDirectory = CanonicalPath(RequireArgument(arguments, kInstallDirOption));
     options.jobDirectory = RequireArgument(arguments, kJobDirOption);
     options.version = RequireArgument(arguments, kVersionOption);

@@ -10,7 +10,7 @@ namespace updater {
 
 struct WorkerOptions {
     /// The downloaded setup program, as given.
-    std::filesystem::path installer;
+    std::filesystem::path setupProgram;
     /// Canonical.
     std::filesystem::path installDirectory;
     /// As given.

@@ -133,7 +133,7 @@ TEST(LeftoverStaging, HoldsABackupOfWhatTheEnumerationFinds) {
 // The setup program's copy has the attributes of the download.
 TEST(LeftoverStaging, KnowsARunningSetupProgramThatIsReadOnly) {
     const TemporaryDirectory directory;
-    const std::filesystem::path setup = directory.path / kStagedInstaller;
+    const std::filesystem::path setup = directory.path / kStagedSetupProgram;
     WriteFileContent(setup, "setup");
     SetFileAttributesW(setup.c_str(), FILE_ATTRIBUTE_READONLY);
     EXPECT_FALSE(IsSetupRunning(directory.path));

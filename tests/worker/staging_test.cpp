@@ -134,7 +134,9 @@ struct StagedInstaller : testing::Test {
         digest = FileSha256Hex(installer);
     }
 
-    std::filesystem::path Stage() const { return StageInstaller(installer, staging, size, digest); }
+    std::filesystem::path Stage() const {
+        return StageSetupProgram(installer, staging, size, digest);
+    }
 
     TemporaryDirectory directory;
     std::filesystem::path installer = directory.path / L"\u4E0B\u8F7D setup 2.exe";
@@ -145,20 +147,20 @@ struct StagedInstaller : testing::Test {
 };
 
 TEST_F(StagedInstaller, CopiesTheSetupProgramAndReturnsTheCopy) {
-    EXPECT_EQ(StageInstaller(installer, staging, size, digest), copy);
+    EXPECT_EQ(StageSetupProgram(installer, staging, size, digest), copy);
     EXPECT_EQ(ReadFileContent(copy), kContent);
     EXPECT_EQ(ReadFileContent(installer), kContent);
 }
 
 TEST_F(StagedInstaller, RaisesWhenTheSetupProgramIsMissing) {
     RemoveFile(installer);
-    EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
+    EXPECT_THAT([&] { StageSetupProgram(installer, staging, size, digest); },
                 RaisesFileSystemError("copy_file", installer, copy));
 }
 
 TEST_F(StagedInstaller, NeverReplacesAFile) {
     WriteFileContent(copy, "here before");
-    EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
+    EXPECT_THAT([&] { StageSetupProgram(installer, staging, size, digest); },
                 RaisesFileSystemError("copy_file", installer, copy));
     EXPECT_EQ(ReadFileContent(copy), "here before");
 }
@@ -173,14 +175,14 @@ TEST_F(StagedInstaller, RefusesAnotherSizeWithoutComputingTheDigest) {
         });
     for (const std::uint64_t wrong : {size - 1, size + 1, std::uint64_t{0}, size + 0x1'0000'0000}) {
         size = wrong;
-        EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
+        EXPECT_THAT([&] { StageSetupProgram(installer, staging, size, digest); },
                     RaisesError(kMismatch));
         EXPECT_EQ(ReadFileContent(copy), kContent);
         RemoveFile(copy);
     }
     EXPECT_EQ(digests, 0);
     size = sizeof(kContent) - 1;
-    StageInstaller(installer, staging, size, digest);
+    StageSetupProgram(installer, staging, size, digest);
     EXPECT_EQ(digests, 1);
 }
 
@@ -195,7 +197,7 @@ TEST_F(StagedInstaller, RefusesAnyOtherDigestText) {
     for (const std::string& wrong : {upperCase, other, digest + " ", digest.substr(1), " " + digest,
                                      std::string(), std::string("0")}) {
         SCOPED_TRACE(wrong);
-        EXPECT_THAT([&] { StageInstaller(installer, staging, size, wrong); },
+        EXPECT_THAT([&] { StageSetupProgram(installer, staging, size, wrong); },
                     RaisesError(kMismatch));
         EXPECT_EQ(ReadFileContent(copy), kContent);
         RemoveFile(copy);
@@ -216,25 +218,26 @@ struct AfterCopy {
 TEST_F(StagedInstaller, ChecksTheCopyNotTheSource) {
     {
         const AfterCopy swapped([&] { WriteFileContent(installer, "swapped"); });
-        EXPECT_EQ(StageInstaller(installer, staging, size, digest), copy);
+        EXPECT_EQ(StageSetupProgram(installer, staging, size, digest), copy);
     }
     RemoveFile(copy);
     WriteFileContent(installer, kContent);
     const AfterCopy spoiled([&] { WriteFileContent(copy, "A setup program"); });
-    EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); }, RaisesError(kMismatch));
+    EXPECT_THAT([&] { StageSetupProgram(installer, staging, size, digest); },
+                RaisesError(kMismatch));
     EXPECT_EQ(ReadFileContent(installer), kContent);
 }
 
 TEST_F(StagedInstaller, RaisesWhenTheCopysSizeCannotBeRead) {
     const AfterCopy vanished([&] { RemoveFile(copy); });
-    EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
+    EXPECT_THAT([&] { StageSetupProgram(installer, staging, size, digest); },
                 RaisesFileSystemError("file_size", copy));
 }
 
 TEST_F(StagedInstaller, RaisesWhenTheCopyCannotBeReadAndLeavesIt) {
     UniqueHandle held;
     const AfterCopy locked([&] { held = HoldFile(copy, GENERIC_WRITE); });
-    EXPECT_THAT([&] { StageInstaller(installer, staging, size, digest); },
+    EXPECT_THAT([&] { StageSetupProgram(installer, staging, size, digest); },
                 RaisesError("SHA256 verification failed"));
     held.reset();
     EXPECT_EQ(ReadFileContent(copy), kContent);

@@ -28,7 +28,7 @@ struct ReadOptions : testing::Test {
 
 TEST_F(ReadOptions, AreTakenAsTheyStandButForTheInstallationDirectory) {
     const WorkerOptions options = ReadWorkerOptions(arguments);
-    EXPECT_EQ(options.installer.native(), L"relative\\..\\setup.exe");
+    EXPECT_EQ(options.setupProgram.native(), L"relative\\..\\setup.exe");
     EXPECT_EQ(options.installDirectory, CanonicalPath(directory.path));
     EXPECT_EQ(options.jobDirectory.native(), L"D:\\job\\.\\");
     EXPECT_EQ(options.version, L"2.0 \u7248");
