@@ -7,8 +7,6 @@
 #include <set>
 #include <string_view>
 
-#include "support/windows_api.h"
-
 namespace updater::faults {
 
 namespace {
@@ -33,14 +31,6 @@ constexpr std::string_view kUnusedStreamFunctions[] = {"_fstat64", "fdopen",  "f
                                                        "fopen64",  "lseek64", "setvbuf"};
 
 struct WholeProgram : testing::Environment {
-    // GoogleTest starts a thread that waits for the end of this one, as soon as it first stores
-    // something for the thread. That must not be while waiting is simulated.
-    void SetUp() override {
-        SCOPED_TRACE("");
-        constexpr DWORD kUntilItWaits = 500;
-        Sleep(kUntilItWaits);
-    }
-
     void TearDown() override {
         std::printf("All modes: %zu calls swept, %zu survived\n", total.swept, total.survived);
         if (testing::GTEST_FLAG(filter) != "*") {

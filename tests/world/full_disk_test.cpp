@@ -23,9 +23,9 @@ struct FullDisk {
         : firstWithoutSpace(fullFrom),
           remains(remainsOfCopy),
           enoughSpace(doubles::copyFile.active) {
-        doubles::copyFile.active = std::bind_front(&FullDisk::OnCopyFile, this);
+        doubles::copyFile.Set(std::bind_front(&FullDisk::OnCopyFile, this));
     }
-    ~FullDisk() { doubles::copyFile.active = enoughSpace; }
+    ~FullDisk() { doubles::copyFile.Set(enoughSpace); }
     FullDisk(const FullDisk&) = delete;
     FullDisk& operator=(const FullDisk&) = delete;
 
