@@ -3,10 +3,9 @@
 #include <functional>
 #include <string_view>
 
-#include "faults/simulated_processes.h"
-#include "fixtures/processes/simulated_time.h"
+#include "faults/simulated_updater.h"
 #include "fixtures/processes/windows_doubles.h"
-#include "support/argument_quoting.h"
+#include "fixtures/updater_command_line.h"
 #include "support/file_system.h"
 #include "support/status_file.h"
 #include "support/text_conversion.h"
@@ -16,8 +15,6 @@ namespace updater::faults {
 
 namespace {
 
-constexpr DWORD kApplication = 1000;
-constexpr DWORD kApplicationElsewhere = 2000;
 constexpr DWORD kWorker = 3000;
 constexpr DWORD kRestartedApplication = 4000;
 
@@ -31,41 +28,32 @@ std::string YesOrNo(bool fact) {
 }
 
 std::wstring CommandLine(const BrokerScene& scene) {
-    return std::wstring(L"updater ") + kBrokerFlag + L' ' + kInstallDirOption + L' ' +
-           QuoteArgument(scene.installDirectory.native()) + L' ' + kJobDirOption + L' ' +
-           QuoteArgument(scene.jobDirectory.native()) + L' ' + kParentPidOption + L' ' +
-           std::to_wstring(kApplication);
+    return CommandLineOf(kBrokerFlag, {{kInstallDirOption, scene.installDirectory},
+                                       {kJobDirOption, scene.jobDirectory},
+                                       {kParentPidOption, std::to_wstring(kApplication)}});
 }
 
 // Everything that stands between the broker and the real system, for one run.
-struct BrokerRun {
+struct BrokerRun : SimulatedUpdater {
     BrokerRun(const BrokerScene& laidScene, const BrokerCase& metCase);
 
     HANDLE OnCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL signalled, LPCWSTR name);
     BOOL OnShellExecute(SHELLEXECUTEINFOW* info);
+    void PlanWhatTheApplicationDoes();
     BOOL OnSetEvent(HANDLE event);
     void EndWorker(const char* state, DWORD exitCode);
     BOOL OnCreateProcess(LPCWSTR program, LPPROCESS_INFORMATION started);
 
     const BrokerScene& scene;
     const BrokerCase& met;
-    std::wstring commandLine = CommandLine(scene);
     bool committed = false;
+    ULONGLONG slept = 0;
     std::string errorBox = "none";
     HANDLE ready = nullptr;
     HANDLE commit = nullptr;
-    SimulatedTime time;
-    SimulatedProcesses processes;
 
-    ScopedReplacement<decltype(GetCommandLineW)> getCommandLine{
-        doubles::getCommandLine, [this] { return commandLine.data(); }};
-    ScopedReplacement<decltype(GetTokenInformation)> getTokenInformation{
-        doubles::getTokenInformation, [](HANDLE token, TOKEN_INFORMATION_CLASS information,
-                                         LPVOID buffer, DWORD size, PDWORD length) {
-            const BOOL done = GetTokenInformation(token, information, buffer, size, length);
-            static_cast<TOKEN_ELEVATION*>(buffer)->TokenIsElevated = 0;
-            return done;
-        }};
+    ScopedReplacement<decltype(GetTickCount64)> clock{doubles::getTickCount64,
+                                                      [this] { return time.now + slept; }};
     ScopedReplacement<decltype(CreateEventW)> createEvent{
         doubles::createEvent, std::bind_front(&BrokerRun::OnCreateEvent, this)};
     ScopedReplacement<decltype(ShellExecuteExW)> shellExecute{
@@ -85,10 +73,9 @@ struct BrokerRun {
 };
 
 BrokerRun::BrokerRun(const BrokerScene& laidScene, const BrokerCase& metCase)
-    : scene(laidScene), met(metCase) {
-    processes.Start(kApplication, scene.installDirectory / L"corvellan.exe");
-    processes.Start(kApplicationElsewhere, scene.directory.path / L"corvellan.exe");
-}
+    : SimulatedUpdater(CommandLine(laidScene), Rights::Limited, laidScene.installDirectory),
+      scene(laidScene),
+      met(metCase) {}
 
 HANDLE BrokerRun::OnCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL signalled,
                                 LPCWSTR name) {
@@ -104,6 +91,10 @@ HANDLE BrokerRun::OnCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manual, BOO
 
 // The worker, from its start: it gives up when it is not told to go on within three minutes.
 BOOL BrokerRun::OnShellExecute(SHELLEXECUTEINFOW* info) {
+    if (!met.promptIsGranted) {
+        SetLastError(ERROR_CANCELLED);
+        return FALSE;
+    }
     processes.Start(kWorker, info->lpFile);
     info->hProcess = processes.Open(kWorker);
     time.After(240'000, [this] {
@@ -118,8 +109,17 @@ BOOL BrokerRun::OnShellExecute(SHELLEXECUTEINFOW* info) {
     WriteUpdateStatus(scene.jobDirectory, kStateAuthorized, "Administrator authorization accepted",
                       0);
     SetEvent(ready);
-    time.After(1000, [this] { processes.End(kApplication); });
+    PlanWhatTheApplicationDoes();
     return TRUE;
+}
+
+void BrokerRun::PlanWhatTheApplicationDoes() {
+    if (met.applicationExits) {
+        time.After(1000, [this] { processes.End(kApplication); });
+    } else {
+        // Looking for it hundreds of times more would make hundreds of calls more to sweep.
+        time.After(1000, [this] { slept = 180'000; });
+    }
 }
 
 BOOL BrokerRun::OnSetEvent(HANDLE event) {
@@ -145,9 +145,17 @@ BOOL BrokerRun::OnCreateProcess(LPCWSTR program, LPPROCESS_INFORMATION started) 
 
 }  // namespace
 
-Outcome BrokerScene::Run(const BrokerCase& met, const Watcher& watch) const {
-    RemoveTree(jobDirectory);
+void BrokerScene::Cancel() {
     CreateDirectories(jobDirectory);
+    CreateDirectories(directory.path / L"elsewhere");
+    cancelMarker.emplace(jobDirectory / L"cancel", directory.path / L"elsewhere");
+}
+
+Outcome BrokerScene::Run(const BrokerCase& met, const Watcher& watch) const {
+    CreateDirectories(jobDirectory);
+    for (const wchar_t* file : {kStatusFile, L"status.tmp"}) {
+        DeleteFileW((jobDirectory / file).c_str());
+    }
     CreateDirectories(installDirectory);
     Outcome outcome;
     {

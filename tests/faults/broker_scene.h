@@ -1,9 +1,10 @@
 #pragma once
 
 #include <filesystem>
-#include <string>
+#include <optional>
 
 #include "faults/sweep.h"
+#include "fixtures/directory_link.h"
 #include "fixtures/temporary_directory.h"
 
 namespace updater::faults {
@@ -21,19 +22,26 @@ inline constexpr char kWorkerMessage[] = "the worker's own words";
 
 /// What the broker meets.
 struct BrokerCase {
+    bool promptIsGranted = true;
     bool workerBecomesReady = true;
+    bool applicationExits = true;
 };
 
 /// An application that wants to be updated, and a worker that reports "authorized" as soon as it is
 /// started, and fails with exit code 3 when the broker tells it to go on. Both are simulated, and
 /// so is the shell; files and all other objects are real.
 struct BrokerScene {
-    /// Runs the broker in an empty job directory.
+    /// Runs the broker in a job directory without a record.
     Outcome Run(const BrokerCase& met, const Watcher& watch) const;
+
+    /// Has the application cancel the update, by an entry that is a link. Making it anew for each
+    /// run would be slow.
+    void Cancel();
 
     TemporaryDirectory directory;
     std::filesystem::path installDirectory = directory.path / L"\u7A0B\u5E8F app";
     std::filesystem::path jobDirectory = directory.path / L"\u4EFB\u52A1 job";
+    std::optional<DirectoryLink> cancelMarker;
 };
 
 }  // namespace updater::faults

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <vector>
 
 #include "faults/broker_scene.h"
+#include "fixtures/updater_box.h"
 #include "support/text_conversion.h"
 
 namespace updater::faults {
@@ -10,9 +12,9 @@ namespace {
 
 constexpr char kAuthorized[] = "authorized, \"Administrator authorization accepted\", 0";
 constexpr char kReady[] = "ready, \"Authorized helper is waiting for application exit\", 0";
-constexpr char kHeading[] =
-    "\xE5\x8D\x87\xE7\xBA\xA7\xE6\x9C\xAA\xE5\xAE\x8C\xE6\x88\x90\xEF\xBC\x8C"
-    "\xE5\xA4\xB1\xE8\xB4\xA5\xE8\xAE\xB0\xE5\xBD\x95\xEF\xBC\x9A\n";
+std::string Heading() {
+    return WideToUtf8(kUpdaterBoxHeading) + '\n';
+}
 
 Outcome Untouched() {
     return {{kEnd, "uncaught"}, {kStatus, "none"},   {kCommitted, "no"},
@@ -26,9 +28,23 @@ Outcome Ended(const std::string& end, const std::string& status) {
     return outcome;
 }
 
+Outcome NeverReady() {
+    return Ended("exit code 1", StatusText("failed", "Upgrade helper did not become ready", 1));
+}
+
+Outcome Declined() {
+    return Ended("exit code 2",
+                 StatusText("cancelled", "Administrator authorization cancelled", 1223));
+}
+
+Outcome StayedOpen() {
+    return Ended("exit code 2",
+                 StatusText("cancelled", "Application did not exit; update cancelled", 2));
+}
+
 // The box shows the worker's record as it stands in the file, and where that is.
 std::string ErrorBox(const BrokerScene& scene, const std::string& state) {
-    return std::string(kHeading) + R"({"state":")" + state + R"(","message":")" + kWorkerMessage +
+    return Heading() + R"({"state":")" + state + R"(","message":")" + kWorkerMessage +
            R"(","exitCode":1})" + "\n\n" + WideToUtf8(scene.jobDirectory.native());
 }
 
@@ -49,19 +65,17 @@ Outcome RaisedInBroker(const Fault& fault, const std::string& message) {
 }
 
 // A worker that was ready has written its record.
-void NeverReady(Outcome& outcome, const Fault& /*fault*/) {
-    if (outcome[kCommitted] == "yes") {
-        outcome = Ended("exit code 1", kAuthorized);
-    }
+void SeeNoReadiness(Outcome& outcome, const Fault& /*fault*/) {
+    outcome = outcome == NeverReady() || outcome == Declined() ? NeverReady()
+                                                               : Ended("exit code 1", kAuthorized);
 }
 
 // The shell's three failures.
 void FailLaunch(Outcome& outcome, const Fault& fault) {
     if (fault.failure.kind == FailureKind::WithoutProcess) {
-        NeverReady(outcome, fault);
+        SeeNoReadiness(outcome, fault);
     } else if (fault.failure.error == ERROR_CANCELLED) {
-        outcome = Ended("exit code 2",
-                        StatusText("cancelled", "Administrator authorization cancelled", 1223));
+        outcome = Declined();
     } else {
         outcome = Ended("exit code 1", StatusText("failed", "Authorization failed", 5));
     }
@@ -71,7 +85,8 @@ void FailLaunch(Outcome& outcome, const Fault& fault) {
 void EmptyReport(Outcome& outcome, const Fault& /*fault*/) {
     std::string& text = outcome[kErrorBox];
     const std::size_t end = text.find("\n\n");
-    text.erase(sizeof(kHeading) - 1, end - (sizeof(kHeading) - 1));
+    const std::size_t begin = Heading().size();
+    text.erase(begin, end - begin);
 }
 
 // The worker is never told to go on.
@@ -90,21 +105,16 @@ void WorkerGoesOn(Outcome& outcome, const Fault& /*fault*/) {
 }
 
 constexpr auto kBrokerRules = std::to_array<Rule>({
-    {"write", "ReportWorkerNotReady", L"", kEmptyRecord},
-    // The worker's record follows.
-    {"write", "WriteUpdateStatus", L"", kNothing},
     {"OpenProcess", "OpenProcessOf", L"",
      Raises("Update parent does not match installation directory")},
     {"CreateEventW", "", L"", Raises("Cannot initialize update handshake")},
     {"ShellExecuteExW", "", L"", Changes(FailLaunch)},
-    {"WaitForMultipleObjects", "", L"", Changes(NeverReady)},
+    {"WaitForMultipleObjects", "", L"", Changes(SeeNoReadiness)},
 
     // The deadline moves with the clock that it is taken from; later, the jump passes it.
     {"GetTickCount64", "", L"", kNothing, Turn::First},
-    {"GetTickCount64", "", L"", Changes([](Outcome& outcome, const Fault&) {
-         outcome = Ended("exit code 2",
-                         StatusText("cancelled", "Application did not exit; update cancelled", 2));
-     })},
+    {"GetTickCount64", "", L"",
+     Changes([](Outcome& outcome, const Fault&) { outcome = StayedOpen(); })},
     // Only a satisfied wait counts: the worker and the application are taken to be running.
     {"WaitForSingleObject", "AwaitApplicationExit", L"", kNothing},
 
@@ -118,20 +128,22 @@ constexpr auto kBrokerRules = std::to_array<Rule>({
     {"MultiByteToWideChar", "ReadStatusReport", L"", Changes(EmptyReport), Turn::First},
     // The text then ends where the record should begin.
     {"MultiByteToWideChar", "ReadStatusReport", L"",
-     Changes([](Outcome& outcome, const Fault&) { outcome[kErrorBox] = kHeading; })},
+     Changes([](Outcome& outcome, const Fault&) { outcome[kErrorBox] = Heading(); })},
     {"MessageBoxW", "", L"",
      Changes([](Outcome& outcome, const Fault&) { outcome[kErrorBox] = "none"; })},
 });
 
+// The worker's record follows on the broker's.
+constexpr Rule kRecordIsReplaced = {"write", "WriteUpdateStatus", L"", kNothing};
+
 void SweepBroker(const char* name, const BrokerScene& scene, const BrokerCase& met,
                  const Outcome& undisturbed) {
-    SweepCalls({name,
-                [&](const Watcher& watch) { return scene.Run(met, watch); },
-                Untouched(),
-                undisturbed,
-                RaisedInBroker,
-                "none",
-                {kBrokerRules.begin(), kBrokerRules.end()}});
+    std::vector<Rule> rules(kBrokerRules.begin(), kBrokerRules.end());
+    if (undisturbed.at(kCommitted) == "yes") {
+        rules.push_back(kRecordIsReplaced);
+    }
+    SweepCalls({name, [&](const Watcher& watch) { return scene.Run(met, watch); }, Untouched(),
+                undisturbed, RaisedInBroker, "none", rules});
 }
 
 TEST(FaultSweep, OfABrokerWhoseWorkerFails) {
@@ -141,9 +153,25 @@ TEST(FaultSweep, OfABrokerWhoseWorkerFails) {
 
 TEST(FaultSweep, OfABrokerWhoseWorkerIsNeverReady) {
     const BrokerScene scene;
-    SweepBroker(
-        "Broker whose worker is never ready", scene, {.workerBecomesReady = false},
-        Ended("exit code 1", StatusText("failed", "Upgrade helper did not become ready", 1)));
+    SweepBroker("Broker whose worker is never ready", scene, {.workerBecomesReady = false},
+                NeverReady());
+}
+
+TEST(FaultSweep, OfABrokerWhosePromptIsDeclined) {
+    const BrokerScene scene;
+    SweepBroker("Broker whose prompt is declined", scene, {.promptIsGranted = false}, Declined());
+}
+
+TEST(FaultSweep, OfABrokerThatIsToldToCancel) {
+    BrokerScene scene;
+    scene.Cancel();
+    SweepBroker("Broker that is told to cancel", scene, {}, Ended("exit code 2", kReady));
+}
+
+TEST(FaultSweep, OfABrokerWhoseApplicationStaysOpen) {
+    const BrokerScene scene;
+    SweepBroker("Broker whose application stays open", scene, {.applicationExits = false},
+                StayedOpen());
 }
 
 }  // namespace

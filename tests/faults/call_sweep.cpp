@@ -1,6 +1,8 @@
 #include "faults/call_sweep.h"
 
 #include <algorithm>
+#include <optional>
+#include <regex>
 #include <stdexcept>
 
 #include "faults/call_stack.h"
@@ -20,22 +22,32 @@ struct Sweep {
     int depth = 0;
 
     const Fault* fault = nullptr;
-    std::string_view failedFunction;
+    std::optional<Call> failed;
     bool clockJumped = false;
 };
 
 Sweep sweep;
 
-void Record(std::string_view function, const wchar_t* argument) {
-    sweep.calls.push_back(
-        {function, UpdaterFunctionsOnStack(), argument == nullptr ? L"" : argument});
+Call CallNow(std::string_view function, const wchar_t* argument) {
+    return {function, UpdaterFunctionsOnStack(), argument == nullptr ? L"" : argument};
 }
 
-const CallFailure* FailureOfNextCall(std::string_view function) {
+// Each run makes identities of its own, which are parts of names.
+std::wstring WithoutIdentities(const std::wstring& text) {
+    static const std::wregex identity(L"\\{[0-9A-F-]{36}\\}");
+    return std::regex_replace(text, identity, L"{}");
+}
+
+bool IsSameCall(const Call& call, const Call& other) {
+    return call.function == other.function && call.callers == other.callers &&
+           WithoutIdentities(call.argument) == WithoutIdentities(other.argument);
+}
+
+const CallFailure* FailureOfNextCall(std::string_view function, const wchar_t* argument) {
     if (sweep.callNumber++ != sweep.fault->index) {
         return nullptr;
     }
-    sweep.failedFunction = function;
+    sweep.failed = CallNow(function, argument);
     sweep.clockJumped = sweep.fault->failure.kind == FailureKind::ClockJumps;
     return &sweep.fault->failure;
 }
@@ -84,9 +96,12 @@ void RunWithFault(const Fault& fault, const std::function<void()>& action) {
         const Watching watching(Watch::Fault);
         action();
     }
-    if (sweep.failedFunction != fault.FailedCall().function) {
+    if (!sweep.failed) {
+        throw std::runtime_error("The run did not come to the recorded call");
+    }
+    if (!IsSameCall(*sweep.failed, fault.FailedCall())) {
         throw std::runtime_error("The run came to another call than the recorded one: " +
-                                 std::string(sweep.failedFunction));
+                                 Describe({*sweep.failed}, 0));
     }
 }
 
@@ -97,9 +112,9 @@ const CallFailure* BeginCall(std::string_view function, const wchar_t* argument)
     const DWORD lastError = GetLastError();
     const CallFailure* failure = nullptr;
     if (sweep.watch == Watch::Record) {
-        Record(function, argument);
+        sweep.calls.push_back(CallNow(function, argument));
     } else {
-        failure = FailureOfNextCall(function);
+        failure = FailureOfNextCall(function, argument);
     }
     SetLastError(lastError);
     return failure;

@@ -55,6 +55,8 @@ constexpr auto kGeneralRules = std::to_array<Rule>({
     {"GetFinalPathNameByHandleW", "WeaklyCanonicalPath", L"", RaisesFileSystem("weakly_canonical")},
     {"GetFullPathNameW", "", L"", RaisesFileSystem("weakly_canonical")},
     {"GetFileAttributesExW", "PathExists", L"", RaisesFileSystem("exists")},
+    {"CreateFileW", "PathExists", L"", RaisesFileSystem("exists")},
+    {"GetFileInformationByHandleEx", "PathExists", L"", RaisesFileSystem("exists")},
     {"GetFileAttributesExW", "FileSize", L"", RaisesFileSystem("file_size")},
 
     // A file that is in the way because of its attributes: the first error stands.

@@ -4,14 +4,15 @@
 #include <functional>
 #include <optional>
 
-#include "faults/simulated_processes.h"
+#include "faults/simulated_updater.h"
 #include "fixtures/file_content.h"
-#include "fixtures/processes/simulated_time.h"
+#include "fixtures/named_event.h"
 #include "fixtures/processes/windows_doubles.h"
-#include "support/argument_quoting.h"
+#include "fixtures/updater_command_line.h"
 #include "support/directory_listing.h"
 #include "support/file_digest.h"
 #include "support/file_system.h"
+#include "support/handshake.h"
 #include "support/process_utilities.h"
 #include "support/text_conversion.h"
 #include "support/updater_arguments.h"
@@ -20,8 +21,6 @@ namespace updater::faults {
 
 namespace {
 
-constexpr DWORD kApplication = 1000;
-constexpr DWORD kApplicationElsewhere = 2000;
 constexpr DWORD kSetup = 3000;
 
 std::string SceneProgram(int majorVersion) {
@@ -30,7 +29,7 @@ std::string SceneProgram(int majorVersion) {
     return ReadFileContent(testProgram.parent_path() / name);
 }
 
-void WriteTree(const WorkerScene::Tree& tree, const std::filesystem::path& directory) {
+void WriteTree(const TreeContent& tree, const std::filesystem::path& directory) {
     for (const auto& [name, content] : tree) {
         if (name.ends_with(L'\\')) {
             CreateDirectories(directory / name.substr(0, name.size() - 1));
@@ -42,11 +41,11 @@ void WriteTree(const WorkerScene::Tree& tree, const std::filesystem::path& direc
 }
 
 // A version's files with their inventory.
-WorkerScene::Tree MakeProgram(int majorVersion, const std::filesystem::path& workshop) {
+TreeContent MakeProgram(int majorVersion, const std::filesystem::path& workshop) {
     const std::string version = std::to_string(majorVersion);
-    WorkerScene::Tree program = {{L"corvellan.exe", SceneProgram(majorVersion)},
-                                 {L"data\\app.so", "library " + version},
-                                 {L"data\\\u8D44\u6E90 1\\ui.bin", "resources " + version}};
+    TreeContent program = {{L"corvellan.exe", SceneProgram(majorVersion)},
+                           {L"data\\app.so", "library " + version},
+                           {L"data\\\u8D44\u6E90 1\\ui.bin", "resources " + version}};
     if (majorVersion > 1) {
         program[L"added.dll"] = "only in version 2";
     }
@@ -62,24 +61,14 @@ WorkerScene::Tree MakeProgram(int majorVersion, const std::filesystem::path& wor
     return program;
 }
 
-WorkerScene::Tree FilesOf(const WorkerScene::Tree& tree) {
-    WorkerScene::Tree files;
-    for (const auto& entry : tree) {
-        if (!entry.first.ends_with(L'\\')) {
-            files.insert(entry);
-        }
-    }
-    return files;
-}
-
 std::string RegisteredText() {
     const std::optional<RegistryValue> value = ReadUninstallValue(kDisplayVersion);
     return value ? WideToUtf8(reinterpret_cast<const wchar_t*>(value->bytes.c_str())) : "none";
 }
 
 // Everything that stands between the worker and the real system, for one run.
-struct WorkerRun {
-    WorkerRun(WorkerScene& laidScene, const WorkerCase& metCase);
+struct WorkerRun : SimulatedUpdater {
+    WorkerRun(WorkerScene& laidScene, const WorkerCase& metCase, const std::wstring& eventBaseName);
 
     void OnReady();
     BOOL StartSetup(LPCWSTR program, LPCWSTR staging, LPPROCESS_INFORMATION started);
@@ -88,24 +77,9 @@ struct WorkerRun {
     WorkerScene& scene;
     const WorkerCase& met;
     bool brokerKnows = false;
-    std::wstring eventBaseName = L"Local\\CorvellanUpdate-" + CreateJobIdentity();
-    UniqueHandle ready =
-        OwnHandle(CreateEventW(nullptr, TRUE, FALSE, (eventBaseName + L"-ready").c_str()));
-    UniqueHandle commit =
-        OwnHandle(CreateEventW(nullptr, TRUE, FALSE, (eventBaseName + L"-commit").c_str()));
-    std::wstring commandLine = scene.CommandLine(kApplication, eventBaseName);
-    SimulatedTime time;
-    SimulatedProcesses processes;
+    UniqueHandle ready;
+    UniqueHandle commit;
 
-    ScopedReplacement<decltype(GetCommandLineW)> getCommandLine{
-        doubles::getCommandLine, [this] { return commandLine.data(); }};
-    ScopedReplacement<decltype(GetTokenInformation)> getTokenInformation{
-        doubles::getTokenInformation, [](HANDLE token, TOKEN_INFORMATION_CLASS information,
-                                         LPVOID buffer, DWORD size, PDWORD length) {
-            const BOOL done = GetTokenInformation(token, information, buffer, size, length);
-            static_cast<TOKEN_ELEVATION*>(buffer)->TokenIsElevated = 1;
-            return done;
-        }};
     ScopedReplacement<decltype(SHGetKnownFolderPath)> knownFolderPath{
         doubles::shGetKnownFolderPath,
         [this](REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* path) { return OnKnownFolderPath(path); }};
@@ -121,11 +95,14 @@ struct WorkerRun {
                LPPROCESS_INFORMATION started) { return StartSetup(program, staging, started); }};
 };
 
-WorkerRun::WorkerRun(WorkerScene& laidScene, const WorkerCase& metCase)
-    : scene(laidScene), met(metCase) {
-    processes.Start(kApplication, scene.installDirectory / L"corvellan.exe");
-    processes.Start(kApplicationElsewhere, scene.directory.path / L"corvellan.exe");
-}
+WorkerRun::WorkerRun(WorkerScene& laidScene, const WorkerCase& metCase,
+                     const std::wstring& eventBaseName)
+    : SimulatedUpdater(laidScene.CommandLine(kApplication, eventBaseName), Rights::Elevated,
+                       laidScene.installDirectory),
+      scene(laidScene),
+      met(metCase),
+      ready(CreateNamedEvent(ReadyEventName(eventBaseName))),
+      commit(CreateNamedEvent(CommitEventName(eventBaseName))) {}
 
 // A second after the worker is ready the application exits, and the broker commits.
 void WorkerRun::OnReady() {
@@ -208,20 +185,14 @@ void WorkerScene::Install() const {
 }
 
 std::wstring WorkerScene::CommandLine(DWORD parentId, const std::wstring& eventBaseName) const {
-    const std::map<std::wstring, std::wstring> options = {
-        {kEventOption, eventBaseName},
-        {kInstallDirOption, installDirectory},
-        {kInstallerOption, installer},
-        {kJobDirOption, jobDirectory},
-        {kParentPidOption, std::to_wstring(parentId)},
-        {kSha256Option, installerDigest},
-        {kSizeOption, std::to_wstring(FileSize(installer))},
-        {kVersionOption, L"2.0.0.0"}};
-    std::wstring line = std::wstring(L"updater ") + kWorkerFlag;
-    for (const auto& [option, value] : options) {
-        line += L' ' + option + L' ' + QuoteArgument(value);
-    }
-    return line;
+    return CommandLineOf(kWorkerFlag, {{kEventOption, eventBaseName},
+                                       {kInstallDirOption, installDirectory},
+                                       {kInstallerOption, installer},
+                                       {kJobDirOption, jobDirectory},
+                                       {kParentPidOption, std::to_wstring(parentId)},
+                                       {kSha256Option, installerDigest},
+                                       {kSizeOption, std::to_wstring(FileSize(installer))},
+                                       {kVersionOption, L"2.0.0.0"}});
 }
 
 std::filesystem::path WorkerScene::StagingDirectory() const {
@@ -233,8 +204,8 @@ std::filesystem::path WorkerScene::StagingDirectory() const {
 
 Outcome WorkerScene::Look() const {
     Outcome outcome;
-    Tree user;
-    Tree program;
+    TreeContent user;
+    TreeContent program;
     for (const auto& entry : ReadTreeContent(installDirectory)) {
         (userFiles.contains(entry.first) ? user : program).insert(entry);
     }
@@ -247,8 +218,9 @@ Outcome WorkerScene::Look() const {
     const std::filesystem::path staging = StagingDirectory();
     outcome[kStaging] = staging.empty() ? "none" : "left";
     const std::filesystem::path backup = staging / L"backup";
-    const bool complete = !staging.empty() && PathExists(backup) &&
-                          FilesOf(ReadTreeContent(backup)) == FilesOf(previousProgram);
+    const bool complete =
+        !staging.empty() && PathExists(backup) &&
+        WithoutDirectories(ReadTreeContent(backup)) == WithoutDirectories(previousProgram);
     outcome[kBackup] = complete ? "complete" : "not complete";
     outcome[kStatus] = ReadStatus(jobDirectory);
     outcome[kOpenFiles] = FilesHeldOpen(directory.path);
@@ -259,7 +231,7 @@ Outcome WorkerScene::Run(const WorkerCase& met, const Watcher& watch) {
     Lay();
     std::string end;
     {
-        WorkerRun run(*this, met);
+        WorkerRun run(*this, met, L"Local\\CorvellanUpdate-" + CreateJobIdentity());
         watch([&end] { end = EndOfUpdater(); });
     }
     Outcome outcome = Look();

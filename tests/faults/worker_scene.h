@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <string>
 
@@ -9,6 +8,7 @@
 #include "faults/sweep.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/temporary_directory.h"
+#include "fixtures/tree_content.h"
 #include "fixtures/uninstall_entry.h"
 
 namespace updater::faults {
@@ -39,8 +39,6 @@ struct WorkerScene {
     /// Runs the worker in the scene as it is at first.
     Outcome Run(const WorkerCase& met, const Watcher& watch);
 
-    using Tree = std::map<std::wstring, std::string>;
-
     /// Puts a link among the user's files. Making it anew for each run would be slow.
     void AddLink();
 
@@ -59,9 +57,9 @@ struct WorkerScene {
     std::wstring installerDigest;
     ScopedUninstallEntry uninstallEntry;
     std::optional<DirectoryLink> link;
-    Tree previousProgram;
-    Tree newProgram;
-    Tree userFiles;
+    TreeContent previousProgram;
+    TreeContent newProgram;
+    TreeContent userFiles;
     bool programIsLaid = false;
 };
 

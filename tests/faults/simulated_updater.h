@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "faults/simulated_processes.h"
+#include "fixtures/processes/simulated_time.h"
+#include "fixtures/processes/windows_doubles.h"
+
+namespace updater::faults {
+
+inline constexpr DWORD kApplication = 1000;
+inline constexpr DWORD kApplicationElsewhere = 2000;
+
+enum class Rights { Limited, Elevated };
+
+/// What stands between the updater's process and the real system in every scene, for one run: its
+/// command line, its rights, the time, and the running processes. Two of these are the application
+/// that asks for the update and one of its name from another directory.
+struct SimulatedUpdater {
+    SimulatedUpdater(std::wstring arguments, Rights rights,
+                     const std::filesystem::path& installDirectory);
+
+    std::wstring commandLine;
+    SimulatedTime time;
+    SimulatedProcesses processes;
+    ScopedReplacement<decltype(GetCommandLineW)> getCommandLine;
+    ScopedReplacement<decltype(GetTokenInformation)> getTokenInformation;
+};
+
+}  // namespace updater::faults
