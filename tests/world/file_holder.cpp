@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "fixtures/built_path.h"
+#include "fixtures/named_event.h"
 #include "support/argument_quoting.h"
 #include "support/process_utilities.h"
 #include "support/windows_api.h"
@@ -13,10 +14,6 @@ namespace updater {
 namespace {
 
 constexpr DWORD kPatience = 30000;
-
-UniqueHandle CreateEventNamed(const std::wstring& name) {
-    return OwnHandle(CreateEventW(nullptr, TRUE, FALSE, name.c_str()));
-}
 
 StandInProcess StartHolder(const std::filesystem::path& file, const std::wstring& eventBaseName) {
     const std::filesystem::path program = BuiltPath(CORVELLAN_HOLDING_PROGRAM);
@@ -38,9 +35,9 @@ StandInProcess StartHolder(const std::filesystem::path& file, const std::wstring
 
 FileHolder::FileHolder(const std::filesystem::path& file)
     : eventBaseName(L"Local\\FileHolder-" + CreateJobIdentity()),
-      begin(CreateEventNamed(eventBaseName + L"-begin")),
-      held(CreateEventNamed(eventBaseName + L"-held")),
-      end(CreateEventNamed(eventBaseName + L"-end")),
+      begin(CreateNamedEvent(eventBaseName + L"-begin")),
+      held(CreateNamedEvent(eventBaseName + L"-held")),
+      end(CreateNamedEvent(eventBaseName + L"-end")),
       holder(StartHolder(file, eventBaseName)) {}
 
 // The waits are the real ones also where the time is simulated.

@@ -8,13 +8,13 @@
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
+#include "fixtures/tree_content.h"
 #include "snapshot/program_backup.h"
 #include "snapshot/program_restore.h"
 #include "snapshot/program_verification.h"
 #include "support/file_digest.h"
 #include "support/file_system.h"
 #include "support/text_conversion.h"
-#include "world/tree_differences.h"
 
 namespace updater {
 namespace {
@@ -71,7 +71,7 @@ TEST_F(LargeInstallation, IsBackedUpVerifiedAndRestored) {
     EXPECT_EQ(record.size(), std::size_t{kFiles} + 1);
     TreeContent expectedBackup = before;
     expectedBackup.erase(L"account.db");
-    EXPECT_EQ(TreeDifferences(expectedBackup, ReadTreeContent(backup)), std::vector<std::string>());
+    EXPECT_EQ(FindDifferences(expectedBackup, ReadTreeContent(backup)), std::vector<std::string>());
     EXPECT_NO_THROW(VerifyInstalledProgram(program));
 
     const std::filesystem::path last = NameOf(kFiles - 1);
@@ -82,7 +82,7 @@ TEST_F(LargeInstallation, IsBackedUpVerifiedAndRestored) {
     RemoveTree(program / L"data" / L"7");
     WriteFileContent(program / L"data" / L"added.bin", "added");
     RestoreProgram(program, backup, record);
-    EXPECT_EQ(TreeDifferences(before, ReadTreeContent(program)), std::vector<std::string>());
+    EXPECT_EQ(FindDifferences(before, ReadTreeContent(program)), std::vector<std::string>());
 }
 
 }  // namespace

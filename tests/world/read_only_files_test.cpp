@@ -8,6 +8,7 @@
 #include <set>
 
 #include "fixtures/file_content.h"
+#include "fixtures/tree_content.h"
 #include "support/file_system.h"
 #include "world/file_holder.h"
 #include "world/worker_run.h"
@@ -111,7 +112,7 @@ TEST(ReadOnlyDownload, LeavesNoStagingDirectoryAfterACancelledUpdate) {
     run.Run();
     run.ExpectEnd(2, {"cancelled", "Application remained open; installation cancelled", 0});
     EXPECT_FALSE(PathExists(run.world.StagingDirectory()));
-    EXPECT_EQ(TreeDifferences(run.before, run.InstalledTree()), std::vector<std::string>());
+    EXPECT_EQ(FindDifferences(run.before, run.InstalledTree()), std::vector<std::string>());
 }
 
 }  // namespace

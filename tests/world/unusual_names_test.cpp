@@ -9,6 +9,7 @@
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
+#include "fixtures/tree_content.h"
 #include "snapshot/program_verification.h"
 #include "support/file_digest.h"
 #include "support/text_conversion.h"
@@ -102,6 +103,29 @@ INSTANTIATE_TEST_SUITE_P(
         InventoriedName{"DecomposedForAComposedOne", L"data\\Caf\u00E9", L"data/Cafe\u0301", false},
         InventoriedName{"WithOneEmojiForAnother", L"\U0001F680.dll", L"\U0001F681.dll", false}),
     [](const auto& test) { return std::string(test.param.name); });
+
+// Two files whose names differ only in letter case, in a directory that tells them apart. Windows
+// makes one only on request; under Wine every directory is one for a program that goes around it.
+struct NamesInTwoCases : testing::Test {
+    WorkerRun run;
+    VerbatimFile file{run.program / L"data\\App.so", "in capitals"};
+};
+
+TEST_F(NamesInTwoCases, StayApartWhenTheUpdateSucceeds) {
+    run.Run();
+    run.ExpectSuccess();
+    EXPECT_EQ(run.InstalledTree()[L"data\\App.so"], "in capitals");
+}
+
+// Their backup has one copy, that of the second.
+TEST_F(NamesInTwoCases, GetOneContentWhenTheProgramIsRestored) {
+    run.LetSetupFail();
+    run.Run();
+    run.ExpectEnd(1, {"failed", kSetupFailed, 1});
+    TreeContent expected = run.before;
+    expected[L"data\\App.so"] = expected.at(L"data\\app.so");
+    EXPECT_EQ(FindDifferences(expected, run.InstalledTree()), std::vector<std::string>());
+}
 
 // A name that ends in a dot or a space. Windows makes such a file only for a program that asks for
 // it by a verbatim path, and plain paths leave those characters out.

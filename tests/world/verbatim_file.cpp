@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "fixtures/host_system.h"
 #include "support/handle.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
@@ -14,24 +15,13 @@ namespace updater {
 
 namespace {
 
-using HostFileName = char*(CDECL*)(LPCWSTR file);
-
-// Null on Windows. Under Wine it gives a path's name in the host's file system.
-HostFileName FindHostFileName() {
-    return reinterpret_cast<HostFileName>(reinterpret_cast<void*>(
-        GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
-}
-
 // The name that the system's own call takes. Wine ignores the letter case even there, unless it
 // gets the name in the host's file system.
 std::wstring SystemName(const std::filesystem::path& file) {
-    const HostFileName hostFileName = FindHostFileName();
-    if (hostFileName == nullptr) {
+    if (!HasHostSystem()) {
         return LR"(\??\)" + file.native();
     }
-    char* const host = hostFileName(file.parent_path().c_str());
-    std::filesystem::path name(LR"(\??\unix)" + Utf8ToWide(host));
-    HeapFree(GetProcessHeap(), 0, host);
+    std::filesystem::path name(LR"(\??\unix)" + HostFileName(file.parent_path()));
     return (name.make_preferred() / file.filename()).native();
 }
 

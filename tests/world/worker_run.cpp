@@ -8,8 +8,9 @@
 
 #include "app/dispatch.h"
 #include "fixtures/file_content.h"
+#include "fixtures/tree_content.h"
+#include "fixtures/updater_command_line.h"
 #include "snapshot/program_restore.h"
-#include "support/argument_quoting.h"
 #include "support/file_digest.h"
 #include "support/text_conversion.h"
 #include "world/verbatim_file.h"
@@ -24,16 +25,6 @@ constexpr std::array<const wchar_t*, 4> kUserFiles = {
 // The worker asks for the running processes when it starts, before the backup and before the
 // rollback.
 constexpr int kProcessListOfRollback = 3;
-
-std::wstring CommandLineOf(const UpdaterArguments& arguments) {
-    std::wstring text = L"updater.exe --worker";
-    for (const auto& [option, value] : arguments) {
-        if (option != kWorkerFlag) {
-            text += L" " + option + L" " + QuoteArgument(value);
-        }
-    }
-    return text;
-}
 
 bool IsUsers(const std::wstring& path) {
     return std::ranges::any_of(kUserFiles,
@@ -61,7 +52,7 @@ ProgramAssets FilesOf(const TreeContent& tree) {
 }
 
 void ExpectSameTree(const TreeContent& expected, const TreeContent& actual) {
-    EXPECT_EQ(TreeDifferences(expected, actual), std::vector<std::string>());
+    EXPECT_EQ(FindDifferences(expected, actual), std::vector<std::string>());
 }
 
 }  // namespace
@@ -73,17 +64,6 @@ std::string FileSystemMessage(const char* operation, unsigned long error,
     const std::error_code code(static_cast<int>(error), std::system_category());
     return secondPath.empty() ? filesystem_error(operation, path, code).what()
                               : filesystem_error(operation, path, secondPath, code).what();
-}
-
-TestWatcher::TestWatcher() {
-    static const bool started = [] {
-        SCOPED_TRACE("");
-        // It tells nobody that it has begun to wait.
-        constexpr DWORD kStart = 50;
-        Sleep(kStart);
-        return true;
-    }();
-    static_cast<void>(started);
 }
 
 WorkerRun::WorkerRun() {
@@ -150,9 +130,11 @@ void WorkerRun::Run() {
             Reach(Moment::BeforeSetup);
         }
     };
-    doubles::process32First.active = std::bind_front(&WorkerRun::OnFirstProcess, this);
+    doubles::process32First.Set(std::bind_front(&WorkerRun::OnFirstProcess, this));
     before = InstalledTree();
-    std::wstring commandLine = CommandLineOf(world.arguments);
+    UpdaterArguments options = world.arguments;
+    options.erase(kWorkerFlag);
+    std::wstring commandLine = L"updater.exe " + CommandLineOf(kWorkerFlag, options);
     const ScopedReplacement<decltype(GetCommandLineW)> getCommandLine(
         doubles::getCommandLine, [&commandLine] { return commandLine.data(); });
     exitCode = RunUpdater();

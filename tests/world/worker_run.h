@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "fixtures/processes/windows_doubles.h"
+#include "fixtures/tree_content.h"
 #include "worker/worker_world.h"
-#include "world/tree_differences.h"
 
 namespace updater {
 
@@ -20,12 +20,6 @@ enum class Moment { BeforeBackup, BeforeSetup, BeforeVerification, BeforeRollbac
 std::string FileSystemMessage(const char* operation, unsigned long error,
                               const std::filesystem::path& path,
                               const std::filesystem::path& secondPath = {});
-
-/// GoogleTest's own thread, which comes with the first failure or trace and waits for the end of
-/// the main one, must be there before the waiting is replaced: this starts it.
-struct TestWatcher {
-    TestWatcher();
-};
 
 /// A whole run of the worker's process, from its command line to its exit code, and what the run
 /// must leave behind. Besides what its world has, the installation directory holds files of the
@@ -73,7 +67,6 @@ struct WorkerRun {
     void Reach(Moment moment);
     BOOL OnFirstProcess(HANDLE snapshot, LPPROCESSENTRY32W entry);
 
-    TestWatcher watcher;
     WorkerWorld world;
     std::filesystem::path program = world.installDirectory;
     /// What happens when; each once.
