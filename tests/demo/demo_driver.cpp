@@ -3,7 +3,9 @@
 
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "demo/narration.h"
 #include "end_to_end/application.h"
@@ -12,7 +14,9 @@
 #include "end_to_end/host_update.h"
 #include "end_to_end/installed_program.h"
 #include "end_to_end/running_processes.h"
+#include "end_to_end/staging_directories.h"
 #include "fixtures/uninstall_entry.h"
+#include "fixtures/updater_box.h"
 #include "support/file_system.h"
 #include "support/status_file.h"
 #include "support/text_conversion.h"
@@ -26,13 +30,17 @@ struct Stage {
     std::filesystem::path directory = L"C:\\\u6F14\u793A Corvellan demo";
     std::filesystem::path installDirectory = directory / L"\u5E94\u7528 \u7A0B\u5E8F";
     std::filesystem::path feedDirectory = directory / L"feed";
+    std::vector<std::filesystem::path> stagingBefore = ListStagingDirectories();
 };
 
-// What an earlier demonstration left, an interrupted one too.
+// Removes what this demonstration or an earlier one, which may have been interrupted, has left.
 void ClearStage(const Stage& stage) {
     EndProcessesBelow(stage.directory);
     if (PathExists(stage.directory)) {
         RemoveTree(stage.directory);
+    }
+    for (const std::filesystem::path& staging : ListNewStagingDirectories(stage.stagingBefore)) {
+        RemoveTree(staging);
     }
     ReplaceUninstallEntry({});
 }
@@ -81,7 +89,7 @@ void InstallVersion1(const Stage& stage) {
 // The prompt for administrator rights is granted.
 HostUpdate RequestUpdate(const Stage& stage) {
     HostUpdate update = StartHostUpdate(stage.installDirectory, stage.feedDirectory, TellRecord);
-    AnswerPrompt(update.run);
+    AnswerPromptStepByStep(update.run);
     return update;
 }
 
@@ -118,7 +126,7 @@ void TellErrorBox(const HostUpdate& update) {
 
 void RollVersion3Back(const Stage& stage) {
     Tell("\n3. It is asked to update itself to version 3.0.0.0, which was put together wrongly");
-    const FileContents before = ReadProgramFiles(stage.installDirectory);
+    const TreeContent before = ReadProgramFiles(stage.installDirectory);
     OfferUpdate(stage.feedDirectory, SetupProgram(L"v3-broken"), "3.0.0.0");
     const HostUpdate update = RequestUpdate(stage);
     TellErrorBox(update);
@@ -132,17 +140,23 @@ void RollVersion3Back(const Stage& stage) {
     CheckRestart(stage, "2.0.0.0");
 }
 
+void Perform(const std::function<void()>& act) {
+    try {
+        act();
+    } catch (const std::exception& failure) {
+        TellCheck(false, failure.what());
+    }
+}
+
 int RunDemonstration() {
     const Stage stage;
-    try {
+    Perform([&] {
         ClearStage(stage);
         InstallVersion1(stage);
         UpdateToVersion2(stage);
         RollVersion3Back(stage);
-    } catch (const std::exception& failure) {
-        TellCheck(false, failure.what());
-    }
-    EndProcessesBelow(stage.directory);
+    });
+    Perform([&] { ClearStage(stage); });
     Tell(CountFailedChecks() == 0
              ? "\nBoth updates went as promised: version 2 was installed, and the broken version 3 "
                "left version 2 and the user's files untouched."

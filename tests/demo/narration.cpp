@@ -19,7 +19,7 @@ void Tell(const std::string& line) {
     std::cout << line << '\n' << std::flush;
 }
 
-void TellRecord(const StatusRecord& record) {
+void TellRecord(const CollectedRecord& record) {
     std::ostringstream line;
     line << "  [" << std::fixed << std::setprecision(1) << std::setw(4)
          << static_cast<double>(record.elapsed.count()) / 1000 << " s] " << std::left

@@ -11,7 +11,7 @@ namespace updater {
 void Tell(const std::string& line);
 
 /// Tells a status record with the time at which it came.
-void TellRecord(const StatusRecord& record);
+void TellRecord(const CollectedRecord& record);
 
 /// Tells whether something that the demonstration promises held, and counts it if not.
 void TellCheck(bool held, const std::string& promise);

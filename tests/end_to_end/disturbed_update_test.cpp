@@ -28,6 +28,8 @@ struct DisturbedUpdate : UpdateTest {
         staging = NewStagingDirectories().at(0);
         AwaitCondition("the setup program's start", [&] { return HasSetupUnpackedItself(); });
         const ProcessPause pause(GetProcessId(worker.get()));
+        // Otherwise the worker has perhaps not been held up in time.
+        ASSERT_FALSE(ListSetups().empty());
         AwaitCondition("the setup program's end", [&] { return ListSetups().empty(); });
         disturbance();
     }
@@ -86,7 +88,7 @@ TEST_F(DisturbedUpdate, IsNotRolledBackWithoutItsBackup) {
 
     CloseMessageBox(AwaitMessageBox(run.brokerId));
     EXPECT_EQ(AwaitBroker(run), 1U);
-    const std::optional<StatusRecord> record = ReadStatusRecord(job.jobDirectory);
+    const std::optional<CollectedRecord> record = FindStatusRecord(job.jobDirectory);
     ASSERT_TRUE(record);
     EXPECT_EQ(record->state, "failed");
     EXPECT_NE(record->message.find("copy_file"), std::string::npos) << record->message;

@@ -9,6 +9,7 @@
 #include "end_to_end/waiting.h"
 #include "end_to_end/window_text.h"
 #include "fixtures/file_content.h"
+#include "fixtures/scoped_variable.h"
 #include "support/file_digest.h"
 #include "support/file_system.h"
 #include "support/text_conversion.h"
@@ -26,12 +27,6 @@ std::filesystem::path LastUpdateFile() {
 
 std::string LastUpdate() {
     return PathExists(LastUpdateFile()) ? ReadFileContent(LastUpdateFile()) : std::string();
-}
-
-void SetVariable(const wchar_t* name, const std::filesystem::path& value) {
-    if (SetEnvironmentVariableW(name, value.c_str()) == 0) {
-        RaiseLastError("Cannot set an environment variable");
-    }
 }
 
 void PressButton(const Application& application, WPARAM button) {
@@ -67,8 +62,8 @@ HostUpdate StartHostUpdate(const std::filesystem::path& installDirectory,
                            const std::filesystem::path& feedDirectory, RecordObserver observer) {
     HostUpdate update;
     update.run = PrepareUpdate({});
-    SetVariable(L"CORVELLAN_FEED", feedDirectory);
-    SetVariable(L"CORVELLAN_UPDATER", ElevationStandIn());
+    const ScopedVariable feed(L"CORVELLAN_FEED", feedDirectory.native());
+    const ScopedVariable updater(L"CORVELLAN_UPDATER", ElevationStandIn().native());
     update.application = StartApplication(installDirectory);
     const std::string before = LastUpdate();
     PressButton(update.application, ID_UPDATE);

@@ -31,10 +31,6 @@ bool IsProgramFile(const std::filesystem::path& relativePath) {
            std::ranges::find(kProgramFileNames, relativePath.native()) != kProgramFileNames.end();
 }
 
-bool IsDirectoryEntry(const std::wstring& name) {
-    return name.ends_with(L'\\');
-}
-
 }  // namespace
 
 void RunSetup(const std::filesystem::path& setup, const std::filesystem::path& installDirectory) {
@@ -61,8 +57,8 @@ void CopyTree(const std::filesystem::path& source, const std::filesystem::path& 
     });
 }
 
-const FileContents& UserData() {
-    static const FileContents data = {
+const TreeContent& UserData() {
+    static const TreeContent data = {
         {L"account.db", std::string("account\0data", 12)},
         {L"日记 2024.txt", "笔记: remember the milk\r\n"},
         {L"Setup.EXE", "no program file: its extension is in capitals"},
@@ -78,16 +74,14 @@ void AddUserData(const std::filesystem::path& installDirectory) {
     }
 }
 
-FileContents ReadProgramFiles(const std::filesystem::path& installDirectory) {
-    FileContents files = ReadTreeContent(installDirectory);
-    std::erase_if(files, [](const auto& file) {
-        return IsDirectoryEntry(file.first) || !IsProgramFile(file.first);
-    });
+TreeContent ReadProgramFiles(const std::filesystem::path& installDirectory) {
+    TreeContent files = WithoutDirectories(ReadTreeContent(installDirectory));
+    std::erase_if(files, [](const auto& file) { return !IsProgramFile(file.first); });
     return files;
 }
 
-FileContents ReadUserData(const std::filesystem::path& installDirectory) {
-    FileContents files = ReadTreeContent(installDirectory);
+TreeContent ReadUserData(const std::filesystem::path& installDirectory) {
+    TreeContent files = ReadTreeContent(installDirectory);
     std::erase_if(files, [](const auto& file) { return !UserData().contains(file.first); });
     return files;
 }
@@ -105,24 +99,6 @@ std::vector<std::string> FindInventoryDifferences(const std::filesystem::path& i
     }
     if (entries == 0) {
         differences.emplace_back("there is no inventory");
-    }
-    return differences;
-}
-
-std::vector<std::string> FindDifferences(const FileContents& expected, const FileContents& actual) {
-    std::vector<std::string> differences;
-    for (const auto& [name, content] : expected) {
-        const auto found = actual.find(name);
-        if (found == actual.end()) {
-            differences.push_back(WideToUtf8(name) + " is missing");
-        } else if (found->second != content) {
-            differences.push_back(WideToUtf8(name) + " differs");
-        }
-    }
-    for (const auto& [name, content] : actual) {
-        if (!expected.contains(name)) {
-            differences.push_back(WideToUtf8(name) + " was added");
-        }
     }
     return differences;
 }

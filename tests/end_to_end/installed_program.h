@@ -1,14 +1,12 @@
 #pragma once
 
 #include <filesystem>
-#include <map>
 #include <string>
 #include <vector>
 
-namespace updater {
+#include "fixtures/tree_content.h"
 
-/// Relative paths, with backslashes, and the files' bytes.
-using FileContents = std::map<std::wstring, std::string>;
+namespace updater {
 
 /// Runs a setup program silently. Raises `std::runtime_error` when it reports a failure.
 void RunSetup(const std::filesystem::path& setup, const std::filesystem::path& installDirectory);
@@ -17,21 +15,18 @@ void RunSetup(const std::filesystem::path& setup, const std::filesystem::path& i
 void CopyTree(const std::filesystem::path& source, const std::filesystem::path& target);
 
 /// What a user of the application may have in the installation directory, beside the program.
-const FileContents& UserData();
+const TreeContent& UserData();
 void AddUserData(const std::filesystem::path& installDirectory);
 
 /// Returns the files that an update may replace: what every version ships, by the rules of
 /// docs/architecture.md.
-FileContents ReadProgramFiles(const std::filesystem::path& installDirectory);
+TreeContent ReadProgramFiles(const std::filesystem::path& installDirectory);
 
 /// Returns those of the user's files that are still there.
-FileContents ReadUserData(const std::filesystem::path& installDirectory);
+TreeContent ReadUserData(const std::filesystem::path& installDirectory);
 
 /// Returns a sentence for every file that differs from the version's own inventory, and one if the
 /// inventory is missing or empty.
 std::vector<std::string> FindInventoryDifferences(const std::filesystem::path& installDirectory);
-
-/// Returns a sentence for every file that is missing, added or different in `actual`.
-std::vector<std::string> FindDifferences(const FileContents& expected, const FileContents& actual);
 
 }  // namespace updater

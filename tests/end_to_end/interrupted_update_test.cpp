@@ -8,6 +8,7 @@
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "fixtures/file_content.h"
+#include "fixtures/named_event.h"
 #include "support/file_system.h"
 #include "support/handshake.h"
 #include "support/process_utilities.h"
@@ -63,9 +64,7 @@ TEST_P(CancelledUpdate, EndsTheBrokerWithoutARecordOfItsOwn) {
 TEST_P(CancelledUpdate, IsCancelledEvenIfTheApplicationHasAlsoExited) {
     AskForUpdate();
     {
-        const ProcessPause pause(run.brokerId);
-        SetEvent(run.answered.get());
-        AwaitRecord(run, "authorized");
+        const ProcessPause pause = AnswerPromptAndHoldBroker(run);
         PlaceMarker();
         CloseApplication(application);
     }
@@ -144,8 +143,8 @@ TEST_F(InterruptedUpdate, KeepsASecondUpdateFromInstallingAtTheSameTime) {
 struct UpdateWithEarlyGoAhead : InterruptedUpdate {
     void StartWorker() {
         const std::wstring baseName = L"Local\\CorvellanUpdate-" + CreateJobIdentity();
-        ready = OwnHandle(CreateEventW(nullptr, TRUE, FALSE, ReadyEventName(baseName).c_str()));
-        commit = OwnHandle(CreateEventW(nullptr, TRUE, FALSE, CommitEventName(baseName).c_str()));
+        ready = CreateNamedEvent(ReadyEventName(baseName));
+        commit = CreateNamedEvent(CommitEventName(baseName));
         application = StartApplication(job.installDirectory);
         UpdaterArguments options = Options();
         options[kEventOption] = baseName;
@@ -166,8 +165,8 @@ TEST_F(UpdateWithEarlyGoAhead, IsGivenUpTenSecondsLaterIfTheApplicationIsStillOp
 
     EXPECT_EQ(AwaitEnd(worker.process.get(), "the worker's end"), 2U);
 
-    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
-    EXPECT_NEAR(seconds.count(), 10.0, 2.0);
+    // Later only because the machine has other things to do.
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(9900));
     EXPECT_EQ(LastRecordText(job.jobDirectory),
               RecordText("cancelled", "Application remained open; installation cancelled", 0));
     EXPECT_EQ(NewStagingDirectories(), std::vector<std::filesystem::path>());

@@ -1,7 +1,7 @@
 #include "end_to_end/record_collector.h"
 
 #include <array>
-#include <nlohmann/json.hpp>
+#include <string_view>
 #include <utility>
 
 #include "support/handle.h"
@@ -17,14 +17,11 @@ constexpr DWORD kPollingInterval = 2;
 // How long the file must be left alone before it is opened.
 constexpr std::chrono::milliseconds kRestTime{8};
 
-// What changes with every new record, as the directory tells it.
-struct FileMark {
-    std::uint64_t written = 0;
-    std::uint64_t created = 0;
-    std::uint64_t size = 0;
-
-    bool operator==(const FileMark&) const = default;
-};
+// The size of the record "authorized".
+constexpr std::uint64_t kFirstRecordSize =
+    std::string_view(
+        R"({"state":"authorized","message":"Administrator authorization accepted","exitCode":0})")
+        .size();
 
 std::uint64_t Combine(DWORD high, DWORD low) {
     return (static_cast<std::uint64_t>(high) << 32U) | low;
@@ -59,8 +56,9 @@ std::optional<std::string> ReadText(const std::filesystem::path& file) {
     return text;
 }
 
-void AddRecord(RecordCollector& collector, StatusRecord record) {
+void AddRecord(RecordCollector& collector, const FileMark& mark, CollectedRecord record) {
     const std::scoped_lock lock(collector.access);
+    collector.read = mark;
     if (!collector.records.empty() && collector.records.back().text == record.text) {
         return;
     }
@@ -72,10 +70,13 @@ void AddRecord(RecordCollector& collector, StatusRecord record) {
     collector.records.push_back(std::move(record));
 }
 
+bool IsToBeRead(const RecordCollector& collector, const FileMark& mark) {
+    return mark != collector.read && (mark.size != kFirstRecordSize || collector.readsFirstRecord);
+}
+
 void Watch(RecordCollector& collector, const std::stop_token& stop) {
     const std::filesystem::path file = collector.jobDirectory / kStatusFile;
     std::optional<FileMark> seen;
-    std::optional<FileMark> read;
     auto changed = std::chrono::steady_clock::now();
     while (!stop.stop_requested()) {
         const std::optional<FileMark> mark = MarkOf(file);
@@ -83,11 +84,10 @@ void Watch(RecordCollector& collector, const std::stop_token& stop) {
         if (mark != seen) {
             seen = mark;
             changed = now;
-        } else if (mark && mark != read && now - changed >= kRestTime) {
-            const std::optional<StatusRecord> record = ReadStatusRecord(collector.jobDirectory);
+        } else if (mark && IsToBeRead(collector, *mark) && now - changed >= kRestTime) {
+            const std::optional<CollectedRecord> record = FindStatusRecord(collector.jobDirectory);
             if (record) {
-                read = mark;
-                AddRecord(collector, *record);
+                AddRecord(collector, *mark, *record);
             }
         }
         Sleep(kPollingInterval);
@@ -96,17 +96,12 @@ void Watch(RecordCollector& collector, const std::stop_token& stop) {
 
 }  // namespace
 
-std::optional<StatusRecord> ReadStatusRecord(const std::filesystem::path& jobDirectory) {
+std::optional<CollectedRecord> FindStatusRecord(const std::filesystem::path& jobDirectory) {
     const std::optional<std::string> text = ReadText(jobDirectory / kStatusFile);
     if (!text) {
         return std::nullopt;
     }
-    const nlohmann::json json = nlohmann::json::parse(*text);
-    return StatusRecord{json.at("state").get<std::string>(),
-                        json.at("message").get<std::string>(),
-                        json.at("exitCode").get<std::int64_t>(),
-                        *text,
-                        {}};
+    return CollectedRecord{ParseStatusRecord(*text), *text, {}};
 }
 
 RecordCollector::RecordCollector(std::filesystem::path watchedDirectory,
@@ -124,12 +119,20 @@ RecordCollector::RecordCollector(std::filesystem::path watchedDirectory,
     });
 }
 
-std::vector<StatusRecord> RecordCollector::Records() {
+std::vector<CollectedRecord> RecordCollector::Records() {
     const std::scoped_lock lock(access);
     if (failure) {
         std::rethrow_exception(failure);
     }
     return records;
+}
+
+bool RecordCollector::HasLastRecord() {
+    const std::scoped_lock lock(access);
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+    return MarkOf(jobDirectory / kStatusFile) == read;
 }
 
 }  // namespace updater

@@ -162,7 +162,7 @@ TEST_F(RefusedUpdate, NamesAMissingSetupProgramByItsPath) {
     AnswerPrompt(run);
 
     EXPECT_EQ(AwaitBroker(run), 1U);
-    const std::optional<StatusRecord> record = ReadStatusRecord(job.jobDirectory);
+    const std::optional<CollectedRecord> record = FindStatusRecord(job.jobDirectory);
     ASSERT_TRUE(record);
     EXPECT_EQ(record->state, "failed");
     EXPECT_NE(record->message.find("copy_file"), std::string::npos) << record->message;
@@ -187,7 +187,7 @@ TEST_F(RefusedUpdate, ReportsAFailedStartOfTheWorker) {
     CloseMessageBox(AwaitMessageBox(broker.processId));
 
     EXPECT_EQ(AwaitEnd(broker.process.get(), "the broker's end"), 1U);
-    const std::optional<StatusRecord> record = ReadStatusRecord(job.jobDirectory);
+    const std::optional<CollectedRecord> record = FindStatusRecord(job.jobDirectory);
     ASSERT_TRUE(record);
     EXPECT_EQ(record->state, "failed");
     EXPECT_EQ(record->message, "Authorization failed");

@@ -7,6 +7,7 @@
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "end_to_end/window_text.h"
+#include "fixtures/scoped_variable.h"
 #include "support/file_system.h"
 
 namespace updater {
@@ -18,8 +19,6 @@ struct RequestedUpdate : UpdateTest {
     HostUpdate Request(const wchar_t* setupName, const std::string& version) {
         const std::filesystem::path feed = InWorkspace(L"更新 源");
         OfferUpdate(feed, SetupProgram(setupName), version);
-        const std::filesystem::path userData = InWorkspace(L"本地 数据");
-        SetEnvironmentVariableW(L"LOCALAPPDATA", userData.c_str());
         return StartHostUpdate(job.installDirectory, feed);
     }
 
@@ -28,6 +27,8 @@ struct RequestedUpdate : UpdateTest {
         const std::optional<Session> session = FindSession(job.installDirectory, restarted);
         return session ? session->updateOutcome : std::string();
     }
+
+    ScopedVariable userData{L"LOCALAPPDATA", InWorkspace(L"本地 数据").native()};
 };
 
 TEST_F(RequestedUpdate, EndsWithTheNewVersionTellingItsUser) {

@@ -59,14 +59,22 @@ std::uint64_t TicksOf(const FILETIME& time) {
     return std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime;
 }
 
-// In 100-nanosecond intervals; 0 if the system does not tell.
-std::uint64_t StartTimeOf(HANDLE process) {
+// In 100-nanosecond intervals.
+struct Life {
+    std::uint64_t begin = 0;
+    std::uint64_t end = 0;
+};
+
+Life LifeOf(HANDLE process) {
     FILETIME started{};
     FILETIME ended{};
+    // Under Wine these two are the caller's own.
     FILETIME kernel{};
     FILETIME user{};
-    GetProcessTimes(process, &started, &ended, &kernel, &user);
-    return TicksOf(started);
+    if (GetProcessTimes(process, &started, &ended, &kernel, &user) == 0) {
+        RaiseLastError("Cannot read a process's times");
+    }
+    return {TicksOf(started), TicksOf(ended)};
 }
 
 // A process keeps its parent's id after the parent's end, and the system gives that id to another
@@ -80,25 +88,60 @@ void ForgetReusedParents(std::vector<RunningProcess>& processes) {
     }
 }
 
-// In 100-nanosecond intervals; 0 for a process that cannot be asked.
-std::uint64_t ProcessorTimeOf(std::uint32_t processId) {
-    const UniqueHandle process = OpenRunningProcess(processId);
-    FILETIME started{};
-    FILETIME ended{};
-    FILETIME kernel{};
-    FILETIME user{};
-    if (!process || GetProcessTimes(process.get(), &started, &ended, &kernel, &user) == 0) {
-        return 0;
-    }
-    return TicksOf(kernel) + TicksOf(user);
-}
-
 void EndProcess(std::uint32_t processId) {
     const UniqueHandle process = OpenRunningProcess(processId);
     if (process) {
         TerminateProcess(process.get(), kEndedByTest);
         AwaitEnd(process.get(), "the end of a process that the test ended");
     }
+}
+
+std::vector<std::uint32_t> ListThreads(std::uint32_t processId) {
+    const UniqueHandle snapshot = TakeSnapshot(TH32CS_SNAPTHREAD);
+    std::vector<std::uint32_t> threadIds;
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof(entry);
+    for (BOOL more = Thread32First(snapshot.get(), &entry); more != 0;
+         more = Thread32Next(snapshot.get(), &entry)) {
+        if (entry.th32OwnerProcessID == processId) {
+            threadIds.push_back(entry.th32ThreadID);
+        }
+    }
+    return threadIds;
+}
+
+// Returns null for a thread that has ended since it was listed.
+UniqueHandle SuspendListedThread(std::uint32_t threadId) {
+    UniqueHandle thread =
+        OwnHandle(OpenThread(THREAD_SUSPEND_RESUME | SYNCHRONIZE, FALSE, threadId));
+    if (!thread && GetLastError() == ERROR_INVALID_PARAMETER) {
+        return nullptr;
+    }
+    if (!thread || SuspendThread(thread.get()) == static_cast<DWORD>(-1)) {
+        const DWORD error = GetLastError();
+        if (thread && HasEnded(thread.get())) {
+            return nullptr;
+        }
+        SetLastError(error);
+        RaiseLastError("Cannot hold up a process");
+    }
+    return thread;
+}
+
+// Returns whether there was a thread that did not stand still yet.
+bool PauseMoreThreads(std::uint32_t processId, ProcessPause& pause) {
+    bool found = false;
+    for (const std::uint32_t threadId : ListThreads(processId)) {
+        if (pause.threads.contains(threadId)) {
+            continue;
+        }
+        UniqueHandle thread = SuspendListedThread(threadId);
+        if (thread) {
+            pause.threads[threadId].reset(thread.release());
+            found = true;
+        }
+    }
+    return found;
 }
 
 }  // namespace
@@ -114,7 +157,7 @@ std::vector<RunningProcess> ListRunningProcesses() {
         const std::filesystem::path image = process ? ImageOf(process.get()) : L"";
         if (!image.empty()) {
             processes.push_back({entry.th32ProcessID, entry.th32ParentProcessID, image,
-                                 StartTimeOf(process.get())});
+                                 LifeOf(process.get()).begin});
         }
     }
     ForgetReusedParents(processes);
@@ -129,20 +172,32 @@ std::vector<RunningProcess> ListProcessesOf(const std::filesystem::path& executa
     return processes;
 }
 
+std::uint32_t FindChild(const std::vector<RunningProcess>& running, std::uint32_t parentId,
+                        const std::filesystem::path& directory) {
+    const auto child = std::ranges::find_if(running, [&](const RunningProcess& process) {
+        return process.parentId == parentId &&
+               IsSameText(process.image.parent_path().native(), directory.native());
+    });
+    return parentId == 0 || child == running.end() ? 0 : child->id;
+}
+
 UniqueHandle OpenRunningProcess(std::uint32_t processId) {
     return OwnHandle(OpenProcess(kFullUse, FALSE, processId));
 }
 
 double RunningTime(HANDLE process) {
-    FILETIME created{};
-    FILETIME ended{};
-    FILETIME kernel{};
-    FILETIME user{};
-    if (GetProcessTimes(process, &created, &ended, &kernel, &user) == 0) {
-        RaiseLastError("Cannot read a process's times");
-    }
+    return TimeUntilEnd(LifeOf(process).begin, process);
+}
+
+std::uint64_t SystemTime() {
+    FILETIME now{};
+    GetSystemTimeAsFileTime(&now);
+    return TicksOf(now);
+}
+
+double TimeUntilEnd(std::uint64_t systemTime, HANDLE process) {
     constexpr double kTicksInASecond = 1e7;
-    return static_cast<double>(TicksOf(ended) - TicksOf(created)) / kTicksInASecond;
+    return static_cast<double>(LifeOf(process).end - systemTime) / kTicksInASecond;
 }
 
 void EndProcessesBelow(const std::filesystem::path& directory) {
@@ -156,47 +211,17 @@ void EndProcessesBelow(const std::filesystem::path& directory) {
     }
 }
 
-void EndProcessesNamed(const wchar_t* name) {
-    for (const RunningProcess& running : ListRunningProcesses()) {
-        if (IsSameText(running.image.filename().native(), name)) {
-            EndProcess(running.id);
-        }
-    }
-}
-
-void AwaitRest(std::uint32_t processId) {
-    constexpr int kAttempts = 40;
-    constexpr DWORD kIntervalMilliseconds = 50;
-    std::uint64_t before = ProcessorTimeOf(processId);
-    int quiet = 0;
-    for (int attempt = 0; quiet < 2 && attempt < kAttempts; ++attempt) {
-        Sleep(kIntervalMilliseconds);
-        const std::uint64_t now = ProcessorTimeOf(processId);
-        quiet = now == before ? quiet + 1 : 0;
-        before = now;
-    }
-}
-
 ProcessPause::ProcessPause(std::uint32_t processId) {
-    const UniqueHandle snapshot = TakeSnapshot(TH32CS_SNAPTHREAD);
-    THREADENTRY32 entry{};
-    entry.dwSize = sizeof(entry);
-    for (BOOL more = Thread32First(snapshot.get(), &entry); more != 0;
-         more = Thread32Next(snapshot.get(), &entry)) {
-        if (processId != 0 && entry.th32OwnerProcessID == processId) {
-            UniqueHandle thread =
-                OwnHandle(OpenThread(THREAD_SUSPEND_RESUME, FALSE, entry.th32ThreadID));
-            if (!thread || SuspendThread(thread.get()) == static_cast<DWORD>(-1)) {
-                RaiseLastError("Cannot pause a process");
-            }
-            threads.push_back(std::move(thread));
+    const UniqueHandle process = OpenRunningProcess(processId);
+    // A process that has just been started gets its first thread in a moment.
+    AwaitCondition("a process's first thread", [&] {
+        // A thread that runs on may start another one.
+        while (PauseMoreThreads(processId, *this)) {
         }
-    }
-}
-
-ProcessPause::~ProcessPause() {
-    for (const UniqueHandle& thread : threads) {
-        ResumeThread(thread.get());
+        return !threads.empty() || !process || HasEnded(process.get());
+    });
+    if (threads.empty()) {
+        throw std::runtime_error("There is no process to hold up");
     }
 }
 

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
+#include <memory>
 #include <vector>
 
 #include "support/handle.h"
@@ -24,31 +26,45 @@ std::vector<RunningProcess> ListRunningProcesses();
 /// Returns those of them that run this executable; the path is compared by its text alone.
 std::vector<RunningProcess> ListProcessesOf(const std::filesystem::path& executable);
 
+/// Returns the id of the process that this one has started from an executable in the directory, or
+/// 0 if there is none. The parent alone would not do: the id may have been an earlier process's,
+/// whose children run on.
+std::uint32_t FindChild(const std::vector<RunningProcess>& running, std::uint32_t parentId,
+                        const std::filesystem::path& directory);
+
 /// Opens a process for waiting, queries and its end. Null if it cannot be opened.
 UniqueHandle OpenRunningProcess(std::uint32_t processId);
 
 /// Returns how long a process that has ended ran, in seconds. Raises `std::system_error`.
 double RunningTime(HANDLE process);
 
+/// Returns the time, in 100-nanosecond intervals.
+std::uint64_t SystemTime();
+
+/// Returns the seconds from that time to the end of a process that has ended. Raises
+/// `std::system_error`.
+double TimeUntilEnd(std::uint64_t systemTime, HANDLE process);
+
 /// Ends every process whose executable lies in the directory, at any depth, and those that they
 /// have started, and waits for their end.
 void EndProcessesBelow(const std::filesystem::path& directory);
 
-/// The same for every process whose executable has this name.
-void EndProcessesNamed(const wchar_t* name);
+/// Resumes a thread and closes its handle.
+struct ThreadResumer {
+    using pointer = HANDLE;
+    void operator()(HANDLE thread) const noexcept {
+        ResumeThread(thread);
+        CloseHandle(thread);
+    }
+};
 
-/// Waits until a process does nothing but wait, two seconds at the most. One that is held up in the
-/// middle of its work may keep something that others need: the display, while it connects to that.
-void AwaitRest(std::uint32_t processId);
-
-/// Holds up all threads of a process (0: of none) until the end of the scope.
+/// Holds up all threads of a process until the end of the scope. Raises `std::runtime_error` when
+/// it has none, so when it has ended.
 struct ProcessPause {
     explicit ProcessPause(std::uint32_t processId);
-    ~ProcessPause();
-    ProcessPause(const ProcessPause&) = delete;
-    ProcessPause& operator=(const ProcessPause&) = delete;
 
-    std::vector<UniqueHandle> threads;
+    /// By their ids.
+    std::map<std::uint32_t, std::unique_ptr<void, ThreadResumer>> threads;
 };
 
 }  // namespace updater

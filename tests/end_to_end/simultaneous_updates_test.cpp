@@ -4,12 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <string>
 #include <vector>
 
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
+#include "fixtures/named_event.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "support/handshake.h"
@@ -22,6 +24,8 @@ namespace {
 
 constexpr std::size_t kBrokers = 20;
 constexpr std::size_t kWorkers = 8;
+
+constexpr std::chrono::seconds kPatienceWithMany{240};
 
 struct SimultaneousUpdates : UpdateTest {
     SimultaneousUpdates() { application = StartApplication(job.installDirectory); }
@@ -47,11 +51,14 @@ struct Contender {
 
 // Waits until only one runs, moves it to the front, and expects the reports of the others.
 void ExpectOneToRemain(std::vector<Contender>& contenders) {
-    AwaitCondition("the end of all updates but one", [&] {
-        return std::ranges::count_if(contenders, [](const Contender& contender) {
-                   return HasEnded(contender.process);
-               }) == static_cast<std::ptrdiff_t>(contenders.size()) - 1;
-    });
+    AwaitCondition(
+        "the end of all updates but one",
+        [&] {
+            return std::ranges::count_if(contenders, [](const Contender& contender) {
+                       return HasEnded(contender.process);
+                   }) == static_cast<std::ptrdiff_t>(contenders.size()) - 1;
+        },
+        kPatienceWithMany);
     const auto isRunning = [](const Contender& contender) { return !HasEnded(contender.process); };
     std::iter_swap(contenders.begin(), std::ranges::find_if(contenders, isRunning));
     for (std::size_t index = 1; index < contenders.size(); ++index) {
@@ -67,6 +74,7 @@ struct SimultaneousBrokers : SimultaneousUpdates {
         own.jobDirectory = JobDirectory(index);
         own.updater = PlaceUpdater(InWorkspace(L"更新程序") / std::to_wstring(index));
         runs.push_back(StartUpdate(own, UpdateOptions(own, application.id)));
+        runs.back().variables.reset();
         // Its reader would be in the way of records that follow each other closely.
         runs.back().records.reset();
         contenders.push_back({own.jobDirectory, runs.back().standIn.process.get()});
@@ -99,8 +107,8 @@ TEST_F(SimultaneousBrokers, InstallOnce) {
 // Here the test is the broker of all of them.
 struct SimultaneousWorkers : SimultaneousUpdates {
     SimultaneousWorkers() {
-        ready = OwnHandle(CreateEventW(nullptr, TRUE, FALSE, ReadyEventName(baseName).c_str()));
-        commit = OwnHandle(CreateEventW(nullptr, TRUE, FALSE, CommitEventName(baseName).c_str()));
+        ready = CreateNamedEvent(ReadyEventName(baseName));
+        commit = CreateNamedEvent(CommitEventName(baseName));
     }
 
     void PrepareWorker(std::size_t index) {

@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <vector>
 
 #include "elevation/consent.h"
 #include "end_to_end/running_processes.h"
+#include "end_to_end/slow_limits.h"
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "fixtures/file_content.h"
@@ -16,31 +19,37 @@ namespace updater {
 
 namespace {
 
-constexpr std::chrono::seconds kSlowPatience{240};
+struct SlowUpdate : UpdateScene {
+    /// When the prompt was answered.
+    std::uint64_t begin = 0;
 
-constexpr double kLimit = 180;
-// What else happens in the measured time.
-constexpr double kTolerance = 5;
+    void Answer() {
+        begin = SystemTime();
+        SetEvent(run.answered.get());
+    }
+};
 
 struct SlowUpdates {
     SlowUpdates();
 
-    UpdateScene neverReady;
-    UpdateScene neverExiting;
-    UpdateScene neverCommitted;
+    SlowUpdate neverReady;
+    SlowUpdate neverExiting;
+    SlowUpdate neverCommitted;
     UniqueHandle uncommittedWorker;
 };
 
-void BeginWithHelper(UpdateScene& scene, const wchar_t* consent) {
-    scene.job.consent = consent;
-    scene.AskForUpdate();
-    SetEvent(scene.run.answered.get());
+void BeginWithHelper(SlowUpdate& update, const wchar_t* consent) {
+    update.job.consent = consent;
+    update.AskForUpdate();
+    update.Answer();
 }
 
 SlowUpdates::SlowUpdates() {
     BeginWithHelper(neverReady, kConsentHelperHangs);
     BeginWithHelper(neverExiting, kConsentHelperHangsReady);
-    neverCommitted.BeginUpdate();
+    neverCommitted.AskForUpdate();
+    neverCommitted.Answer();
+    AnswerPrompt(neverCommitted.run);
     uncommittedWorker = OpenWorker(neverCommitted.run);
     WriteFileContent(neverCommitted.job.jobDirectory / L"cancel", "");
 }
@@ -52,34 +61,34 @@ SlowUpdates& Updates() {
 }
 
 TEST(SlowLimits, TheBrokerWaitsThreeMinutesForTheWorkersReadiness) {
-    const UpdateScene& scene = Updates().neverReady;
+    const SlowUpdate& scene = Updates().neverReady;
 
     EXPECT_EQ(AwaitEnd(scene.run.standIn.process.get(), "the broker's end", kSlowPatience), 1U);
 
-    EXPECT_NEAR(RunningTime(scene.run.standIn.process.get()), kLimit, kTolerance);
+    ExpectThreeMinutes(TimeUntilEnd(scene.begin, scene.run.standIn.process.get()));
     EXPECT_EQ(LastRecordText(scene.job.jobDirectory),
               RecordText("failed", "Upgrade helper did not become ready", 1));
     EXPECT_FALSE(HasEnded(scene.application.process.get()));
 }
 
 TEST(SlowLimits, TheBrokerWaitsThreeMinutesForTheApplicationsExit) {
-    const UpdateScene& scene = Updates().neverExiting;
+    const SlowUpdate& scene = Updates().neverExiting;
 
     EXPECT_EQ(AwaitEnd(scene.run.standIn.process.get(), "the broker's end", kSlowPatience), 2U);
 
-    EXPECT_NEAR(RunningTime(scene.run.standIn.process.get()), kLimit, kTolerance);
+    ExpectThreeMinutes(TimeUntilEnd(scene.begin, scene.run.standIn.process.get()));
     EXPECT_EQ(LastRecordText(scene.job.jobDirectory),
               RecordText("cancelled", "Application did not exit; update cancelled", 2));
     EXPECT_FALSE(HasEnded(scene.application.process.get()));
 }
 
 TEST(SlowLimits, TheWorkerWaitsThreeMinutesForTheGoAhead) {
-    const UpdateScene& scene = Updates().neverCommitted;
+    const SlowUpdate& scene = Updates().neverCommitted;
 
     EXPECT_EQ(AwaitBroker(scene.run), 2U);
     EXPECT_EQ(AwaitEnd(Updates().uncommittedWorker.get(), "the worker's end", kSlowPatience), 2U);
 
-    EXPECT_NEAR(RunningTime(Updates().uncommittedWorker.get()), kLimit, kTolerance);
+    ExpectThreeMinutes(TimeUntilEnd(scene.begin, Updates().uncommittedWorker.get()));
     EXPECT_EQ(LastRecordText(scene.job.jobDirectory),
               RecordText("cancelled", "Application remained open; installation cancelled", 0));
     EXPECT_EQ(scene.NewStagingDirectories(), std::vector<std::filesystem::path>());

@@ -1,5 +1,6 @@
 #include "end_to_end/staging_directories.h"
 
+#include <algorithm>
 #include <string>
 
 #include "elevation/program_start.h"
@@ -14,6 +15,15 @@ std::vector<std::filesystem::path> ListStagingDirectories() {
         if (entry.relativePath.native().starts_with(L"CorvellanUpdate-")) {
             directories.push_back(folder / entry.relativePath);
         }
+    });
+    return directories;
+}
+
+std::vector<std::filesystem::path> ListNewStagingDirectories(
+    const std::vector<std::filesystem::path>& before) {
+    std::vector<std::filesystem::path> directories = ListStagingDirectories();
+    std::erase_if(directories, [&](const std::filesystem::path& directory) {
+        return std::ranges::find(before, directory) != before.end();
     });
     return directories;
 }

@@ -15,6 +15,10 @@ namespace {
 struct SuccessfulUpdate : UpdateTest {
     void CompleteUpdate() {
         BeginUpdate();
+        EndUpdate();
+    }
+
+    void EndUpdate() const {
         CloseApplication(application);
         EXPECT_EQ(AwaitBroker(run), 0U);
     }
@@ -52,11 +56,13 @@ TEST_F(SuccessfulUpdate, ReplacesReadOnlyFiles) {
 }
 
 TEST_F(SuccessfulUpdate, ReportsEachStepInItsOrder) {
-    CompleteUpdate();
+    AskForUpdate();
+    AnswerPromptStepByStep(run);
+    EndUpdate();
 
-    const std::vector<StatusRecord> records = run.records->Records();
+    const std::vector<CollectedRecord> records = run.records->Records();
     std::vector<std::string> texts(records.size());
-    std::ranges::transform(records, texts.begin(), &StatusRecord::text);
+    std::ranges::transform(records, texts.begin(), &CollectedRecord::text);
     EXPECT_EQ(texts,
               (std::vector<std::string>{
                   RecordText("authorized", "Administrator authorization accepted", 0),

@@ -3,12 +3,23 @@
 #include <optional>
 #include <vector>
 
+#include "elevation/consent.h"
 #include "end_to_end/application.h"
 #include "end_to_end/error_box.h"
 #include "end_to_end/installed_program.h"
+#include "fixtures/updater_box.h"
+#include "support/file_digest.h"
+#include "support/file_system.h"
 #include "support/text_conversion.h"
 
 namespace updater {
+
+void UpdateTest::TearDown() {
+    const std::filesystem::path updater = job.updater.native() + kRealSuffix;
+    if (PathExists(updater)) {
+        RecordProperty("UpdaterSha256", FileSha256Hex(updater));
+    }
+}
 
 std::string RecordText(const std::string& state, const std::string& message, int exitCode) {
     return R"({"state":")" + state + R"(","message":")" + message + R"(","exitCode":)" +
@@ -16,7 +27,7 @@ std::string RecordText(const std::string& state, const std::string& message, int
 }
 
 std::string LastRecordText(const std::filesystem::path& jobDirectory) {
-    const std::optional<StatusRecord> record = ReadStatusRecord(jobDirectory);
+    const std::optional<CollectedRecord> record = FindStatusRecord(jobDirectory);
     return record ? record->text : std::string();
 }
 
@@ -29,9 +40,9 @@ void ExpectQuietEnd(const UpdateRun& run, const std::filesystem::path& jobDirect
 void ExpectErrorBox(const UpdateRun& run, const std::filesystem::path& jobDirectory,
                     const std::string& recordText, std::uint32_t exitCode) {
     const MessageWindow box = AwaitMessageBox(run.brokerId);
-    EXPECT_EQ(box.title, L"Corvellan更新");
-    EXPECT_EQ(WideToUtf8(box.text),
-              "升级未完成，失败记录：\n" + recordText + "\n\n" + WideToUtf8(jobDirectory.native()));
+    EXPECT_EQ(box.title, kUpdaterBoxTitle);
+    EXPECT_EQ(WideToUtf8(box.text), WideToUtf8(kUpdaterBoxHeading) + '\n' + recordText + "\n\n" +
+                                        WideToUtf8(jobDirectory.native()));
     CloseMessageBox(box);
     EXPECT_EQ(AwaitBroker(run), exitCode);
 }

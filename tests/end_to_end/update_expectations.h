@@ -11,8 +11,11 @@
 
 namespace updater {
 
-/// A test with an update of its own.
-struct UpdateTest : testing::Test, UpdateScene {};
+/// A test with an update of its own. The report that GoogleTest writes on request tells, as the
+/// property "UpdaterSha256", which updater has run.
+struct UpdateTest : testing::Test, UpdateScene {
+    void TearDown() override;
+};
 
 /// Returns a record's text as it stands in the status file; the message needs no escaping.
 std::string RecordText(const std::string& state, const std::string& message, int exitCode);

@@ -1,7 +1,6 @@
 #include "end_to_end/update_run.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -9,12 +8,13 @@
 
 #include "elevation/consent.h"
 #include "end_to_end/build_outputs.h"
-#include "end_to_end/running_processes.h"
 #include "end_to_end/waiting.h"
-#include "support/argument_quoting.h"
+#include "fixtures/file_content.h"
+#include "fixtures/named_event.h"
 #include "support/file_digest.h"
 #include "support/file_system.h"
 #include "support/process_utilities.h"
+#include "support/status_file.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
 
@@ -22,58 +22,76 @@ namespace updater {
 
 namespace {
 
-void SetVariable(const wchar_t* name, const std::wstring& value) {
-    if (SetEnvironmentVariableW(name, value.empty() ? nullptr : value.c_str()) == 0 &&
-        !value.empty()) {
-        RaiseLastError("Cannot set an environment variable");
+constexpr wchar_t kUpdaterName[] = L"corvellan-updater.exe";
+
+std::uint32_t FindChildOf(const UpdateRun& run, std::uint32_t parentId) {
+    return FindChild(ListRunningProcesses(), parentId, run.updater.parent_path());
+}
+
+std::string StateOf(const char* name, HANDLE process, std::uint32_t processId) {
+    const std::string text = std::string("\n  ") + name + ", process " + std::to_string(processId);
+    if (process == nullptr) {
+        return text + ", is not known";
     }
+    return text +
+           (HasEnded(process) ? " ended with " + std::to_string(AwaitExitCode(process)) : " runs");
 }
 
-UniqueHandle MakeEvent(const std::wstring& name) {
-    UniqueHandle event = OwnHandle(CreateEventW(nullptr, TRUE, FALSE, name.c_str()));
-    if (!event) {
-        RaiseLastError("Cannot create an event");
+// What the stand-ins say that could not do their work.
+std::string FailureOfStandIn(const UpdateRun& run) {
+    const std::filesystem::path file = run.updater.native() + kFailureSuffix;
+    return PathExists(file) ? "\n  the stand-in failed: " + ReadFileContent(file) : std::string();
+}
+
+[[noreturn]] void RaiseStory(const UpdateRun& run, const std::string& beginning) {
+    std::string story = beginning;
+    story += StateOf("the broker's stand-in", run.standIn.process.get(), run.standIn.processId);
+    story += StateOf("the broker", OpenRunningProcess(run.brokerId).get(), run.brokerId);
+    story +=
+        StateOf("the helper", run.helper.get(), run.helper ? GetProcessId(run.helper.get()) : 0);
+    story += IsSignalledWithin(run.asked.get(), 0) ? ", and has asked" : ", and has not asked";
+    if (run.records) {
+        for (const CollectedRecord& record : run.records->Records()) {
+            story += "\n  " + record.text;
+        }
     }
-    return event;
+    throw std::runtime_error(story + FailureOfStandIn(run));
 }
 
-// Returns 0 when no child runs.
-std::uint32_t FindChild(std::uint32_t parentId) {
-    const std::vector<RunningProcess> running = ListRunningProcesses();
-    const auto child = std::ranges::find(running, parentId, &RunningProcess::parentId);
-    return child == running.end() ? 0 : child->id;
-}
-
-// The stand-in is the application's only child, the broker the stand-in's, the process that it
-// takes for the worker the broker's, and the worker that process's.
-std::uint32_t ChildOf(std::uint32_t parentId) {
-    const std::uint32_t child = FindChild(parentId);
-    if (child == 0) {
-        throw std::runtime_error("A process of the update does not run");
+// The stand-in is the application's child, the broker the stand-in's, the process that it takes for
+// the worker the broker's, and the worker that process's.
+UniqueHandle OpenChild(const UpdateRun& run, std::uint32_t parentId) {
+    UniqueHandle child = OpenRunningProcess(FindChildOf(run, parentId));
+    if (!child) {
+        RaiseStory(run, "A process of the update does not run");
     }
     return child;
 }
 
-[[noreturn]] void RaiseBrokerEnded(const UpdateRun& run) {
-    std::string story = "The broker ended with " +
-                        std::to_string(AwaitExitCode(run.standIn.process.get())) + " after";
-    for (const StatusRecord& record : run.records->Records()) {
-        story += ' ' + record.text;
-    }
-    throw std::runtime_error(story);
+bool HasBrokerEnded(const UpdateRun& run) {
+    return HasEnded(run.standIn.process.get());
 }
 
-bool HasLastRecord(RecordCollector& collector) {
-    const std::optional<StatusRecord> last = ReadStatusRecord(collector.jobDirectory);
-    const std::vector<StatusRecord> records = collector.Records();
-    return !last || (!records.empty() && records.back().text == last->text);
+bool HasHelperEnded(const UpdateRun& run) {
+    return run.helper && HasEnded(run.helper.get());
+}
+
+// An application that opened a record's file would be in the way of the next.
+std::optional<ProcessPause> PauseApplication(const UpdateRun& run) {
+    return run.applicationId == 0 ? std::nullopt : std::optional<ProcessPause>(run.applicationId);
+}
+
+std::optional<CollectedRecord> FindRecord(const UpdateRun& run, const std::string& state) {
+    const std::vector<CollectedRecord> records = run.records->Records();
+    const auto found = std::ranges::find(records, state, &CollectedRecord::state);
+    return found == records.end() ? std::nullopt : std::optional(*found);
 }
 
 }  // namespace
 
 std::filesystem::path PlaceUpdater(const std::filesystem::path& directory) {
     CreateDirectories(directory);
-    std::filesystem::path updater = directory / L"corvellan-updater.exe";
+    std::filesystem::path updater = directory / kUpdaterName;
     CopyOverFile(ElevationStandIn(), updater);
     return updater;
 }
@@ -88,27 +106,23 @@ UpdaterArguments UpdateOptions(const UpdateJob& job, std::uint32_t parentProcess
             {kParentPidOption, std::to_wstring(parentProcessId)}};
 }
 
-std::wstring CommandLineOf(const wchar_t* modeFlag, const UpdaterArguments& options) {
-    std::wstring commandLine = modeFlag;
-    for (const auto& [option, value] : options) {
-        commandLine += L' ' + option + L' ' + QuoteArgument(value);
-    }
-    return commandLine;
-}
+StandInVariables::StandInVariables(const std::wstring& consent, const std::wstring& eventBaseName)
+    : realUpdater(kRealUpdaterVariable, RealUpdater().native()),
+      consentGiven(kConsentVariable, consent),
+      consentEvent(kConsentEventVariable, eventBaseName) {}
 
 UpdateRun PrepareUpdate(const std::wstring& consent) {
     const std::wstring baseName = L"Local\\CorvellanConsent-" + CreateJobIdentity();
-    SetVariable(kRealUpdaterVariable, RealUpdater().native());
-    SetVariable(kConsentVariable, consent);
-    SetVariable(kConsentEventVariable, baseName);
     UpdateRun run;
-    run.asked = MakeEvent(AskedEventName(baseName));
-    run.answered = MakeEvent(AnsweredEventName(baseName));
+    run.variables = std::make_unique<StandInVariables>(consent, baseName);
+    run.asked = CreateNamedEvent(AskedEventName(baseName));
+    run.answered = CreateNamedEvent(AnsweredEventName(baseName));
     return run;
 }
 
 UpdateRun StartUpdate(const UpdateJob& job, const UpdaterArguments& options) {
     UpdateRun run = PrepareUpdate(job.consent);
+    run.updater = job.updater;
     run.records = std::make_unique<RecordCollector>(job.jobDirectory);
     ProgramStart start;
     start.program = job.updater;
@@ -122,76 +136,92 @@ UpdateRun StartUpdate(const UpdateJob& job, const UpdaterArguments& options) {
 void FollowUpdate(UpdateRun& run, std::uint32_t applicationId,
                   const std::filesystem::path& jobDirectory, RecordObserver observer) {
     run.records = std::make_unique<RecordCollector>(jobDirectory, std::move(observer));
-    AwaitCondition("the application to start the updater", [&] {
-        run.standIn.processId = FindChild(applicationId);
+    run.updater = jobDirectory / kUpdaterName;
+    AwaitInUpdate(run, "the application to start the updater", [&] {
+        run.standIn.processId = FindChildOf(run, applicationId);
         return run.standIn.processId != 0;
     });
-    run.standIn.process = OpenRunningProcess(run.standIn.processId);
+    run.standIn.process = OpenChild(run, applicationId);
     run.applicationId = applicationId;
 }
 
 void AwaitPrompt(UpdateRun& run) {
-    const std::array<HANDLE, 2> handles = {run.asked.get(), run.standIn.process.get()};
-    const auto patience = std::chrono::milliseconds(kPatience).count();
-    switch (WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE,
-                                   static_cast<DWORD>(patience))) {
-        case WAIT_OBJECT_0:
-            break;
-        case WAIT_OBJECT_0 + 1:
-            RaiseBrokerEnded(run);
-        default:
-            throw std::runtime_error("The broker did not ask for administrator rights");
+    AwaitInUpdate(run, "the prompt for administrator rights",
+                  [&] { return IsSignalledWithin(run.asked.get(), 0) || HasBrokerEnded(run); });
+    if (!IsSignalledWithin(run.asked.get(), 0)) {
+        RaiseStory(run, "The broker did not ask for administrator rights");
     }
-    run.brokerId = ChildOf(run.standIn.processId);
-    run.helper = OpenRunningProcess(ChildOf(run.brokerId));
-    // It has just started the helper, and is about to be held up.
-    AwaitRest(run.brokerId);
+    run.brokerId = GetProcessId(OpenChild(run, run.standIn.processId).get());
+    run.helper = OpenChild(run, run.brokerId);
+}
+
+void AwaitInUpdate(const UpdateRun& run, const std::string& awaited,
+                   const std::function<bool()>& condition) {
+    try {
+        AwaitCondition(awaited, condition);
+    } catch (const std::runtime_error& timeOut) {
+        RaiseStory(run, timeOut.what());
+    }
 }
 
 void AnswerPrompt(UpdateRun& run) {
-    // An application that opened a record's file would be in the way of the next.
-    const ProcessPause application(run.applicationId);
-    {
-        const ProcessPause broker(run.brokerId);
-        SetEvent(run.answered.get());
-        AwaitCondition("the worker's first record", [&] {
-            return HasEnded(run.helper.get()) || !run.records->Records().empty();
-        });
-    }
-    AwaitCondition("the broker's record", [&] {
-        return HasEnded(run.standIn.process.get()) || run.records->Records().size() > 1;
-    });
+    const std::optional<ProcessPause> application = PauseApplication(run);
+    SetEvent(run.answered.get());
+    AwaitInUpdate(run, "the record \"ready\" or the broker's end",
+                  [&] { return HasBrokerEnded(run) || FindRecord(run, kStateReady); });
 }
 
-StatusRecord AwaitRecord(UpdateRun& run, const std::string& state) {
-    StatusRecord awaited;
-    AwaitCondition("the status record \"" + state + "\"", [&] {
-        const bool ended = HasEnded(run.standIn.process.get());
-        const std::vector<StatusRecord> records = run.records->Records();
-        const auto found = std::ranges::find(records, state, &StatusRecord::state);
-        if (found != records.end()) {
-            awaited = *found;
-            return true;
-        }
-        if (ended) {
-            RaiseBrokerEnded(run);
-        }
-        return false;
+void AnswerPromptStepByStep(UpdateRun& run) {
+    const std::optional<ProcessPause> application = PauseApplication(run);
+    AnswerPromptAndHoldBroker(run);
+    AwaitRecord(run, kStateReady);
+}
+
+ProcessPause AnswerPromptAndHoldBroker(UpdateRun& run) {
+    SetEvent(run.answered.get());
+    // By then the broker has long begun to wait. Held up earlier, it may keep something that the
+    // others need: the display, while it connects to that.
+    AwaitInUpdate(run, "the worker", [&] {
+        return HasHelperEnded(run) || FindChildOf(run, GetProcessId(run.helper.get())) != 0;
     });
-    return awaited;
+    if (HasBrokerEnded(run)) {
+        RaiseStory(run, "The broker has ended early");
+    }
+    ProcessPause broker(run.brokerId);
+    run.records->readsFirstRecord = true;
+    AwaitRecord(run, kStateAuthorized);
+    return broker;
+}
+
+CollectedRecord AwaitRecord(UpdateRun& run, const std::string& state) {
+    std::optional<CollectedRecord> awaited;
+    AwaitInUpdate(run, "the record \"" + state + '"', [&] {
+        const bool brokerEnded = HasBrokerEnded(run);
+        run.records->readsFirstRecord = run.records->readsFirstRecord || brokerEnded;
+        const bool ended = brokerEnded || HasHelperEnded(run);
+        const bool complete = run.records->HasLastRecord();
+        awaited = FindRecord(run, state);
+        return awaited || (ended && complete);
+    });
+    if (!awaited) {
+        RaiseStory(run, "The update ended without the record \"" + state + '"');
+    }
+    return *awaited;
 }
 
 std::uint32_t AwaitBroker(const UpdateRun& run) {
-    const std::uint32_t exitCode = AwaitEnd(run.standIn.process.get(), "the broker's end");
+    AwaitInUpdate(run, "the broker's end", [&] { return HasBrokerEnded(run); });
     if (run.records) {
-        AwaitCondition("the last record to be collected",
-                       [&] { return HasLastRecord(*run.records); });
+        // Nobody but a worker that outlives its broker writes any more.
+        run.records->readsFirstRecord = true;
+        AwaitInUpdate(run, "the last record to be collected",
+                      [&] { return run.records->HasLastRecord(); });
     }
-    return exitCode;
+    return AwaitExitCode(run.standIn.process.get());
 }
 
 UniqueHandle OpenWorker(const UpdateRun& run) {
-    return OpenRunningProcess(ChildOf(GetProcessId(run.helper.get())));
+    return OpenChild(run, GetProcessId(run.helper.get()));
 }
 
 }  // namespace updater

@@ -1,6 +1,5 @@
 #include "end_to_end/update_scene.h"
 
-#include <algorithm>
 #include <exception>
 #include <iostream>
 
@@ -8,6 +7,7 @@
 #include "end_to_end/running_processes.h"
 #include "end_to_end/staging_directories.h"
 #include "support/file_system.h"
+#include "support/status_file.h"
 
 namespace updater {
 
@@ -33,9 +33,6 @@ const InstalledVersion1& Version1() {
 
 void CleanUp(const UpdateScene& scene) {
     EndProcessesBelow(scene.workspace.path);
-    // A setup program works in a copy of itself, in a directory of its own. Nobody knows that copy
-    // any more when the program that started it has been ended.
-    EndProcessesNamed(L"installer.tmp");
     for (const std::filesystem::path& directory : scene.NewStagingDirectories()) {
         EndProcessesBelow(directory);
         RemoveTree(directory);
@@ -50,6 +47,10 @@ UpdateScene::UpdateScene() : stagingBefore(ListStagingDirectories()) {
     job.updater = PlaceUpdater(InWorkspace(L"更新程序 目录"));
     CreateDirectories(job.jobDirectory);
     CopyTree(Version1().directory, job.installDirectory);
+    // A setup program works in a copy of itself that it puts there. Nobody else knows that copy
+    // when the program that started it has been ended.
+    temporaryFiles.emplace(L"TMP", InWorkspace(L"临时 文件").native());
+    CreateDirectories(InWorkspace(L"临时 文件"));
     ReplaceUninstallEntry(Version1().entry);
     AddUserData(job.installDirectory);
     programBefore = ReadProgramFiles(job.installDirectory);
@@ -84,15 +85,11 @@ void UpdateScene::AskForUpdate() {
 void UpdateScene::BeginUpdate() {
     AskForUpdate();
     AnswerPrompt(run);
-    AwaitRecord(run, "ready");
+    AwaitRecord(run, kStateReady);
 }
 
 std::vector<std::filesystem::path> UpdateScene::NewStagingDirectories() const {
-    std::vector<std::filesystem::path> directories = ListStagingDirectories();
-    std::erase_if(directories, [&](const std::filesystem::path& directory) {
-        return std::ranges::find(stagingBefore, directory) != stagingBefore.end();
-    });
-    return directories;
+    return ListNewStagingDirectories(stagingBefore);
 }
 
 }  // namespace updater

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "end_to_end/application.h"
 #include "end_to_end/installed_program.h"
 #include "end_to_end/update_run.h"
+#include "fixtures/scoped_variable.h"
 #include "fixtures/temporary_directory.h"
 #include "fixtures/uninstall_entry.h"
 
@@ -43,8 +45,9 @@ struct UpdateScene {
     UninstallEntryKeeper entryBefore;
     std::vector<std::filesystem::path> stagingBefore;
     TemporaryDirectory workspace;
+    std::optional<ScopedVariable> temporaryFiles;
     UpdateJob job;
-    FileContents programBefore;
+    TreeContent programBefore;
     Application application;
     UpdateRun run;
 };

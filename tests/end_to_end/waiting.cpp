@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "elevation/program_start.h"
 #include "support/process_utilities.h"
 
 namespace updater {
@@ -13,6 +14,14 @@ constexpr DWORD kPollingInterval = 5;
 [[noreturn]] void RaiseTimeOut(const std::string& awaited, std::chrono::milliseconds patience) {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(patience).count();
     throw std::runtime_error("Waited " + std::to_string(seconds) + " s in vain for " + awaited);
+}
+
+bool EndsWithin(HANDLE process, std::chrono::milliseconds patience) {
+    const DWORD result = WaitForSingleObject(process, static_cast<DWORD>(patience.count()));
+    if (result == WAIT_FAILED) {
+        RaiseLastError("Cannot wait for a process");
+    }
+    return result == WAIT_OBJECT_0;
 }
 
 }  // namespace
@@ -30,14 +39,14 @@ void AwaitCondition(const std::string& awaited, const std::function<bool()>& con
 
 std::uint32_t AwaitEnd(HANDLE process, const std::string& awaited,
                        std::chrono::milliseconds patience) {
-    if (WaitForSingleObject(process, static_cast<DWORD>(patience.count())) != WAIT_OBJECT_0) {
+    if (!EndsWithin(process, patience)) {
         RaiseTimeOut(awaited, patience);
     }
     return AwaitExitCode(process);
 }
 
 bool HasEnded(HANDLE process) {
-    return WaitForSingleObject(process, 0) == WAIT_OBJECT_0;
+    return EndsWithin(process, std::chrono::milliseconds(0));
 }
 
 }  // namespace updater

@@ -18,11 +18,11 @@ void AwaitCondition(const std::string& awaited, const std::function<bool()>& con
                     std::chrono::milliseconds patience = kPatience);
 
 /// Waits for a process's end and returns its exit code. Raises `std::runtime_error`, naming what
-/// was waited for, when the time is over.
+/// was waited for, when the time is over, and `std::system_error` for what is no process.
 std::uint32_t AwaitEnd(HANDLE process, const std::string& awaited,
                        std::chrono::milliseconds patience = kPatience);
 
-/// Whether the process has ended.
+/// Whether the process, or thread, has ended. Raises `std::system_error` for what is neither.
 bool HasEnded(HANDLE process);
 
 }  // namespace updater

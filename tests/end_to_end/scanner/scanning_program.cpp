@@ -1,15 +1,17 @@
-// scanning-program shared|exclusive READY-EVENT STOP-EVENT DIRECTORY
+// scanning-program shared|exclusive READY-EVENT STOP-EVENT DIRECTORY...
 //
-// As a virus scanner does, opens every file that comes into the directory or changes there, at any
-// depth, and holds it for 300 ms: shared, so that others can do everything with it meanwhile, or
-// exclusive. Files that are there at the beginning count as known; then it sets the first event. It
-// ends when the second is set, with the number of files that it has held, 200 at the most.
+// As a virus scanner does, opens every file that comes into the directories or changes there, at
+// any depth, and holds it for 300 ms: shared, so that others can do everything with it meanwhile,
+// or exclusive. Files that are there at the beginning count as known; then it sets the first event.
+// It ends when the second is set, with the number of files that it has held, 200 at the most. When
+// nobody sets it for five minutes, it gives up.
 
 #include <algorithm>
 #include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <map>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -26,6 +28,8 @@ constexpr ULONGLONG kHoldMilliseconds = 300;
 constexpr DWORD kPauseMilliseconds = 5;
 constexpr int kMostReported = 200;
 constexpr int kWrongUsage = 201;
+constexpr int kGivenUp = 202;
+constexpr ULONGLONG kLongestScan = 300'000;
 
 // Size and time of the last change.
 using FileState = std::pair<std::uint64_t, std::uint64_t>;
@@ -40,35 +44,43 @@ std::uint64_t Combine(DWORD high, DWORD low) {
     return std::uint64_t{high} << 32U | low;
 }
 
+void AddFile(const std::filesystem::path& file, Files& files) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data) != 0 &&
+        (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+        files[file] = {
+            Combine(data.nFileSizeHigh, data.nFileSizeLow),
+            Combine(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime)};
+    }
+}
+
 // What vanishes while it is listed is left out.
-Files ListFiles(const std::filesystem::path& directory) {
+Files ListFiles(std::span<wchar_t* const> directories) {
     Files files;
-    const auto add = [&](const ListedEntry& entry) {
-        WIN32_FILE_ATTRIBUTE_DATA data{};
-        const std::filesystem::path file = directory / entry.relativePath;
-        if (GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data) != 0 &&
-            (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-            files[file] = {
-                Combine(data.nFileSizeHigh, data.nFileSizeLow),
-                Combine(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime)};
+    for (const std::filesystem::path directory : directories) {
+        try {
+            VisitTree(directory, [&](const ListedEntry& entry) {
+                AddFile(directory / entry.relativePath, files);
+            });
+        } catch (const std::exception&) {
+            continue;
         }
-    };
-    try {
-        VisitTree(directory, add);
-    } catch (const std::exception&) {
-        return files;
     }
     return files;
 }
 
 // Returns how many files it has held when the event is set.
-int Scan(const std::filesystem::path& directory, DWORD share, HANDLE stop, Files known) {
+int Scan(std::span<wchar_t* const> directories, DWORD share, HANDLE stop, Files known) {
+    const ULONGLONG deadline = GetTickCount64() + kLongestScan;
     std::vector<HeldFile> held;
     int count = 0;
     while (WaitForSingleObject(stop, kPauseMilliseconds) == WAIT_TIMEOUT) {
         const ULONGLONG now = GetTickCount64();
+        if (now > deadline) {
+            return kGivenUp;
+        }
         std::erase_if(held, [now](const HeldFile& file) { return file.until <= now; });
-        for (const auto& [path, state] : ListFiles(directory)) {
+        for (const auto& [path, state] : ListFiles(directories)) {
             const auto found = known.find(path);
             if (found != known.end() && found->second == state) {
                 continue;
@@ -82,7 +94,7 @@ int Scan(const std::filesystem::path& directory, DWORD share, HANDLE stop, Files
             }
         }
     }
-    return count;
+    return std::min(count, kMostReported);
 }
 
 UniqueHandle OpenEventNamed(const wchar_t* name) {
@@ -94,16 +106,16 @@ UniqueHandle OpenEventNamed(const wchar_t* name) {
 }  // namespace updater
 
 int wmain(int count, wchar_t** tokens) {
-    constexpr int kTokens = 5;
-    if (count != kTokens) {
+    constexpr int kFirstDirectory = 4;
+    if (count <= kFirstDirectory) {
         return updater::kWrongUsage;
     }
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const DWORD share = std::wstring_view(tokens[1]) == L"shared" ? kShareAll : 0;
     const updater::UniqueHandle ready = updater::OpenEventNamed(tokens[2]);
     const updater::UniqueHandle stop = updater::OpenEventNamed(tokens[3]);
-    updater::Files known = updater::ListFiles(tokens[4]);
+    const std::span<wchar_t* const> directories(tokens + kFirstDirectory, tokens + count);
+    updater::Files known = updater::ListFiles(directories);
     SetEvent(ready.get());
-    return std::min(updater::Scan(tokens[4], share, stop.get(), std::move(known)),
-                    updater::kMostReported);
+    return updater::Scan(directories, share, stop.get(), std::move(known));
 }
