@@ -20,15 +20,15 @@ constexpr wchar_t kOwnProgram[] = L"Setup.EXE";
 
 }  // namespace
 
-void ExpectWholeStatusFile(const DrivenUpdate& update) {
+void ExpectWholeStatusFile(const DrivenUpdate& update, const Kill& kill) {
     static const std::set<std::string> states = {"authorized", "ready", "installing", "succeeded",
                                                  "failed"};
     // Raises what the JSON library has to say against the file.
-    const std::optional<StatusRecord> record = ReadStatusRecord(update.job.jobDirectory);
+    const std::optional<CollectedRecord> record = FindStatusRecord(update.job.jobDirectory);
+    EXPECT_TRUE(record || kill.state.empty());
     if (record) {
         EXPECT_TRUE(states.contains(record->state)) << record->text;
-        EXPECT_EQ(record->text,
-                  RecordText(record->state, record->message, static_cast<int>(record->exitCode)));
+        EXPECT_EQ(record->text, RecordText(record->state, record->message, record->exitCode));
     }
 }
 

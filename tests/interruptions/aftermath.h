@@ -2,12 +2,13 @@
 
 #include "end_to_end/update_scene.h"
 #include "interruptions/driven_update.h"
+#include "interruptions/kill.h"
 
 namespace updater {
 
-/// Expects the status file to hold one of the records that an update writes, whole, or not to
-/// exist.
-void ExpectWholeStatusFile(const DrivenUpdate& update);
+/// Expects the status file to hold one of the records that an update writes, whole. It may be
+/// missing only if there was no record before the kill.
+void ExpectWholeStatusFile(const DrivenUpdate& update, const Kill& kill);
 
 /// Waits until no setup program runs that has lost its worker.
 void AwaitOrphanedSetup(const UpdateScene& scene);

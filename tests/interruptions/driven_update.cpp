@@ -18,16 +18,6 @@ namespace updater {
 
 namespace {
 
-// Returns 0 when it does not run. The parent alone would not do: its id may be that of an earlier
-// process, whose children run on.
-std::uint32_t FindChild(const std::vector<RunningProcess>& running, std::uint32_t parentId,
-                        const std::filesystem::path& directory) {
-    const auto child = std::ranges::find_if(running, [&](const RunningProcess& process) {
-        return process.parentId == parentId && process.image.parent_path() == directory;
-    });
-    return parentId == 0 || child == running.end() ? 0 : child->id;
-}
-
 UniqueHandle OpenFound(std::uint32_t processId) {
     return processId == 0 ? nullptr : OpenRunningProcess(processId);
 }
@@ -44,10 +34,11 @@ void FindProcesses(DrivenUpdate& update) {
         update.run.brokerId = FindChild(running, update.run.standIn.processId, directory);
         update.broker = OpenFound(update.run.brokerId);
     }
-    const std::uint32_t helper = FindChild(running, update.run.brokerId, directory);
     if (!update.run.helper) {
-        update.run.helper = OpenFound(helper);
+        update.run.helper = OpenFound(FindChild(running, update.run.brokerId, directory));
     }
+    // A broker that has ended may not be known as the helper's parent any more.
+    const std::uint32_t helper = update.run.helper ? GetProcessId(update.run.helper.get()) : 0;
     update.worker = OpenFound(FindChild(running, helper, directory));
 }
 
@@ -84,14 +75,6 @@ UniqueHandle OpenEventOf(const std::wstring& name) {
     return OwnHandle(OpenEventW(SYNCHRONIZE, FALSE, name.c_str()));
 }
 
-void GiveConsent(DrivenUpdate& update) {
-    if (update.holdsBroker) {
-        update.brokerPause = std::make_unique<ProcessPause>(update.run.brokerId);
-    }
-    SetEvent(update.run.answered.get());
-    update.promptAnswered = true;
-}
-
 }  // namespace
 
 DrivenUpdate StartDrivenUpdate(const UpdateJob& job, const std::string& outcome) {
@@ -107,7 +90,11 @@ DrivenUpdate StartDrivenUpdate(const UpdateJob& job, const std::string& outcome)
 void Attend(DrivenUpdate& update) {
     FindProcesses(update);
     if (!update.promptAnswered && update.run.helper) {
-        GiveConsent(update);
+        SetEvent(update.run.answered.get());
+        update.promptAnswered = true;
+    }
+    if (update.holdsBroker && update.worker && !update.brokerPause) {
+        update.brokerPause = std::make_unique<ProcessPause>(update.run.brokerId);
     }
     if (update.holdsHandshake && update.worker && !update.commit) {
         OpenHandshake(update);
@@ -120,7 +107,7 @@ void Attend(DrivenUpdate& update) {
 
 void DriveUntil(DrivenUpdate& update, const std::string& awaited,
                 const std::function<bool()>& condition) {
-    AwaitCondition(awaited, [&] {
+    AwaitInUpdate(update.run, awaited, [&] {
         Attend(update);
         return condition();
     });

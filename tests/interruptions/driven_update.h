@@ -30,7 +30,9 @@ struct DrivenUpdate {
     UniqueHandle commit;
     /// Open the events early. They live as long as somebody has them open.
     bool holdsHandshake = false;
-    /// Hold the broker up from the prompt on, so that the worker's first record stays the last.
+    /// Hold the broker up from the worker's start on, so that the worker's first record stays the
+    /// last. A broker that is held up earlier may keep what the worker needs, see
+    /// `AnswerPromptAndHoldBroker`.
     bool holdsBroker = false;
     std::unique_ptr<ProcessPause> brokerPause;
     bool promptAnswered = false;

@@ -39,7 +39,9 @@ std::optional<Kill> KillVictim(const UpdateScene& scene, DrivenUpdate& update, V
     // A record of the survivor may be the last already when the file is looked at again.
     const std::string stateBefore = LastState(update).value_or("");
     TerminateProcess(process.get(), kKillCode);
-    const std::string state = LastState(update).value_or(stateBefore);
+    // Missing afterwards, the file has been lost.
+    const std::string stateAfter = LastState(update).value_or("");
+    const std::string state = stateAfter.empty() ? stateBefore : stateAfter;
     const bool inTime = AwaitEnd(process.get(), "the end of a killed process") == kKillCode;
     if (victim == Victim::Everything) {
         EndEverything(scene);

@@ -29,6 +29,7 @@ constexpr std::size_t kFailingPeriod = 4;
 // An update may be faster than the measured one, and its victim gone at the moment; then an earlier
 // moment is taken.
 constexpr double kEarlier = 0.7;
+constexpr int kAttempts = 10;
 
 struct Lifetimes {
     Seconds broker{};
@@ -90,7 +91,8 @@ TEST_P(UpdateKilledAtRandomMoment, LeavesAnUnharmedMachine) {
     const Victim victim = kVictims[GetParam() % kVictims.size()];
     const bool rolledBack = GetParam() % kFailingPeriod == kFailingPeriod - 1;
     Seconds moment = MomentOf(GetParam(), victim);
-    while (!ExpectUnharmedMachineAt(moment, victim, rolledBack)) {
+    for (int attempt = 1; !ExpectUnharmedMachineAt(moment, victim, rolledBack); ++attempt) {
+        ASSERT_LT(attempt, kAttempts);
         moment *= kEarlier;
     }
     ++count.kills;

@@ -30,13 +30,14 @@ bool KilledUpdate::Happens(Victim victim, const KillMoment& hasCome) {
         SwitchToThread();
     }
     kill = KillVictim(*this, update, victim);
+    update.holdsBroker = false;
     update.brokerPause.reset();
     return kill.has_value();
 }
 
 void KilledUpdate::ExpectUnharmedMachine() {
     ExpectSurvivorEnds(*this, update, *kill);
-    ExpectWholeStatusFile(update);
+    ExpectWholeStatusFile(update, *kill);
     AwaitOrphanedSetup(*this);
     ExpectRecovery(*this);
     ExpectNextUpdateSucceeds(*this);

@@ -7,6 +7,7 @@
 
 #include "end_to_end/running_processes.h"
 #include "end_to_end/waiting.h"
+#include "fixtures/install_mutex.h"
 #include "interruptions/aftermath.h"
 #include "interruptions/killed_update.h"
 #include "interruptions/survivor.h"
@@ -17,10 +18,8 @@ namespace updater {
 
 namespace {
 
-constexpr wchar_t kInstallMutex[] = L"Global\\CorvellanUpdateInstall";
-
 bool DoesAnUpdateRun() {
-    return OwnHandle(OpenMutexW(SYNCHRONIZE, FALSE, kInstallMutex)) != nullptr;
+    return OwnHandle(OpenMutexW(SYNCHRONIZE, FALSE, kInstallMutexName)) != nullptr;
 }
 
 struct OrphanedSetup : testing::Test, KilledUpdate {

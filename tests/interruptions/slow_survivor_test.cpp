@@ -3,12 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "end_to_end/running_processes.h"
+#include "end_to_end/slow_limits.h"
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "interruptions/aftermath.h"
@@ -18,12 +18,6 @@ namespace updater {
 
 namespace {
 
-constexpr std::chrono::seconds kSlowPatience{240};
-
-constexpr double kLimit = 180;
-// What else happens in the measured time.
-constexpr double kTolerance = 5;
-
 TEST(SlowSurvivor, AWorkerWithoutItsBrokerGivesUpAfterThreeMinutes) {
     KilledUpdate killed;
     ASSERT_TRUE(killed.Happens(Victim::Broker, [](const DrivenUpdate& update) {
@@ -32,7 +26,7 @@ TEST(SlowSurvivor, AWorkerWithoutItsBrokerGivesUpAfterThreeMinutes) {
 
     EXPECT_EQ(AwaitEnd(killed.update.run.helper.get(), "the worker's end", kSlowPatience), 2U);
 
-    EXPECT_NEAR(RunningTime(killed.update.worker.get()), kLimit, kTolerance);
+    ExpectThreeMinutes(RunningTime(killed.update.worker.get()));
     EXPECT_EQ(LastRecordText(killed.job.jobDirectory),
               RecordText("cancelled", "Application remained open; installation cancelled", 0));
     EXPECT_EQ(killed.NewStagingDirectories(), std::vector<std::filesystem::path>());
