@@ -20,7 +20,7 @@ constexpr std::size_t kRoom = 16;
 // The compiler must not see that the writes go too far.
 volatile std::size_t length = 4 * kRoom;
 
-__attribute__((noinline)) int Overrun() {
+[[gnu::noinline]] int Overrun() {
     volatile char text[kRoom] = {};
     for (std::size_t index = 0; index < length; ++index) {
         text[index] = 'x';
@@ -28,7 +28,7 @@ __attribute__((noinline)) int Overrun() {
     return text[0];
 }
 
-__attribute__((noinline)) int ReadPastTheEnd() {
+[[gnu::noinline]] int ReadPastTheEnd() {
     const std::vector<int> numbers(kRoom, 1);
     return numbers[length];
 }

@@ -23,11 +23,14 @@ namespace {
 constexpr auto kKnownLibraries = std::to_array<std::wstring_view>(
     {L"kernel32.dll", L"kernelbase.dll", L"msvcrt.dll", L"ntdll.dll"});
 
+constexpr auto kExtensions = std::to_array<std::wstring_view>({L".dll", L".drv", L".ocx", L".cpl"});
+
 // Switched off by scripts/environment.sh; nobody loads them.
 constexpr auto kAbsentLibraries = std::to_array<std::wstring_view>({L"mscoree.dll", L"mshtml.dll"});
 
 bool CanBePlanted(const std::wstring& name) {
-    return name.ends_with(L".dll") &&
+    return std::ranges::any_of(kExtensions,
+                               [&](std::wstring_view ending) { return name.ends_with(ending); }) &&
            std::ranges::find(kKnownLibraries, name) == kKnownLibraries.end() &&
            std::ranges::find(kAbsentLibraries, name) == kAbsentLibraries.end();
 }
@@ -96,11 +99,13 @@ void RemoveLoadMarks(const std::filesystem::path& directory) {
 NativeLibrariesFirst::NativeLibrariesFirst(const std::wstring& programName,
                                            const std::vector<std::wstring>& names)
     : key(L"Software\\Wine\\AppDefaults\\" + programName) {
+    // The only one that is left out there.
     constexpr std::wstring_view kExtension = L".dll";
     constexpr wchar_t kOrder[] = L"native,builtin";
     const std::wstring overrides = key + L"\\DllOverrides";
     for (const std::wstring& name : names) {
-        const std::wstring value = name.substr(0, name.size() - kExtension.size());
+        const std::wstring value =
+            name.ends_with(kExtension) ? name.substr(0, name.size() - kExtension.size()) : name;
         if (RegSetKeyValueW(HKEY_CURRENT_USER, overrides.c_str(), value.c_str(), REG_SZ, kOrder,
                             sizeof(kOrder)) != ERROR_SUCCESS) {
             RaiseLastError("Cannot choose the order of libraries");

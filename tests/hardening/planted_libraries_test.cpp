@@ -98,6 +98,7 @@ struct Mode {
 constexpr Mode kModes[] = {{L"", 1}, {L"--self-test", 0}, {L"--worker", 1}, {L"--broker", 1}};
 
 TEST_F(PlantedLibraries, AreLoadedInNoMode) {
+    ASSERT_TRUE(IsProcessElevated());
     for (const Mode& mode : kModes) {
         for (const StartToken token : {StartToken::Linked, StartToken::Own}) {
             SCOPED_TRACE(WideToUtf8(mode.flag) +

@@ -10,6 +10,7 @@
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "fixtures/file_content.h"
+#include "fixtures/scoped_variable.h"
 #include "fixtures/temporary_directory.h"
 #include "hardening/start_report.h"
 #include "support/application_identity.h"
@@ -53,7 +54,6 @@ std::uintptr_t GiveInheritableHandle(const UniqueHandle& event, std::uint32_t pr
 struct ReportedUpdate : UpdateScene {
     ReportedUpdate() {
         CreateDirectories(reports);
-        SetEnvironmentVariableW(kStartReportsVariable, reports.c_str());
         OfferSetupFile(StartReporter(), L"2.0.0.0");
         BeginUpdate();
         WriteFileContent(job.setup, "another program");
@@ -74,6 +74,7 @@ struct ReportedUpdate : UpdateScene {
     }
 
     std::filesystem::path reports = InWorkspace(L"启动 报告");
+    ScopedVariable reportsVariable{kStartReportsVariable, reports.native()};
     UniqueHandle eventOfWorker = MakeEvent(false);
     UniqueHandle eventOfBroker = MakeEvent(false);
     std::set<std::wstring> environment;
@@ -132,7 +133,7 @@ TEST_F(StartedPrograms, InheritNoHandle) {
 // The test above proves something only if a program that inherits a handle can be told from others.
 TEST(StartReporter, SignalsAHandleThatItInherits) {
     const TemporaryDirectory directory;
-    SetEnvironmentVariableW(kStartReportsVariable, directory.path.c_str());
+    const ScopedVariable reports(kStartReportsVariable, directory.path.native());
     for (const bool inherits : {true, false}) {
         const UniqueHandle event = MakeEvent(true);
         ListHandleNumbers(directory.path, {reinterpret_cast<std::uintptr_t>(event.get())});
