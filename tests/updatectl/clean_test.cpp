@@ -7,6 +7,7 @@
 #include "support/process_utilities.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
+#include "updatectl/entry_times.h"
 #include "updatectl/limited_call.h"
 #include "updatectl/tool_call.h"
 #include "worker/install_mutex.h"
@@ -17,15 +18,17 @@ namespace {
 
 using testing::HasSubstr;
 
+constexpr char kNoLeftover[] = "There is no leftover staging directory.\n";
+
 constexpr std::uint64_t kDay = 864'000'000'000;
 // 2100-01-01T00:00:00Z, so that the tests' directories are newer than any that is there already.
 constexpr std::uint64_t kYear2100 = 157'469'184'000'000'000;
 
-// The folder of all users' data with the leftovers of three updates. What earlier tests left there
-// goes first.
+// The folder of all users' data with the leftovers of three updates. There must be none before;
+// what a test or an interrupted run has left is told once.
 struct CleanTest : testing::Test {
     CleanTest() {
-        EXPECT_EQ(CallTool({L"clean"}).exitCode, 0U);
+        EXPECT_EQ(CallTool({L"clean"}).output, kNoLeftover);
         for (std::uint64_t age = 0; age < 3; ++age) {
             directories.push_back(CreateStagingDirectory());
             const std::filesystem::path& directory = directories.back();
@@ -43,14 +46,6 @@ struct CleanTest : testing::Test {
                 RemoveTree(directory);
             }
         }
-    }
-
-    static void SetTimes(const std::filesystem::path& directory, std::uint64_t time) {
-        const UniqueHandle handle =
-            OwnHandle(CreateFileW(directory.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr,
-                                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-        const FILETIME fileTime{static_cast<DWORD>(time), static_cast<DWORD>(time >> 32U)};
-        SetFileTime(handle.get(), &fileTime, nullptr, &fileTime);
     }
 
     // Which of the three are there.
@@ -86,7 +81,7 @@ TEST_F(CleanTest, RemovesWhatUpdatesLeftAndNothingElse) {
 
     const ToolResult again = CallTool({L"clean"});
     EXPECT_EQ(again.exitCode, 0U);
-    EXPECT_EQ(again.output, "There is no leftover staging directory.\n");
+    EXPECT_EQ(again.output, kNoLeftover);
 }
 
 TEST_F(CleanTest, KeepsTheNewest) {

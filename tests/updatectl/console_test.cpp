@@ -68,11 +68,11 @@ TEST_F(ConsoleTest, ShowsTextWhateverTheCodePage) {
     const std::wstring cyrillic = L"\u041F\u0440\u0438\u0432\u0435\u0442";
     WriteFileContent(directory.path / L"program-files.tsv", WideToUtf8(cyrillic) + "\tx\n");
     const UniqueHandle tool = Start(L"verify " + QuoteArgument(directory.path.native()));
-    EXPECT_EQ(AwaitExitCode(tool.get()), 1U);
+    EXPECT_EQ(AwaitTool(tool.get()), 1U);
     EXPECT_THAT(Text(), HasSubstr("line 1: " + WideToUtf8(cyrillic) + ": SHA256"));
 
     const UniqueHandle failing = Start(L"verify \"C:\\no " + cyrillic + L"\"");
-    EXPECT_EQ(AwaitExitCode(failing.get()), 1U);
+    EXPECT_EQ(AwaitTool(failing.get()), 1U);
     EXPECT_THAT(Text(), HasSubstr("C:\\no " + WideToUtf8(cyrillic) + ": "));
 }
 
@@ -90,10 +90,11 @@ TEST_F(ConsoleTest, ShowsTheProgressOfLongWorkAndClearsIt) {
     const UniqueHandle tool = Start(L"inventory " + QuoteArgument(directory.path.native()));
     bool seen = false;
     while (!IsSignalledWithin(tool.get(), 50)) {
-        seen = seen || Text().find("Reading files: 0 of 1, 1 s") != std::string::npos;
+        // Which second it tells depends on what else the machine has to do.
+        seen = seen || Text().find("Reading files: 0 of 1, ") != std::string::npos;
     }
     EXPECT_TRUE(seen);
-    EXPECT_EQ(AwaitExitCode(tool.get()), 0U);
+    EXPECT_EQ(AwaitTool(tool.get()), 0U);
     EXPECT_THAT(Text(), Not(HasSubstr("Reading files")));
     EXPECT_THAT(Text(), HasSubstr("program-files.tsv, files: 1\n"));
 }

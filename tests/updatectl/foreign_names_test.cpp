@@ -13,7 +13,16 @@
 namespace updater {
 namespace {
 
+using testing::AnyOf;
 using testing::HasSubstr;
+
+constexpr char kNotAllowed[] = " has a character in its name that Windows does not allow";
+constexpr char kDevice[] = " has the name of a Windows device";
+constexpr char kEnding[] = " has a name that ends in a dot or a space, which Windows leaves out";
+constexpr char kNotUnicode[] = " has a name that is not valid Unicode text";
+constexpr char kLineBreak[] = " has a tab or a line break in its name";
+constexpr char kByteOrderMark[] = " begins with a byte-order mark";
+constexpr char kLetterCase[] = " only in letter case";
 
 // A program directory on another system's disk, where names are any bytes.
 struct ForeignNamesTest : testing::Test {
@@ -35,41 +44,35 @@ struct ForeignNamesTest : testing::Test {
 TEST_F(ForeignNamesTest, AreRefusedEachWithItsFault) {
     struct FaultCase {
         std::string name;
-        std::string line;
+        std::string entry;
+        const char* fault;
     };
-    const std::string notAllowed = " has a character in its name that Windows does not allow";
-    const std::string device = " has the name of a Windows device";
-    const std::string ending =
-        " has a name that ends in a dot or a space, which Windows leaves out";
-    const std::string notUnicode = " has a name that is not valid Unicode text";
     const std::vector<FaultCase> cases = {
-        {"$'tab\\tx'", "tab<U+0009>x has a tab or a line break in its name"},
-        {"$'line\\nx'", "line<U+000A>x has a tab or a line break in its name"},
-        {"$'return\\r'", "return<U+000D> has a tab or a line break in its name"},
-        {"$'\\x01'", "<U+0001>" + notAllowed},
-        {"'a:b'", "a:b" + notAllowed},
-        {"'C:x'", "C:x" + notAllowed},
-        {"'lt<x'", "lt<x" + notAllowed},
-        {"'q?x'", "q?x" + notAllowed},
-        {"'back\\slash'", "back\\slash" + notAllowed},
-        {"'..\\up'", "..\\up" + notAllowed},
-        {"'dot.'", "dot." + ending},
-        {"'space '", "space " + ending},
-        {"'...'", "..." + ending},
-        {"'dir./x'", "dir." + ending},
-        {"'.../x'", "..." + ending},
-        {"'NUL.txt'", "NUL.txt" + device},
-        {"'data/com1'", "data\\com1" + device},
-        {"'con/x'", "con" + device},
-        {"$'bytes\\xff'", "bytes\xEF\xBF\xBD" + notUnicode},
-        {"$'latin\\xe9'", "latin\xEF\xBF\xBD" + notUnicode},
-        {"$'half\\xed\\xa0\\x80'", "half\xEF\xBF\xBD\xEF\xBF\xBD" + notUnicode},
-        {"$'\\xef\\xbb\\xbfmark'", "<U+FEFF>mark begins with a byte-order mark"},
-        {"Case case", "case differs from Case only in letter case"},
-        {"$'d\\xc3\\x9c/1' $'d\\xc3\\xbc/2'",
-         "d\xC3\xBC differs from d\xC3\x9C only in letter case"},
-        {"'Program-Files.tsv'",
-         "Program-Files.tsv differs from program-files.tsv only in letter case"},
+        {"$'tab\\tx'", "tab<U+0009>x", kLineBreak},
+        {"$'line\\nx'", "line<U+000A>x", kLineBreak},
+        {"$'return\\r'", "return<U+000D>", kLineBreak},
+        {"$'\\x01'", "<U+0001>", kNotAllowed},
+        {"'a:b'", "a:b", kNotAllowed},
+        {"'C:x'", "C:x", kNotAllowed},
+        {"'lt<x'", "lt<x", kNotAllowed},
+        {"'q?x'", "q?x", kNotAllowed},
+        {"'back\\slash'", "back\\slash", kNotAllowed},
+        {"'..\\up'", "..\\up", kNotAllowed},
+        {"'dot.'", "dot.", kEnding},
+        {"'space '", "space ", kEnding},
+        {"'...'", "...", kEnding},
+        {"'dir./x'", "dir.", kEnding},
+        {"'.../x'", "...", kEnding},
+        {"'NUL.txt'", "NUL.txt", kDevice},
+        {"'data/com1'", "data\\com1", kDevice},
+        {"'con/x'", "con", kDevice},
+        {"$'bytes\\xff'", "bytes\xEF\xBF\xBD", kNotUnicode},
+        {"$'latin\\xe9'", "latin\xEF\xBF\xBD", kNotUnicode},
+        {"$'half\\xed\\xa0\\x80'", "half\xEF\xBF\xBD\xEF\xBF\xBD", kNotUnicode},
+        {"$'\\xef\\xbb\\xbfmark'", "<U+FEFF>mark", kByteOrderMark},
+        {"Case case", "case differs from Case", kLetterCase},
+        {"$'d\\xc3\\x9c/1' $'d\\xc3\\xbc/2'", "d\xC3\xBC differs from d\xC3\x9C", kLetterCase},
+        {"'Program-Files.tsv'", "Program-Files.tsv differs from program-files.tsv", kLetterCase},
     };
     for (const FaultCase& test : cases) {
         RunHostScript(directory, "rm -rf -- * .[!.]* ..?*");
@@ -77,7 +80,7 @@ TEST_F(ForeignNamesTest, AreRefusedEachWithItsFault) {
         Make(test.name);
         const ToolResult result = Call();
         EXPECT_EQ(result.exitCode, 1U) << test.name;
-        EXPECT_THAT(result.error, HasSubstr(":\n  " + test.line + "\n")) << test.name;
+        EXPECT_THAT(result.error, HasSubstr(":\n  " + test.entry + test.fault + "\n")) << test.name;
         EXPECT_EQ(result.output, "") << test.name;
     }
 }
@@ -134,7 +137,11 @@ TEST_F(ForeignNamesTest, NeverLeadToAListThatDoesNotVerify) {
             EXPECT_NO_THROW(VerifyInstalledProgram(directory)) << script;
         } else {
             EXPECT_EQ(result.exitCode, 1U) << script;
-            EXPECT_THAT(result.error, HasSubstr("file")) << script;
+            EXPECT_THAT(result.error,
+                        AnyOf(HasSubstr(kNotAllowed), HasSubstr(kDevice), HasSubstr(kEnding),
+                              HasSubstr(kNotUnicode), HasSubstr(kLineBreak),
+                              HasSubstr(kByteOrderMark), HasSubstr(kLetterCase)))
+                << script;
         }
     }
     EXPECT_GT(written, 3);

@@ -3,8 +3,8 @@
 #include <stdexcept>
 
 #include "fixtures/file_content.h"
+#include "fixtures/host_system.h"
 #include "support/file_system.h"
-#include "support/handle.h"
 #include "support/windows_api.h"
 
 namespace updater {
@@ -33,18 +33,12 @@ void RunHostScript(const std::filesystem::path& directory, const std::string& sc
     if (PathExists(codeFile)) {
         RemoveFile(codeFile);
     }
-    std::wstring commandLine =
-        L"bash -c \"bash -e ../host-script; echo $? > ../host-script.new; "
-        L"mv ../host-script.new ../host-script.code\"";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION started{};
-    if (CreateProcessW(L"Z:\\bin\\bash", commandLine.data(), nullptr, nullptr, FALSE,
-                       CREATE_NO_WINDOW, nullptr, directory.c_str(), &startup, &started) == 0) {
+    if (!StartHostProgram(L"Z:\\bin\\bash",
+                          L"bash -c \"bash -e ../host-script; echo $? > ../host-script.new; "
+                          L"mv ../host-script.new ../host-script.code\"",
+                          directory)) {
         throw std::runtime_error("There is no host to run a script");
     }
-    const UniqueHandle process = OwnHandle(started.hProcess);
-    const UniqueHandle thread = OwnHandle(started.hThread);
     AwaitFile(codeFile);
     if (ReadFileContent(codeFile) != "0\n") {
         throw std::runtime_error("The host's script failed");

@@ -1,4 +1,5 @@
 #include "updatectl/leftover_staging.h"
+#include "updatectl/entry_times.h"
 
 #include <gmock/gmock.h>
 
@@ -22,20 +23,11 @@
 #include "support/handle.h"
 #include "support/process_utilities.h"
 #include "support/text_conversion.h"
+#include "updatectl/owner_double.h"
 #include "worker/staging.h"
 
 namespace updater {
 namespace {
-
-Replacement<decltype(GetNamedSecurityInfoW)> getNamedSecurityInfo;
-
-void SetTimes(const std::filesystem::path& directory, std::uint64_t time) {
-    const UniqueHandle handle =
-        OwnHandle(CreateFileW(directory.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-    const FILETIME fileTime{static_cast<DWORD>(time), static_cast<DWORD>(time >> 32U)};
-    ASSERT_NE(SetFileTime(handle.get(), &fileTime, nullptr, &fileTime), 0);
-}
 
 TEST(LeftoverStaging, IsKnownByTheExactFormOfItsName) {
     EXPECT_TRUE(IsStagingName(L"CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF}"));
@@ -93,16 +85,7 @@ TEST(LeftoverStaging, IsTrustedByItsOwner) {
          {OwnerCase{L"O:BA", true}, OwnerCase{L"O:SY", true}, OwnerCase{L"O:BU", false},
           OwnerCase{L"O:WD", false}, OwnerCase{L"O:AN", false}, OwnerCase{L"O:AU", false},
           OwnerCase{L"O:S-1-5-21-1-2-3-1001", false}, OwnerCase{L"D:(A;;FA;;;BA)", false}}) {
-        const ScopedReplacement<decltype(GetNamedSecurityInfoW)> replacement(
-            getNamedSecurityInfo,
-            [&test](LPCWSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID* owner, PSID*, PACL*, PACL*,
-                    PSECURITY_DESCRIPTOR* descriptor) -> DWORD {
-                BOOL defaulted = FALSE;
-                ConvertStringSecurityDescriptorToSecurityDescriptorW(
-                    test.descriptor, SDDL_REVISION_1, descriptor, nullptr);
-                GetSecurityDescriptorOwner(*descriptor, owner, &defaulted);
-                return ERROR_SUCCESS;
-            });
+        const ReportedOwner owner(test.descriptor);
         EXPECT_EQ(IsOwnedByAdministrator(directory.path), test.trusted)
             << WideToUtf8(test.descriptor);
     }
@@ -148,14 +131,3 @@ TEST(LeftoverStaging, KnowsARunningSetupProgramThatIsReadOnly) {
 
 }  // namespace
 }  // namespace updater
-
-extern "C" {
-extern decltype(&GetNamedSecurityInfoW) __real___imp_GetNamedSecurityInfoW;
-DWORD WINAPI GetNamedSecurityInfoDouble(LPCWSTR name, SE_OBJECT_TYPE type,
-                                        SECURITY_INFORMATION information, PSID* owner, PSID* group,
-                                        PACL* dacl, PACL* sacl, PSECURITY_DESCRIPTOR* descriptor) {
-    return updater::getNamedSecurityInfo.Call(__real___imp_GetNamedSecurityInfoW, name, type,
-                                              information, owner, group, dacl, sacl, descriptor);
-}
-decltype(&GetNamedSecurityInfoW) __wrap___imp_GetNamedSecurityInfoW = GetNamedSecurityInfoDouble;
-}

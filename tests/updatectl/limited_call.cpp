@@ -4,7 +4,6 @@
 #include "fixtures/file_content.h"
 #include "fixtures/temporary_directory.h"
 #include "support/argument_quoting.h"
-#include "support/process_utilities.h"
 
 namespace updater {
 
@@ -16,12 +15,12 @@ ToolResult CallToolLimited(const std::vector<std::wstring>& arguments) {
     }
     // A program with another token inherits no pipes; the command processor makes files.
     const StartedProgram shell =
-        StartProgram({.program = L"C:\\windows\\system32\\cmd.exe",
+        StartProgram({.program = EnvironmentVariable(L"ComSpec"),
                       .arguments = L"/s /c \"" + command + L" >output 2>error\"",
                       .workingDirectory = temporary.path,
                       .token = StartToken::Linked});
     ToolResult result;
-    result.exitCode = AwaitExitCode(shell.process.get());
+    result.exitCode = AwaitTool(shell.process.get());
     result.output = ReadFileContent(temporary.path / L"output");
     result.error = ReadFileContent(temporary.path / L"error");
     return result;

@@ -12,6 +12,7 @@
 #include "support/windows_api.h"
 #include "updatectl/leftover_staging.h"
 #include "updatectl/output.h"
+#include "updatectl/owner_double.h"
 #include "updatectl/tool.h"
 #include "updatectl/tool_call.h"
 #include "worker/staging.h"
@@ -25,24 +26,11 @@ namespace {
 
 Replacement<decltype(OpenProcessToken)> openProcessToken;
 Replacement<decltype(GetTokenInformation)> getTokenInformation;
-Replacement<decltype(GetNamedSecurityInfoW)> getNamedSecurityInfo;
 Replacement<decltype(ReadExecutableVersion)> readExecutableVersion;
 
 // Until the end of the scope every file belongs to all users.
 struct ForeignOwner {
-    static DWORD Tell(PSID* owner, PSECURITY_DESCRIPTOR* descriptor) {
-        ConvertStringSecurityDescriptorToSecurityDescriptorW(L"O:BU", SDDL_REVISION_1, descriptor,
-                                                             nullptr);
-        BOOL defaulted = FALSE;
-        return GetSecurityDescriptorOwner(*descriptor, owner, &defaulted) != 0
-                   ? ERROR_SUCCESS
-                   : ERROR_INVALID_SECURITY_DESCR;
-    }
-
-    ScopedReplacement<decltype(GetNamedSecurityInfoW)> replacement{
-        getNamedSecurityInfo,
-        [](LPCWSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID* owner, PSID*, PACL*, PACL*,
-           PSECURITY_DESCRIPTOR* descriptor) { return Tell(owner, descriptor); }};
+    ReportedOwner allUsers{L"O:BU"};
 };
 
 TEST(Refusal, OfTheTokenIsAFailureToReadAnOwner) {
@@ -139,9 +127,6 @@ decltype(&OpenProcessToken) __wrap___imp_OpenProcessToken =
 extern decltype(&GetTokenInformation) __real___imp_GetTokenInformation;
 decltype(&GetTokenInformation) __wrap___imp_GetTokenInformation =
     updater::ImportDouble<updater::getTokenInformation, __real___imp_GetTokenInformation>::Call;
-extern decltype(&GetNamedSecurityInfoW) __real___imp_GetNamedSecurityInfoW;
-decltype(&GetNamedSecurityInfoW) __wrap___imp_GetNamedSecurityInfoW =
-    updater::ImportDouble<updater::getNamedSecurityInfo, __real___imp_GetNamedSecurityInfoW>::Call;
 
 // updater::ReadExecutableVersion(std::filesystem::path const&)
 decltype(updater::ReadExecutableVersion)

@@ -3,6 +3,7 @@
 #include "elevation/program_start.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
+#include "fixtures/install_mutex.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/program_backup.h"
 #include "support/argument_quoting.h"
@@ -182,8 +183,7 @@ TEST_F(RestoreTest, HoldsTheMutexOfAnUpdate) {
                       .workingDirectory = {}});
     bool held = false;
     while (!IsSignalledWithin(tool.process.get(), 5)) {
-        held = held || OwnHandle(OpenMutexW(SYNCHRONIZE, FALSE,
-                                            L"Global\\CorvellanUpdateInstall")) != nullptr;
+        held = held || OwnHandle(OpenMutexW(SYNCHRONIZE, FALSE, kInstallMutexName)) != nullptr;
     }
     EXPECT_TRUE(held);
     EXPECT_EQ(AwaitExitCode(tool.process.get()), 0U);

@@ -56,6 +56,15 @@ std::filesystem::path Application2() {
     return BuiltPath(CORVELLAN_APPLICATION_2);
 }
 
+std::uint32_t AwaitTool(HANDLE tool) {
+    constexpr DWORD kLongest = 300'000;
+    if (WaitForSingleObject(tool, kLongest) != WAIT_OBJECT_0) {
+        TerminateProcess(tool, 1);
+        throw std::runtime_error("The tool does not end");
+    }
+    return AwaitExitCode(tool);
+}
+
 ToolResult CallTool(const std::vector<std::wstring>& arguments,
                     const std::filesystem::path& workingDirectory) {
     const std::filesystem::path tool = ToolPath();
@@ -81,9 +90,9 @@ ToolResult CallTool(const std::vector<std::wstring>& arguments,
     output.writeEnd.reset();
     error.writeEnd.reset();
     ToolResult result;
+    result.exitCode = AwaitTool(process.get());
     result.output = ReadToEnd(output.readEnd.get());
     result.error = ReadToEnd(error.readEnd.get());
-    result.exitCode = AwaitExitCode(process.get());
     return result;
 }
 

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "support/windows_api.h"
+
 namespace updater {
 
 /// The tool, and the application's versions 1.0.0.0 and 2.0.0.0, as the build made them.
@@ -17,6 +19,10 @@ struct ToolResult {
     std::string output;
     std::string error;
 };
+
+/// Waits for the tool's end and returns its exit code. Ends a tool that takes five minutes, and
+/// raises `std::runtime_error`.
+std::uint32_t AwaitTool(HANDLE tool);
 
 /// Runs the tool to its end with its output in pipes. Raises `std::runtime_error` when it could not
 /// be started.

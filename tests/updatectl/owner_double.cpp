@@ -1,0 +1,36 @@
+#include "updatectl/owner_double.h"
+
+// After the Windows types that it needs.
+#include <sddl.h>
+
+namespace updater {
+
+namespace {
+
+Replacement<decltype(GetNamedSecurityInfoW)> getNamedSecurityInfo;
+
+DWORD TellOwner(const wchar_t* descriptorText, PSID* owner, PSECURITY_DESCRIPTOR* descriptor) {
+    BOOL defaulted = FALSE;
+    return ConvertStringSecurityDescriptorToSecurityDescriptorW(descriptorText, SDDL_REVISION_1,
+                                                                descriptor, nullptr) != 0 &&
+                   GetSecurityDescriptorOwner(*descriptor, owner, &defaulted) != 0
+               ? ERROR_SUCCESS
+               : ERROR_INVALID_SECURITY_DESCR;
+}
+
+}  // namespace
+
+ReportedOwner::ReportedOwner(const wchar_t* descriptorText)
+    : replacement(getNamedSecurityInfo,
+                  [descriptorText](LPCWSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID* owner,
+                                   PSID*, PACL*, PACL*, PSECURITY_DESCRIPTOR* descriptor) {
+                      return TellOwner(descriptorText, owner, descriptor);
+                  }) {}
+
+extern "C" {
+extern decltype(&GetNamedSecurityInfoW) __real___imp_GetNamedSecurityInfoW;
+decltype(&GetNamedSecurityInfoW) __wrap___imp_GetNamedSecurityInfoW =
+    ImportDouble<getNamedSecurityInfo, __real___imp_GetNamedSecurityInfoW>::Call;
+}
+
+}  // namespace updater
