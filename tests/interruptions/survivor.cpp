@@ -145,7 +145,8 @@ void ExpectWorkerEnds(const UpdateScene& scene, DrivenUpdate& update, const Kill
         ExpectOutcome(update, kill);
     } else if (update.commit) {
         ExpectWaitForTheGoAhead(scene, update);
-    } else if (kill.state == update.outcome) {
+    } else if (HasRecord(update, update.outcome)) {
+        // It has ended meanwhile.
         ExpectOutcome(update, kill);
     } else {
         ExpectMissingBroker(update);
