@@ -212,6 +212,9 @@ void EndProcessesBelow(const std::filesystem::path& directory) {
 }
 
 ProcessPause::ProcessPause(std::uint32_t processId) {
+    if (processId == 0) {
+        return;
+    }
     const UniqueHandle process = OpenRunningProcess(processId);
     // A process that has just been started gets its first thread in a moment.
     AwaitCondition("a process's first thread", [&] {

@@ -58,10 +58,15 @@ struct ThreadResumer {
     }
 };
 
-/// Holds up all threads of a process until the end of the scope. Raises `std::runtime_error` when
-/// it has none, so when it has ended.
+/// Holds up all threads of a process (0: of none) until the end of the scope. Raises
+/// `std::runtime_error` when a process has no thread, so when it has ended.
 struct ProcessPause {
     explicit ProcessPause(std::uint32_t processId);
+    ~ProcessPause() = default;
+    ProcessPause(ProcessPause&&) = default;
+    ProcessPause& operator=(ProcessPause&&) = default;
+    ProcessPause(const ProcessPause&) = delete;
+    ProcessPause& operator=(const ProcessPause&) = delete;
 
     /// By their ids.
     std::map<std::uint32_t, std::unique_ptr<void, ThreadResumer>> threads;

@@ -76,11 +76,6 @@ bool HasHelperEnded(const UpdateRun& run) {
     return run.helper && HasEnded(run.helper.get());
 }
 
-// An application that opened a record's file would be in the way of the next.
-std::optional<ProcessPause> PauseApplication(const UpdateRun& run) {
-    return run.applicationId == 0 ? std::nullopt : std::optional<ProcessPause>(run.applicationId);
-}
-
 std::optional<CollectedRecord> FindRecord(const UpdateRun& run, const std::string& state) {
     const std::vector<CollectedRecord> records = run.records->Records();
     const auto found = std::ranges::find(records, state, &CollectedRecord::state);
@@ -165,14 +160,15 @@ void AwaitInUpdate(const UpdateRun& run, const std::string& awaited,
 }
 
 void AnswerPrompt(UpdateRun& run) {
-    const std::optional<ProcessPause> application = PauseApplication(run);
+    // An application that opened a record's file would be in the way of the next.
+    const ProcessPause application(run.applicationId);
     SetEvent(run.answered.get());
     AwaitInUpdate(run, "the record \"ready\" or the broker's end",
                   [&] { return HasBrokerEnded(run) || FindRecord(run, kStateReady); });
 }
 
 void AnswerPromptStepByStep(UpdateRun& run) {
-    const std::optional<ProcessPause> application = PauseApplication(run);
+    const ProcessPause application(run.applicationId);
     AnswerPromptAndHoldBroker(run);
     AwaitRecord(run, kStateReady);
 }

@@ -12,6 +12,9 @@ namespace updater {
 /// names: none if it names none. The test program replaces `__imp_GetNamedSecurityInfoW`.
 struct ReportedOwner {
     explicit ReportedOwner(const wchar_t* descriptorText);
+    ~ReportedOwner() = default;
+    ReportedOwner(const ReportedOwner&) = delete;
+    ReportedOwner& operator=(const ReportedOwner&) = delete;
 
     ScopedReplacement<decltype(GetNamedSecurityInfoW)> replacement;
 };
