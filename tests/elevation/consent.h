@@ -28,8 +28,9 @@ inline constexpr wchar_t kConsentHelperHangsReady[] = L"helper-hangs-ready";
 
 inline constexpr unsigned kHelperDeathCode = 5;
 
-/// The base name of two events for a prompt that somebody answers: the stand-in sets "asked" and
-/// waits for "answered" before it does any of this. Without the variable it does not wait.
+/// The base name of four events for a prompt that somebody answers. The stand-in sets "asked" and
+/// waits for "answered" before it does any of this; when the worker is there, it sets "started" and
+/// waits for "begin" before it lets the worker run. Without the variable it does not wait.
 inline constexpr wchar_t kConsentEventVariable[] = L"CORVELLAN_CONSENT_EVENT";
 
 inline std::wstring AskedEventName(const std::wstring& baseName) {
@@ -38,6 +39,14 @@ inline std::wstring AskedEventName(const std::wstring& baseName) {
 
 inline std::wstring AnsweredEventName(const std::wstring& baseName) {
     return baseName + L"-answered";
+}
+
+inline std::wstring StartedEventName(const std::wstring& baseName) {
+    return baseName + L"-started";
+}
+
+inline std::wstring BeginEventName(const std::wstring& baseName) {
+    return baseName + L"-begin";
 }
 
 /// The stand-in's exit code when it could not do its work.

@@ -94,14 +94,6 @@ UniqueHandle EndTogether(HANDLE process) {
     return job;
 }
 
-std::uint32_t RunWorkerWith(StartToken token, const StandIn& standIn) {
-    const StartedProgram worker =
-        StartProgram({standIn.realPath, OwnArguments(), {}, token, StartState::Suspended});
-    const UniqueHandle job = EndTogether(worker.process.get());
-    ResumeThread(worker.thread.get());
-    return AwaitExitCode(worker.process.get());
-}
-
 void SignalEvent(const std::wstring& name) {
     const UniqueHandle event = OwnHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, name.c_str()));
     if (!event || SetEvent(event.get()) == 0) {
@@ -122,6 +114,23 @@ void AwaitAnswer() {
         SignalEvent(AskedEventName(baseName));
         AwaitEvent(AnsweredEventName(baseName));
     }
+}
+
+void AwaitBeginning() {
+    const std::wstring baseName = EnvironmentVariable(kConsentEventVariable);
+    if (!baseName.empty()) {
+        SignalEvent(StartedEventName(baseName));
+        AwaitEvent(BeginEventName(baseName));
+    }
+}
+
+std::uint32_t RunWorkerWith(StartToken token, const StandIn& standIn) {
+    const StartedProgram worker =
+        StartProgram({standIn.realPath, OwnArguments(), {}, token, StartState::Suspended});
+    const UniqueHandle job = EndTogether(worker.process.get());
+    AwaitBeginning();
+    ResumeThread(worker.thread.get());
+    return AwaitExitCode(worker.process.get());
 }
 
 void TellHandshake(const UpdaterArguments& arguments, const StandIn& standIn) {

@@ -112,6 +112,9 @@ UpdateRun PrepareUpdate(const std::wstring& consent) {
     run.variables = std::make_unique<StandInVariables>(consent, baseName);
     run.asked = CreateNamedEvent(AskedEventName(baseName));
     run.answered = CreateNamedEvent(AnsweredEventName(baseName));
+    run.started = CreateNamedEvent(StartedEventName(baseName));
+    run.begin = CreateNamedEvent(BeginEventName(baseName));
+    SetEvent(run.begin.get());
     return run;
 }
 
@@ -169,23 +172,29 @@ void AnswerPrompt(UpdateRun& run) {
 
 void AnswerPromptStepByStep(UpdateRun& run) {
     const ProcessPause application(run.applicationId);
-    AnswerPromptAndHoldBroker(run);
-    AwaitRecord(run, kStateReady);
-}
-
-ProcessPause AnswerPromptAndHoldBroker(UpdateRun& run) {
+    ResetEvent(run.begin.get());
     SetEvent(run.answered.get());
-    // By then the broker has long begun to wait. Held up earlier, it may keep something that the
-    // others need: the display, while it connects to that.
-    AwaitInUpdate(run, "the worker", [&] {
-        return HasHelperEnded(run) || FindChildOf(run, GetProcessId(run.helper.get())) != 0;
-    });
+    AwaitInUpdate(run, "the worker",
+                  [&] { return HasHelperEnded(run) || IsSignalledWithin(run.started.get(), 0); });
     if (HasBrokerEnded(run)) {
         RaiseStory(run, "The broker has ended early");
     }
+    {
+        const ProcessPause broker = BeginWithBrokerHeldUp(run);
+        run.records->readsFirstRecord = true;
+        AwaitRecord(run, kStateAuthorized);
+    }
+    AwaitRecord(run, kStateReady);
+}
+
+ProcessPause BeginWithBrokerHeldUp(const UpdateRun& run) {
+    // The broker has started the helper long ago, and gets time to begin its wait: held up before,
+    // it may keep something that the worker needs, such as the display while it connects to that.
+    // The worker has not begun yet, so the broker cannot be beyond the wait.
+    constexpr DWORD kTimeToBeginToWait = 500;
+    Sleep(kTimeToBeginToWait);
     ProcessPause broker(run.brokerId);
-    run.records->readsFirstRecord = true;
-    AwaitRecord(run, kStateAuthorized);
+    SetEvent(run.begin.get());
     return broker;
 }
 

@@ -59,6 +59,9 @@ struct UpdateRun {
     UniqueHandle helper;
     UniqueHandle asked;
     UniqueHandle answered;
+    UniqueHandle started;
+    /// Set from the beginning, unless somebody wants to hold the worker back.
+    UniqueHandle begin;
     /// None when nothing is to be collected.
     std::unique_ptr<RecordCollector> records;
 };
@@ -91,9 +94,9 @@ void AnswerPrompt(UpdateRun& run);
 /// The same, and the worker's first record is collected as well: the broker is held up meanwhile.
 void AnswerPromptStepByStep(UpdateRun& run);
 
-/// Answers the prompt and returns when the worker has written its first record. The broker is held
-/// up since before then.
-ProcessPause AnswerPromptAndHoldBroker(UpdateRun& run);
+/// Holds the broker up at its wait for the worker, and then lets the worker begin. The worker must
+/// have been started with `begin` reset.
+ProcessPause BeginWithBrokerHeldUp(const UpdateRun& run);
 
 /// Waits for a record with this state word and returns it. The worker's first is collected only
 /// while the broker is held up.

@@ -10,6 +10,7 @@
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "support/handshake.h"
+#include "support/process_utilities.h"
 #include "support/status_file.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
@@ -90,11 +91,15 @@ DrivenUpdate StartDrivenUpdate(const UpdateJob& job, const std::string& outcome)
 void Attend(DrivenUpdate& update) {
     FindProcesses(update);
     if (!update.promptAnswered && update.run.helper) {
+        if (update.holdsBroker) {
+            ResetEvent(update.run.begin.get());
+        }
         SetEvent(update.run.answered.get());
         update.promptAnswered = true;
     }
-    if (update.holdsBroker && update.worker && !update.brokerPause) {
-        update.brokerPause = std::make_unique<ProcessPause>(update.run.brokerId);
+    if (update.holdsBroker && !update.brokerPause &&
+        IsSignalledWithin(update.run.started.get(), 0)) {
+        update.brokerPause = std::make_unique<ProcessPause>(BeginWithBrokerHeldUp(update.run));
     }
     if (update.holdsHandshake && update.worker && !update.commit) {
         OpenHandshake(update);

@@ -31,8 +31,7 @@ struct DrivenUpdate {
     /// Open the events early. They live as long as somebody has them open.
     bool holdsHandshake = false;
     /// Hold the broker up from the worker's start on, so that the worker's first record stays the
-    /// last. A broker that is held up earlier may keep what the worker needs, see
-    /// `AnswerPromptAndHoldBroker`.
+    /// last.
     bool holdsBroker = false;
     std::unique_ptr<ProcessPause> brokerPause;
     bool promptAnswered = false;
