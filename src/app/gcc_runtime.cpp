@@ -6,15 +6,18 @@
 #include "support/exit_code.h"
 #include "support/windows_api.h"
 
-// The names, their namespaces and that one of them is a variable are the runtime's own.
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,cert-dcl58-cpp)
-// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
+// The names are reserved for the runtime, and must be these: by them the linker puts what is
+// defined here in the place of the runtime's own. NOLINTBEGIN(bugprone-reserved-identifier)
 
 extern "C" {
 
 // The compiler's own library takes its guard value from the system's cryptographic provider, which
 // loads further libraries before the program can restrict where they come from. What differs in
 // each process is mixed instead, as other compilers do.
+//
+// It can be no constant: the compiler has every guarded function read this variable, whose value is
+// only known when the process starts.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 std::uintptr_t __stack_chk_guard = 0;
 
 __attribute__((constructor(101), no_stack_protector)) static void InitializeStackGuard() {
@@ -56,5 +59,4 @@ void __glibcxx_assert_fail(const char* /*file*/, int /*line*/, const char* /*fun
 
 }  // namespace std
 
-// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp,cert-dcl58-cpp)
+// NOLINTEND(bugprone-reserved-identifier)
