@@ -16,12 +16,6 @@ namespace {
 constexpr DWORD kProtection =
     FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
 
-bool ClearProtection(const std::filesystem::path& file) {
-    const DWORD attributes = GetFileAttributesW(file.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kProtection) != 0 &&
-           SetFileAttributesW(file.c_str(), attributes & ~kProtection) != 0;
-}
-
 // Carries out an operation that the attributes of `file` forbid: once more without them if they
 // were in the way. Returns the Windows error number, 0 for success.
 template <typename Operation>
@@ -104,6 +98,12 @@ void CreateDirectories(const std::filesystem::path& directory) {
             }
         }
     }
+}
+
+bool ClearProtection(const std::filesystem::path& file) {
+    const DWORD attributes = GetFileAttributesW(file.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kProtection) != 0 &&
+           SetFileAttributesW(file.c_str(), attributes & ~kProtection) != 0;
 }
 
 void RemoveFile(const std::filesystem::path& file) {

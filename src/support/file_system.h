@@ -28,6 +28,10 @@ bool PathExists(const std::filesystem::path& path);
 /// "create_directories".
 void CreateDirectories(const std::filesystem::path& directory);
 
+/// Removes the attributes that keep a file from being overwritten or deleted. Returns whether it
+/// had any and has lost them; raises nothing.
+bool ClearProtection(const std::filesystem::path& file);
+
 /// Deletes one file, a read-only one too; one that is already gone is fine. Operation "remove".
 void RemoveFile(const std::filesystem::path& file);
 

@@ -12,6 +12,7 @@
 
 #include "snapshot/program_assets.h"
 #include "support/directory_listing.h"
+#include "support/file_system.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
 #include "updatectl/file_names.h"
@@ -23,11 +24,11 @@ namespace updater {
 
 namespace {
 
-// X stands for a digit of capital hexadecimal.
-constexpr std::wstring_view kIdentityForm = L"{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}";
+constexpr wchar_t kHexDigit = L'h';
+constexpr std::wstring_view kIdentityForm = L"{hhhhhhhh-hhhh-hhhh-hhhh-hhhhhhhhhhhh}";
 
 bool FitsForm(wchar_t character, wchar_t form) {
-    if (form != L'X') {
+    if (form != kHexDigit) {
         return character == form;
     }
     return (character >= L'0' && character <= L'9') || (character >= L'A' && character <= L'F');
@@ -97,10 +98,7 @@ bool IsSetupRunning(const std::filesystem::path& stagingDirectory) {
     const std::filesystem::path setup = stagingDirectory / kStagedSetupProgram;
     // The system does not let anybody write to a program that runs. A copy of a read-only download
     // is read-only, and for that reason it would refuse before it looks whether the program runs.
-    const DWORD attributes = GetFileAttributesW(setup.c_str());
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0) {
-        SetFileAttributesW(setup.c_str(), attributes & ~DWORD{FILE_ATTRIBUTE_READONLY});
-    }
+    ClearProtection(setup);
     const UniqueHandle writable = OwnHandle(CreateFileW(
         setup.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
         nullptr, OPEN_EXISTING, 0, nullptr));

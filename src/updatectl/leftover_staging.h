@@ -28,7 +28,8 @@ std::vector<LeftoverStaging> ListLeftoverStaging(const std::filesystem::path& fo
 bool IsOwnedByAdministrator(const std::filesystem::path& directory);
 
 /// Whether the setup program in a staging directory still runs. That is possible without a worker,
-/// when the worker was ended by force. A read-only attribute of the setup program is removed.
+/// when the worker was ended by force. The setup program loses the attributes that forbid to write
+/// to it.
 bool IsSetupRunning(const std::filesystem::path& stagingDirectory);
 
 /// Whether the updater backs up a file of this path relative to the installation directory, with

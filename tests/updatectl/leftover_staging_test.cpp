@@ -1,4 +1,5 @@
 #include "updatectl/leftover_staging.h"
+#include "fixtures/held_file.h"
 #include "updatectl/entry_times.h"
 
 #include <gmock/gmock.h>
@@ -40,7 +41,7 @@ TEST(LeftoverStaging, IsKnownByTheExactFormOfItsName) {
           L"corvellanupdate-{01234567-89AB-CDEF-0123-456789ABCDEF}",
           L"CorvellanUpdate-{0123456789AB-CDEF-0123-456789ABCDEF--}",
           L"CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEG}",
-          L"CorvellanUpdate-{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}",
+          L"CorvellanUpdate-{hhhhhhhh-hhhh-hhhh-hhhh-hhhhhhhhhhhh}",
           L"XCorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF}"}) {
         EXPECT_FALSE(IsStagingName(name)) << WideToUtf8(name);
     }
@@ -122,9 +123,7 @@ TEST(LeftoverStaging, KnowsARunningSetupProgramThatIsReadOnly) {
     EXPECT_FALSE(IsSetupRunning(directory.path));
 
     SetFileAttributesW(setup.c_str(), FILE_ATTRIBUTE_READONLY);
-    const UniqueHandle running = OwnHandle(CreateFileW(setup.c_str(), GENERIC_READ, FILE_SHARE_READ,
-                                                       nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(running);
+    const UniqueHandle running = HoldFile(setup, GENERIC_READ, FILE_SHARE_READ);
     EXPECT_TRUE(IsSetupRunning(directory.path));
     EXPECT_FALSE(IsSetupRunning(directory.path / L"missing"));
 }
