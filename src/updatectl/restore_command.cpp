@@ -42,7 +42,7 @@ Needs an administrator's rights.
 
 Nothing is changed while the application or an update runs; nor, without --force, when the setup
 program had not started yet (there is no install.log: then the installation is as it was, and what
-the backup does not hold would be lost), or when the backup is not as its own list of files says.
+the backup does not hold would be lost), or when the backup is not as its own inventory says.
 
 The version that Windows shows for the program ("DisplayVersion") is not part of a backup; it is left
 as it is, and shown.
@@ -142,7 +142,7 @@ void CheckCompleteness(const Places& places) {
         return;
     }
     if (const std::string faults = BackupFaults(places.backup); !faults.empty()) {
-        throw std::runtime_error("The backup is not as its own list of files says; see --force:" +
+        throw std::runtime_error("The backup is not as its own inventory says; see --force:" +
                                  faults);
     }
 }

@@ -2,6 +2,7 @@
 
 #include "elevation/program_start.h"
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
@@ -129,9 +130,7 @@ TEST_F(CleanTest, LeavesADirectoryWhoseSetupProgramRuns) {
 
 TEST_F(CleanTest, GoesOnWithTheOthersWhenOneCannotBeRemoved) {
     const UniqueHandle lock =
-        OwnHandle(CreateFileW((directories[0] / L"install.log").c_str(), GENERIC_READ,
-                              FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(lock);
+        HoldFile(directories[0] / L"install.log", GENERIC_READ, FILE_SHARE_READ);
     const ToolResult result = CallTool({L"clean"});
     EXPECT_EQ(result.exitCode, 1U);
     EXPECT_THAT(result.error, HasSubstr("remove_all"));

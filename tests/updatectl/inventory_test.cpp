@@ -4,6 +4,7 @@
 
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/program_verification.h"
 #include "support/canonical_path.h"
@@ -163,10 +164,7 @@ TEST_F(InventoryTest, RefusesATreeWithoutFiles) {
 TEST_F(InventoryTest, NamesTheFileThatCannotBeRead) {
     Write(L"a");
     Write(L"data\\locked \u4E2D");
-    const UniqueHandle lock =
-        OwnHandle(CreateFileW((directory / L"data\\locked \u4E2D").c_str(), GENERIC_READ, 0,
-                              nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(lock);
+    const UniqueHandle lock = HoldFile(directory / L"data\\locked \u4E2D");
     ExpectRefusal("\\data\\locked \xE4\xB8\xAD: ");
 }
 
@@ -174,9 +172,7 @@ TEST_F(InventoryTest, NamesTheListThatCannotBeReplaced) {
     Write(L"a");
     Write(L"program-files.tsv", "an older list");
     const UniqueHandle lock =
-        OwnHandle(CreateFileW((directory / L"program-files.tsv").c_str(), GENERIC_READ,
-                              FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(lock);
+        HoldFile(directory / L"program-files.tsv", GENERIC_READ, FILE_SHARE_READ);
     ExpectRefusal("Cannot write ");
 }
 

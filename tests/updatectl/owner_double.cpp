@@ -5,9 +5,9 @@
 
 namespace updater {
 
-namespace {
+REPLACE_IMPORTED(GetNamedSecurityInfoW, getNamedSecurityInfo)
 
-Replacement<decltype(GetNamedSecurityInfoW)> getNamedSecurityInfo;
+namespace {
 
 DWORD TellOwner(const wchar_t* descriptorText, PSID* owner, PSECURITY_DESCRIPTOR* descriptor) {
     BOOL defaulted = FALSE;
@@ -26,11 +26,5 @@ ReportedOwner::ReportedOwner(const wchar_t* descriptorText)
                                    PSID*, PACL*, PACL*, PSECURITY_DESCRIPTOR* descriptor) {
                       return TellOwner(descriptorText, owner, descriptor);
                   }) {}
-
-extern "C" {
-extern decltype(&GetNamedSecurityInfoW) __real___imp_GetNamedSecurityInfoW;
-decltype(&GetNamedSecurityInfoW) __wrap___imp_GetNamedSecurityInfoW =
-    ImportDouble<getNamedSecurityInfo, __real___imp_GetNamedSecurityInfoW>::Call;
-}
 
 }  // namespace updater

@@ -12,9 +12,10 @@
 #include "support/windows_api.h"
 
 namespace updater {
-namespace {
 
-Replacement<decltype(FindFirstFileExW)> findFirstFileEx;
+REPLACE_IMPORTED(FindFirstFileExW, findFirstFileEx)
+
+namespace {
 
 bool LeaveNothingOut(const std::wstring&) {
     return false;
@@ -78,8 +79,7 @@ TEST(ProgramTree, FindsFaultWithADirectoryThatCannotBeListedAndGoesOn) {
         findFirstFileEx, [](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
                             FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
             if (std::wstring_view(pattern).ends_with(L"\\locked\\*")) {
-                SetLastError(ERROR_ACCESS_DENIED);
-                return INVALID_HANDLE_VALUE;
+                return FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
             }
             return FindFirstFileExW(pattern, level, data, operation, filter, flags);
         });
@@ -94,9 +94,3 @@ TEST(ProgramTree, FindsFaultWithADirectoryThatCannotBeListedAndGoesOn) {
 
 }  // namespace
 }  // namespace updater
-
-extern "C" {
-extern decltype(&FindFirstFileExW) __real___imp_FindFirstFileExW;
-decltype(&FindFirstFileExW) __wrap___imp_FindFirstFileExW =
-    updater::ImportDouble<updater::findFirstFileEx, __real___imp_FindFirstFileExW>::Call;
-}

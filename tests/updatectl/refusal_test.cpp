@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_system.h"
@@ -54,8 +55,7 @@ TEST(Refusal, OfTheTokenIsAFailureToReadAnOwner) {
 TEST(Refusal, OfTheOutputIsAFailure) {
     const TemporaryDirectory directory;
     WriteFileContent(directory.path / L"output", "");
-    const UniqueHandle readOnly = OwnHandle(CreateFileW(
-        (directory.path / L"output").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    const UniqueHandle readOnly = HoldFile(directory.path / L"output");
     HANDLE const before = GetStdHandle(STD_OUTPUT_HANDLE);
     SetStdHandle(STD_OUTPUT_HANDLE, readOnly.get());
     EXPECT_THROW(PrintOutput("text"), std::system_error);

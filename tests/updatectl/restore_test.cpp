@@ -3,6 +3,7 @@
 #include "elevation/program_start.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/install_mutex.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/program_backup.h"
@@ -227,7 +228,7 @@ TEST_F(RestoreTest, RefusesABackupWhoseListIsInvalid) {
     const std::filesystem::path list = staging / L"backup\\program-files.tsv";
     WriteFileContent(list, "engine.dll\t0\nno tab\n");
     ExpectRefusal(
-        "The backup is not as its own list of files says; see --force:\n"
+        "The backup is not as its own inventory says; see --force:\n"
         "  engine.dll: Installed program checksum mismatch: engine.dll\n"
         "  Invalid program inventory\n");
     WriteFileContent(list, "");
@@ -288,9 +289,7 @@ TEST_F(RestoreTest, RefusesALinkInTheInstallation) {
 
 TEST_F(RestoreTest, SaysThatTheProgramIsOnlyPartlyRestored) {
     const UniqueHandle lock =
-        OwnHandle(CreateFileW((install / L"program-files.tsv").c_str(), GENERIC_READ,
-                              FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(lock);
+        HoldFile(install / L"program-files.tsv", GENERIC_READ, FILE_SHARE_READ);
     const ToolResult result = Call();
     EXPECT_EQ(result.exitCode, 1U);
     EXPECT_THAT(result.error, HasSubstr("only partly restored"));
