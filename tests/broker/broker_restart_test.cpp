@@ -4,7 +4,7 @@
 #include "broker/broker_world.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
-#include "fixtures/status_heading.h"
+#include "fixtures/updater_box.h"
 #include "support/file_system.h"
 #include "support/status_file.h"
 #include "support/text_conversion.h"
@@ -134,7 +134,7 @@ TEST(BrokerErrorBox, ShowsTheStatusFileAndTheJobDirectory) {
     EXPECT_EQ(box.title, L"Corvellan\u66F4\u65B0");
     EXPECT_EQ(box.style, 0x10U);
     EXPECT_EQ(box.text,
-              StatusHeading() +
+              kUpdaterBoxHeading +
                   std::wstring(L"{\"state\":\"failed\",\"message\":\"\u5931\u8D25 \\\"x\\\"\","
                                L"\"exitCode\":1}\n\n") +
                   world.jobDirectory.native());
@@ -151,7 +151,7 @@ TEST(BrokerErrorBox, ShowsTheJobDirectoryAsItStandsOnTheCommandLine) {
     const std::wstring given = world.jobDirectory.native() + L"/./";
     world.arguments[kJobDirOption] = given;
     RunBroker(world.arguments);
-    EXPECT_EQ(world.errorBoxes.at(0).text, StatusHeading() + L"\n\n" + given);
+    EXPECT_EQ(world.errorBoxes.at(0).text, kUpdaterBoxHeading + L"\n\n" + given);
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ void ExpectErrorBox(const UpdateRun& run, const std::filesystem::path& jobDirect
                     const std::string& recordText, std::uint32_t exitCode) {
     const MessageWindow box = AwaitMessageBox(run.brokerId);
     EXPECT_EQ(box.title, kUpdaterBoxTitle);
-    EXPECT_EQ(WideToUtf8(box.text), WideToUtf8(kUpdaterBoxHeading) + '\n' + recordText + "\n\n" +
+    EXPECT_EQ(WideToUtf8(box.text), WideToUtf8(kUpdaterBoxHeading) + recordText + "\n\n" +
                                         WideToUtf8(jobDirectory.native()));
     CloseMessageBox(box);
     EXPECT_EQ(AwaitBroker(run), exitCode);

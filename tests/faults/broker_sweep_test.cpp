@@ -13,7 +13,7 @@ namespace {
 constexpr char kAuthorized[] = "authorized, \"Administrator authorization accepted\", 0";
 constexpr char kReady[] = "ready, \"Authorized helper is waiting for application exit\", 0";
 std::string Heading() {
-    return WideToUtf8(kUpdaterBoxHeading) + '\n';
+    return WideToUtf8(kUpdaterBoxHeading);
 }
 
 Outcome Untouched() {

@@ -6,7 +6,7 @@
 
 #include "app/dispatch.h"
 #include "fixtures/file_content.h"
-#include "fixtures/processes/status_record.h"
+#include "fixtures/status_record.h"
 #include "support/directory_listing.h"
 #include "support/file_system.h"
 #include "support/handle.h"

@@ -12,8 +12,8 @@
 #include "fixtures/held_file.h"
 #include "fixtures/open_handles.h"
 #include "fixtures/raised_errors.h"
-#include "fixtures/status_heading.h"
 #include "fixtures/temporary_directory.h"
+#include "fixtures/updater_box.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "support/windows_api.h"
@@ -199,25 +199,26 @@ TEST(ReadStatusReport, IsHeadingRecordTwoLineFeedsAndDirectoryCodePointByCodePoi
     const TemporaryDirectory job;
     WriteUpdateStatus(job.path, kStateFailed, "\xE5\x8D\x87\xE7\xBA\xA7 \"x\"", 1);
     EXPECT_EQ(ReadStatusReport(job.path),
-              StatusHeading() + L"{\"state\":\"failed\",\"message\":\"\u5347\u7EA7 \\\"x\\\"\"," +
+              kUpdaterBoxHeading +
+                  L"{\"state\":\"failed\",\"message\":\"\u5347\u7EA7 \\\"x\\\"\"," +
                   L"\"exitCode\":1}" + L"\n\n" + job.path.native());
 }
 
 TEST(ReadStatusReport, WithoutAStatusFileItsPlaceIsEmpty) {
     const TemporaryDirectory job;
-    EXPECT_EQ(ReadStatusReport(job.path), StatusHeading() + L"\n\n" + job.path.native());
+    EXPECT_EQ(ReadStatusReport(job.path), kUpdaterBoxHeading + L"\n\n" + job.path.native());
 }
 
 TEST(ReadStatusReport, AFileThatCannotBeReadLeavesItsPlaceEmpty) {
     const TemporaryDirectory job;
     CreateDirectories(job.path / kStatusFile);
-    EXPECT_EQ(ReadStatusReport(job.path), StatusHeading() + L"\n\n" + job.path.native());
+    EXPECT_EQ(ReadStatusReport(job.path), kUpdaterBoxHeading + L"\n\n" + job.path.native());
 
     const TemporaryDirectory lockedJob;
     WriteFileContent(lockedJob.path / kStatusFile, "content");
     const UniqueHandle exclusive = HoldFile(lockedJob.path / kStatusFile);
     EXPECT_EQ(ReadStatusReport(lockedJob.path),
-              StatusHeading() + L"\n\n" + lockedJob.path.native());
+              kUpdaterBoxHeading + L"\n\n" + lockedJob.path.native());
 }
 
 TEST(ReadStatusReport, AFileThatAnotherProcessHasOpenForWritingIsRead) {
@@ -225,7 +226,7 @@ TEST(ReadStatusReport, AFileThatAnotherProcessHasOpenForWritingIsRead) {
     WriteFileContent(job.path / kStatusFile, "content");
     const UniqueHandle writer = HoldFile(job.path / kStatusFile, GENERIC_READ | GENERIC_WRITE,
                                          FILE_SHARE_READ | FILE_SHARE_WRITE);
-    EXPECT_EQ(ReadStatusReport(job.path), StatusHeading() + L"content\n\n" + job.path.native());
+    EXPECT_EQ(ReadStatusReport(job.path), kUpdaterBoxHeading + L"content\n\n" + job.path.native());
 }
 
 TEST(ReadStatusReport, TheFileIsShownByteForByteAndNotParsed) {
@@ -241,13 +242,13 @@ TEST(ReadStatusReport, TheFileIsShownByteForByteAndNotParsed) {
     for (const auto& [content, shown] : cases) {
         WriteFileContent(job.path / kStatusFile, content);
         EXPECT_EQ(ReadStatusReport(job.path),
-                  StatusHeading() + shown + L"\n\n" + job.path.native());
+                  kUpdaterBoxHeading + shown + L"\n\n" + job.path.native());
     }
 }
 
 TEST(ReadStatusReport, TheDirectoryIsShownAsGiven) {
     for (const wchar_t* directory : {L"no such\\..\\directory\\", L"a/b", L"\xD800"}) {
-        EXPECT_EQ(ReadStatusReport(directory), StatusHeading() + L"\n\n" + directory);
+        EXPECT_EQ(ReadStatusReport(directory), kUpdaterBoxHeading + L"\n\n" + directory);
     }
 }
 
