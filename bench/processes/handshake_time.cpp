@@ -2,7 +2,7 @@
 //
 // Has the real broker wait for the application's exit and measures, in seconds:
 //
-//   exit    from the application's exit to the go-ahead, as the worker sees it; and, as the floor,
+//   exit    from the application's exit to the commit, as the worker sees it; and, as the floor,
 //           from the exit to the end of a bare wait for the application's process
 //   cancel  from the cancel marker to the broker's end
 //

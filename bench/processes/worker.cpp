@@ -1,5 +1,5 @@
-// Stands for the worker in a measured handshake: is ready at once, and notes when it is given the
-// go-ahead.
+// Stands for the worker in a measured handshake: is ready at once, and notes when it sees the
+// commit.
 
 #include "app/command_line.h"
 #include "processes/notes.h"

@@ -74,7 +74,7 @@ TEST_P(BrokerHandles, AreAllClosed) {
 INSTANTIATE_TEST_SUITE_P(After, BrokerHandles, testing::ValuesIn(kWaysToEnd),
                          [](const auto& test) { return test.param.name; });
 
-// How many handles the broker has open when it gives the go-ahead.
+// How many handles the broker has open when it commits.
 std::size_t CountHandlesAtCommit() {
     BrokerWorld world;
     world.LetWorkerEndWith(0);

@@ -72,7 +72,7 @@ struct BrokerWorld {
     void LetWorkerBeSilent();
 
     /// Lets the application exit a second after the broker's "ready" record, and the worker end
-    /// with this exit code an hour after the go-ahead.
+    /// with this exit code an hour after the commit.
     void LetWorkerEndWith(UINT exitCode);
 
     /// Whether the broker carried out an action.

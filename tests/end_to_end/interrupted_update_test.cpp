@@ -57,7 +57,7 @@ TEST_P(CancelledUpdate, EndsTheBrokerWithoutARecordOfItsOwn) {
 
     ExpectQuietEnd(run, job.jobDirectory, ReadyText(), 2);
     ExpectApplicationLeftAlone();
-    // It waits for a go-ahead that will not come.
+    // It waits for a commit that will not come.
     EXPECT_FALSE(HasEnded(run.helper.get()));
 }
 
@@ -140,8 +140,8 @@ TEST_F(InterruptedUpdate, KeepsASecondUpdateFromInstallingAtTheSameTime) {
                    0);
 }
 
-// The broker gives the go-ahead only after the application's end, so here the test is the broker.
-struct UpdateWithEarlyGoAhead : InterruptedUpdate {
+// The broker commits only after the application's end, so here the test is the broker.
+struct UpdateWithEarlyCommit : InterruptedUpdate {
     void StartWorker() {
         const std::wstring baseName = L"Local\\CorvellanUpdate-" + CreateJobIdentity();
         ready = CreateNamedEvent(ReadyEventName(baseName));
@@ -158,7 +158,7 @@ struct UpdateWithEarlyGoAhead : InterruptedUpdate {
     StartedProgram worker;
 };
 
-TEST_F(UpdateWithEarlyGoAhead, IsGivenUpTenSecondsLaterIfTheApplicationIsStillOpen) {
+TEST_F(UpdateWithEarlyCommit, IsGivenUpTenSecondsLaterIfTheApplicationIsStillOpen) {
     StartWorker();
     EXPECT_EQ(NewStagingDirectories().size(), 1U);
     const auto begin = std::chrono::steady_clock::now();
@@ -174,7 +174,7 @@ TEST_F(UpdateWithEarlyGoAhead, IsGivenUpTenSecondsLaterIfTheApplicationIsStillOp
     ExpectApplicationLeftAlone();
 }
 
-TEST_F(UpdateWithEarlyGoAhead, IsInstalledIfTheApplicationExitsInTime) {
+TEST_F(UpdateWithEarlyCommit, IsInstalledIfTheApplicationExitsInTime) {
     StartWorker();
     SetEvent(commit.get());
     CloseApplication(application);

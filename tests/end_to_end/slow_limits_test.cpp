@@ -82,7 +82,7 @@ TEST(SlowLimits, TheBrokerWaitsThreeMinutesForTheApplicationsExit) {
     EXPECT_FALSE(HasEnded(scene.application.process.get()));
 }
 
-TEST(SlowLimits, TheWorkerWaitsThreeMinutesForTheGoAhead) {
+TEST(SlowLimits, TheWorkerWaitsThreeMinutesForTheCommit) {
     const SlowUpdate& scene = Updates().neverCommitted;
 
     EXPECT_EQ(AwaitBroker(scene.run), 2U);

@@ -102,7 +102,7 @@ void ExpectMissingBroker(const DrivenUpdate& update) {
     EXPECT_EQ(LastRecord(update), RecordText("failed", "Update broker is missing", 1));
 }
 
-void ExpectWaitForTheGoAhead(const UpdateScene& scene, const DrivenUpdate& update) {
+void ExpectWaitForCommit(const UpdateScene& scene, const DrivenUpdate& update) {
     const auto isReady = [&] {
         return HasRecord(update, "authorized") || HasRecord(update, "ready");
     };
@@ -144,7 +144,7 @@ void ExpectWorkerEnds(const UpdateScene& scene, DrivenUpdate& update, const Kill
     if (IsSignalled(update.commit)) {
         ExpectOutcome(update, kill);
     } else if (update.commit) {
-        ExpectWaitForTheGoAhead(scene, update);
+        ExpectWaitForCommit(scene, update);
     } else if (HasRecord(update, update.outcome)) {
         // It has ended meanwhile.
         ExpectOutcome(update, kill);

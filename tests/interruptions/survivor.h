@@ -7,7 +7,7 @@
 namespace updater {
 
 /// Expects of what runs on after the victim's end that it ends as it should and within its limits,
-/// and closes an application that it has started. A worker that rightly waits for the go-ahead of
+/// and closes an application that it has started. A worker that rightly waits for the commit of
 /// a broker that is gone is ended: the three minutes that it waits pass in slow_survivor_test.cpp
 /// only.
 void ExpectSurvivorEnds(const UpdateScene& scene, DrivenUpdate& update, const Kill& kill);

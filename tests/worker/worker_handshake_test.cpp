@@ -74,13 +74,13 @@ void CommitAndForce(WorkerWorld& world, DWORD result) {
     };
 }
 
-struct NoGoAhead {
+struct NoCommit {
     const char* name;
     ULONGLONG duration;
     void (*arrange)(WorkerWorld& world);
 };
 
-const NoGoAhead kNoGoAheads[] = {
+const NoCommit kNoCommits[] = {
     {"TheBrokerNeverCommits", kThreeMinutes,
      [](WorkerWorld& world) { world.LetBrokerNeverCommit(); }},
     {"TheBrokerNeverCommitsThoughTheApplicationExits", kThreeMinutes,
@@ -114,9 +114,9 @@ const NoGoAhead kNoGoAheads[] = {
      [](WorkerWorld& world) { CommitAndForce(world, WAIT_ABANDONED); }},
 };
 
-struct WorkerWithoutGoAhead : testing::TestWithParam<NoGoAhead> {};
+struct WorkerWithoutCommit : testing::TestWithParam<NoCommit> {};
 
-TEST_P(WorkerWithoutGoAhead, CancelsAndRemovesTheStagingDirectory) {
+TEST_P(WorkerWithoutCommit, CancelsAndRemovesTheStagingDirectory) {
     WorkerWorld world;
     const auto before = ReadTreeContent(world.installDirectory);
     GetParam().arrange(world);
@@ -129,7 +129,7 @@ TEST_P(WorkerWithoutGoAhead, CancelsAndRemovesTheStagingDirectory) {
     EXPECT_EQ(ReadTreeContent(world.installDirectory), before);
 }
 
-INSTANTIATE_TEST_SUITE_P(When, WorkerWithoutGoAhead, testing::ValuesIn(kNoGoAheads),
+INSTANTIATE_TEST_SUITE_P(When, WorkerWithoutCommit, testing::ValuesIn(kNoCommits),
                          [](const auto& test) { return test.param.name; });
 
 TEST(WorkerHandshake, DoesNotWaitForTheApplicationWithoutACommit) {
