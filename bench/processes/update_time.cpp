@@ -19,7 +19,6 @@
 #include "end_to_end/application.h"
 #include "end_to_end/installed_program.h"
 #include "end_to_end/running_processes.h"
-#include "end_to_end/staging_directories.h"
 #include "end_to_end/update_run.h"
 #include "end_to_end/waiting.h"
 #include "fixtures/uninstall_entry.h"
@@ -146,12 +145,6 @@ void Print(const MeasuredUpdate& update) {
     PrintNumbers({whole - setup - prompt - application, setup, prompt, application});
 }
 
-void RemoveStagingDirectories() {
-    for (const std::filesystem::path& directory : updater::ListStagingDirectories()) {
-        updater::RemoveTree(directory);
-    }
-}
-
 void Update(std::span<wchar_t*> arguments) {
     const std::filesystem::path installDirectory = arguments[2];
     const std::filesystem::path workspace = arguments[3];
@@ -164,7 +157,6 @@ void Update(std::span<wchar_t*> arguments) {
     updater::CreateDirectories(job.jobDirectory);
     Print(CarryOut(job, SizeOfReadyRecord(workspace)));
     updater::EndProcessesBelow(installDirectory);
-    RemoveStagingDirectories();
 }
 
 void Run(std::span<wchar_t*> arguments) {
