@@ -6,8 +6,9 @@
 #include "support/exit_code.h"
 #include "support/windows_api.h"
 
-// The names are reserved for the runtime, and must be these: by them the linker puts what is
-// defined here in the place of the runtime's own. NOLINTBEGIN(bugprone-reserved-identifier)
+// NOLINTBEGIN(bugprone-reserved-identifier): These names are reserved for the runtime, and what is
+// defined here is a part of it. By other names the linker would not put it in the place of the
+// runtime's own.
 
 extern "C" {
 
@@ -15,9 +16,9 @@ extern "C" {
 // loads further libraries before the program can restrict where they come from. What differs in
 // each process is mixed instead, as other compilers do.
 //
-// It can be no constant: the compiler has every guarded function read this variable, whose value is
-// only known when the process starts.
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
+// The compiler has every guarded function read a variable of this name. Its value is only known
+// when the process starts, so it can be neither local nor constant.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): see above
 std::uintptr_t __stack_chk_guard = 0;
 
 __attribute__((constructor(101), no_stack_protector)) static void InitializeStackGuard() {
@@ -59,4 +60,4 @@ void __glibcxx_assert_fail(const char* /*file*/, int /*line*/, const char* /*fun
 
 }  // namespace std
 
-// NOLINTEND(bugprone-reserved-identifier)
+// NOLINTEND(bugprone-reserved-identifier): The runtime's names end here.
