@@ -43,6 +43,18 @@ bool IsBelow(const std::filesystem::path& file, const std::filesystem::path& dir
            IsSameText(file.native().substr(0, prefix.size()), prefix);
 }
 
+std::vector<PROCESSENTRY32W> ListEntries() {
+    const UniqueHandle snapshot = TakeSnapshot(TH32CS_SNAPPROCESS);
+    std::vector<PROCESSENTRY32W> entries;
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof(entry);
+    for (BOOL more = Process32FirstW(snapshot.get(), &entry); more != 0;
+         more = Process32NextW(snapshot.get(), &entry)) {
+        entries.push_back(entry);
+    }
+    return entries;
+}
+
 // Empty for a process that has ended, at the latest while it is asked.
 std::filesystem::path ImageOf(HANDLE process) {
     if (HasEnded(process)) {
@@ -96,6 +108,20 @@ void EndProcess(std::uint32_t processId) {
     }
 }
 
+// A process comes after the one that started it. Returns whether there was one to end.
+bool EndListedProcessesBelow(const std::filesystem::path& directory,
+                             std::set<std::uint32_t>& ended) {
+    bool found = false;
+    for (const RunningProcess& running : ListRunningProcesses()) {
+        if (IsBelow(running.image, directory) || ended.contains(running.parentId)) {
+            ended.insert(running.id);
+            EndProcess(running.id);
+            found = true;
+        }
+    }
+    return found;
+}
+
 std::vector<std::uint32_t> ListThreads(std::uint32_t processId) {
     const UniqueHandle snapshot = TakeSnapshot(TH32CS_SNAPTHREAD);
     std::vector<std::uint32_t> threadIds;
@@ -147,12 +173,8 @@ bool PauseMoreThreads(std::uint32_t processId, ProcessPause& pause) {
 }  // namespace
 
 std::vector<RunningProcess> ListRunningProcesses() {
-    const UniqueHandle snapshot = TakeSnapshot(TH32CS_SNAPPROCESS);
     std::vector<RunningProcess> processes;
-    PROCESSENTRY32W entry{};
-    entry.dwSize = sizeof(entry);
-    for (BOOL more = Process32FirstW(snapshot.get(), &entry); more != 0;
-         more = Process32NextW(snapshot.get(), &entry)) {
+    for (const PROCESSENTRY32W& entry : ListEntries()) {
         const UniqueHandle process = OpenRunningProcess(entry.th32ProcessID);
         const std::filesystem::path image = process ? ImageOf(process.get()) : L"";
         if (!image.empty()) {
@@ -181,6 +203,21 @@ std::uint32_t FindChild(const std::vector<RunningProcess>& running, std::uint32_
     return parentId == 0 || child == running.end() ? 0 : child->id;
 }
 
+std::uint32_t FindNewChild(std::uint32_t parentId) {
+    const std::vector<PROCESSENTRY32W> entries = ListEntries();
+    const auto child = std::ranges::find(entries, parentId, &PROCESSENTRY32W::th32ParentProcessID);
+    return parentId == 0 || child == entries.end() ? 0 : child->th32ProcessID;
+}
+
+bool IsHeldUp(std::uint32_t processId) {
+    const std::vector<std::uint32_t> threadIds = ListThreads(processId);
+    return !threadIds.empty() && std::ranges::all_of(threadIds, [](std::uint32_t threadId) {
+        const UniqueHandle thread = SuspendListedThread(threadId);
+        // The count before it is lowered again: 1 is from the line above.
+        return thread && ResumeThread(thread.get()) > 1;
+    });
+}
+
 UniqueHandle OpenRunningProcess(std::uint32_t processId) {
     return OwnHandle(OpenProcess(kFullUse, FALSE, processId));
 }
@@ -202,12 +239,8 @@ double TimeUntilEnd(std::uint64_t systemTime, HANDLE process) {
 
 void EndProcessesBelow(const std::filesystem::path& directory) {
     std::set<std::uint32_t> ended;
-    // A process comes after the one that started it.
-    for (const RunningProcess& running : ListRunningProcesses()) {
-        if (IsBelow(running.image, directory) || ended.contains(running.parentId)) {
-            ended.insert(running.id);
-            EndProcess(running.id);
-        }
+    // Until its own end each of them may start another.
+    while (EndListedProcessesBelow(directory, ended)) {
     }
 }
 
@@ -225,6 +258,16 @@ ProcessPause::ProcessPause(std::uint32_t processId) {
     });
     if (threads.empty()) {
         throw std::runtime_error("There is no process to hold up");
+    }
+}
+
+void LetRunFor(std::chrono::milliseconds time, const ProcessPause& pause) {
+    for (const auto& [id, thread] : pause.threads) {
+        ResumeThread(thread.get());
+    }
+    Sleep(static_cast<DWORD>(time.count()));
+    for (const auto& [id, thread] : pause.threads) {
+        SuspendThread(thread.get());
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -31,6 +32,14 @@ std::vector<RunningProcess> ListProcessesOf(const std::filesystem::path& executa
 /// whose children run on.
 std::uint32_t FindChild(const std::vector<RunningProcess>& running, std::uint32_t parentId,
                         const std::filesystem::path& directory);
+
+/// Returns the id of a process that this one has started, even of one that cannot be inspected yet,
+/// or 0 if there is none.
+std::uint32_t FindNewChild(std::uint32_t parentId);
+
+/// Whether none of the process's threads can run. Whoever starts a process lets it run at last;
+/// ended before that, they leave one that never begins.
+bool IsHeldUp(std::uint32_t processId);
 
 /// Opens a process for waiting, queries and its end. Null if it cannot be opened.
 UniqueHandle OpenRunningProcess(std::uint32_t processId);
@@ -71,5 +80,8 @@ struct ProcessPause {
     /// By their ids.
     std::map<std::uint32_t, std::unique_ptr<void, ThreadResumer>> threads;
 };
+
+/// Lets the threads that are held up run for so long.
+void LetRunFor(std::chrono::milliseconds time, const ProcessPause& pause);
 
 }  // namespace updater

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
 #include <set>
 
@@ -34,8 +35,11 @@ void ExpectWholeStatusFile(const DrivenUpdate& update, const Kill& kill) {
 
 void AwaitOrphanedSetup(const UpdateScene& scene) {
     for (const std::filesystem::path& staging : scene.NewStagingDirectories()) {
-        AwaitCondition("the orphaned setup program's end",
-                       [&] { return ListProcessesOf(staging / L"installer.exe").empty(); });
+        AwaitCondition("the orphaned setup program's end", [&] {
+            return std::ranges::all_of(
+                ListProcessesOf(staging / L"installer.exe"),
+                [](const RunningProcess& setup) { return IsHeldUp(setup.id); });
+        });
     }
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 
@@ -52,6 +54,50 @@ TEST_F(OrphanedSetup, RunsOnThoughNoUpdateRuns) {
     AwaitEnd(setup.get(), "the setup program's end");
     ExpectRecovery(*this);
     ExpectNextUpdateSucceeds(*this);
+}
+
+// A process that has not come to life yet may end with the one that starts it.
+constexpr int kAttempts = 10;
+
+struct UnbegunSetup : KilledUpdate {
+    /// From when it waits for the application's end the worker runs for a millisecond at a time,
+    /// far less than a process takes to come to life. So when its first child is there, that child
+    /// has not been let run.
+    bool CatchWorkerStartingSetup() {
+        if (!pause && HasRecord(update, "ready")) {
+            pause.emplace(GetProcessId(update.worker.get()));
+        }
+        if (pause) {
+            LetRunFor(std::chrono::milliseconds(1), *pause);
+            setupId = FindNewChild(GetProcessId(update.worker.get()));
+        }
+        return IsHeldUp(setupId);
+    }
+
+    std::uint32_t setupId = 0;
+    std::optional<ProcessPause> pause;
+};
+
+bool ExpectUnbegunSetupInNobodysWay() {
+    UnbegunSetup killed;
+    const bool inTime = killed.Happens(Victim::Worker, [&killed](const DrivenUpdate&) {
+        return killed.CatchWorkerStartingSetup();
+    });
+    if (!inTime || !IsHeldUp(killed.setupId)) {
+        return false;
+    }
+    killed.ExpectUnharmedMachine();
+    EXPECT_TRUE(IsHeldUp(killed.setupId));
+    return true;
+}
+
+// A worker that is ended while it starts the setup program cannot let it run any more. What is left
+// stays until the computer is started again.
+TEST(OrphanedSetupThatNeverBegins, IsInNobodysWay) {
+    int attempts = 1;
+    while (!ExpectUnbegunSetupInNobodysWay()) {
+        ASSERT_LT(attempts++, kAttempts);
+    }
 }
 
 }  // namespace

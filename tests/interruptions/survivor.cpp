@@ -165,14 +165,19 @@ void ExpectEnd(const UpdateScene& scene, DrivenUpdate& update, const Kill& kill)
 }
 
 // The broker starts the application whatever an orphaned setup program is doing to its files just
-// then, so it may fail to come up.
+// then, so it may fail to come up. A broker that was ended while it started the application may
+// have left one that never begins; it keeps its file open until somebody ends it.
 void CloseApplications(const DrivenUpdate& update) {
     for (const std::uint32_t processId : ListApplications(update.job.installDirectory)) {
         const Application running{OpenRunningProcess(processId), processId};
         if (running.process) {
             AwaitCondition("the application's window or end", [&] {
-                return HasEnded(running.process.get()) || !ListWindows(processId).empty();
+                return HasEnded(running.process.get()) || !ListWindows(processId).empty() ||
+                       IsHeldUp(processId);
             });
+            if (IsHeldUp(processId)) {
+                TerminateProcess(running.process.get(), kKillCode);
+            }
             CloseApplication(running);
         }
     }
