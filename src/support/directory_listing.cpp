@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "support/file_system_error.h"
@@ -23,8 +22,8 @@ struct SearchCloser {
 };
 using UniqueSearch = std::unique_ptr<void, SearchCloser>;
 
-// One directory being listed. `entry` is the entry that the search stands at; without a search the
-// listing is at its end.
+// One directory being listed, by its path in the directory that the visit began with. `entry` is
+// the entry that the search stands at; without a search the listing is at its end.
 struct Listing {
     std::filesystem::path relativePath;
     UniqueSearch search;
@@ -46,12 +45,17 @@ file_type TypeOf(const WIN32_FIND_DATAW& entry) {
                                                                     : file_type::regular;
 }
 
-void Advance(Listing& listing, const std::filesystem::path& directory, const char* operation) {
+std::filesystem::path FullPath(const std::filesystem::path& root,
+                               const std::filesystem::path& relativePath) {
+    return relativePath.empty() ? root : root / relativePath;
+}
+
+void Advance(Listing& listing, const std::filesystem::path& root, const char* operation) {
     do {
         if (FindNextFileW(listing.search.get(), &listing.entry) == 0) {
             const DWORD error = GetLastError();
             if (error != ERROR_NO_MORE_FILES) {
-                RaiseFileSystemError(operation, error, directory);
+                RaiseFileSystemError(operation, error, FullPath(root, listing.relativePath));
             }
             listing.search.reset();
             return;
@@ -59,13 +63,14 @@ void Advance(Listing& listing, const std::filesystem::path& directory, const cha
     } while (IsDotEntry(listing.entry));
 }
 
-Listing OpenListing(const std::filesystem::path& directory, std::filesystem::path relativePath,
+Listing OpenListing(const std::filesystem::path& root, const std::filesystem::path& relativePath,
                     const ListingOperations& operations) {
     // A pattern without a directory before it would list the current directory.
-    if (directory.empty()) {
-        RaiseFileSystemError(operations.open, ERROR_PATH_NOT_FOUND, directory);
+    if (root.empty()) {
+        RaiseFileSystemError(operations.open, ERROR_PATH_NOT_FOUND, root);
     }
-    Listing listing{std::move(relativePath), nullptr, {}};
+    Listing listing{relativePath, nullptr, {}};
+    const std::filesystem::path directory = FullPath(root, relativePath);
     HANDLE search = FindFirstFileExW((directory / L"*").c_str(), FindExInfoBasic, &listing.entry,
                                      FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
     if (search == INVALID_HANDLE_VALUE) {
@@ -73,7 +78,7 @@ Listing OpenListing(const std::filesystem::path& directory, std::filesystem::pat
     }
     listing.search.reset(search);
     if (IsDotEntry(listing.entry)) {
-        Advance(listing, directory, operations.advance);
+        Advance(listing, root, operations.advance);
     }
     return listing;
 }
@@ -97,7 +102,7 @@ void VisitTree(const std::filesystem::path& directory, const EntryVisitor& visit
         if (!open.back().search) {
             open.pop_back();
             if (!open.empty()) {
-                Advance(open.back(), directory / open.back().relativePath, operations.advance);
+                Advance(open.back(), directory, operations.advance);
             }
             continue;
         }
@@ -105,10 +110,10 @@ void VisitTree(const std::filesystem::path& directory, const EntryVisitor& visit
                                    TypeOf(open.back().entry)};
         visit(entry);
         if (entry.type == file_type::directory) {
-            open.push_back(OpenListing(directory / entry.relativePath, entry.relativePath,
+            open.push_back(OpenListing(directory, entry.relativePath,
                                        {operations.advance, operations.advance}));
         } else {
-            Advance(open.back(), directory / open.back().relativePath, operations.advance);
+            Advance(open.back(), directory, operations.advance);
         }
     }
 }
