@@ -70,8 +70,11 @@ function add_ratio(what, name, limit, inverse,    values, i) {
   add_row(what, values, count[name], "%.3f", limit, count[name] ? pair(name) : "")
 }
 
-function add_growth(what, larger, smaller, limit,    values, i) {
-  for (i = 1; i <= count[larger]; ++i) values[i] = number[larger, 1, i] / number[smaller, 1, i]
+# The smaller one may have been measured several times a round.
+function add_growth(what, larger, smaller, limit,    values, repeats, i) {
+  repeats = count[smaller] / count[larger]
+  for (i = 1; i <= count[larger]; ++i)
+    values[i] = number[larger, 1, i] / number[smaller, 1, (i - 1) * repeats + 1]
   add_row(what, values, count[larger], "%.3f", limit,
           seconds(median_of(larger, 1)) " against " seconds(median_of(smaller, 1)))
 }
