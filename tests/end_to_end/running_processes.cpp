@@ -108,20 +108,6 @@ void EndProcess(std::uint32_t processId) {
     }
 }
 
-// A process comes after the one that started it. Returns whether there was one to end.
-bool EndListedProcessesBelow(const std::filesystem::path& directory,
-                             std::set<std::uint32_t>& ended) {
-    bool found = false;
-    for (const RunningProcess& running : ListRunningProcesses()) {
-        if (IsBelow(running.image, directory) || ended.contains(running.parentId)) {
-            ended.insert(running.id);
-            EndProcess(running.id);
-            found = true;
-        }
-    }
-    return found;
-}
-
 std::vector<std::uint32_t> ListThreads(std::uint32_t processId) {
     const UniqueHandle snapshot = TakeSnapshot(TH32CS_SNAPTHREAD);
     std::vector<std::uint32_t> threadIds;
@@ -203,10 +189,19 @@ std::uint32_t FindChild(const std::vector<RunningProcess>& running, std::uint32_
     return parentId == 0 || child == running.end() ? 0 : child->id;
 }
 
-std::uint32_t FindNewChild(std::uint32_t parentId) {
-    const std::vector<PROCESSENTRY32W> entries = ListEntries();
-    const auto child = std::ranges::find(entries, parentId, &PROCESSENTRY32W::th32ParentProcessID);
-    return parentId == 0 || child == entries.end() ? 0 : child->th32ProcessID;
+std::uint32_t FindNewChild(HANDLE parent) {
+    const std::uint32_t parentId = GetProcessId(parent);
+    const std::uint64_t begin = LifeOf(parent).begin;
+    for (const PROCESSENTRY32W& entry : ListEntries()) {
+        if (entry.th32ParentProcessID == parentId) {
+            const UniqueHandle child = OpenRunningProcess(entry.th32ProcessID);
+            // The id may have been an earlier process's, whose children run on.
+            if (child && LifeOf(child.get()).begin >= begin) {
+                return entry.th32ProcessID;
+            }
+        }
+    }
+    return 0;
 }
 
 bool IsHeldUp(std::uint32_t processId) {
@@ -239,8 +234,12 @@ double TimeUntilEnd(std::uint64_t systemTime, HANDLE process) {
 
 void EndProcessesBelow(const std::filesystem::path& directory) {
     std::set<std::uint32_t> ended;
-    // Until its own end each of them may start another.
-    while (EndListedProcessesBelow(directory, ended)) {
+    // A process comes after the one that started it.
+    for (const RunningProcess& running : ListRunningProcesses()) {
+        if (IsBelow(running.image, directory) || ended.contains(running.parentId)) {
+            ended.insert(running.id);
+            EndProcess(running.id);
+        }
     }
 }
 

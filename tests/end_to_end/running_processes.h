@@ -33,9 +33,9 @@ std::vector<RunningProcess> ListProcessesOf(const std::filesystem::path& executa
 std::uint32_t FindChild(const std::vector<RunningProcess>& running, std::uint32_t parentId,
                         const std::filesystem::path& directory);
 
-/// Returns the id of a process that this one has started, even of one that cannot be inspected yet,
-/// or 0 if there is none.
-std::uint32_t FindNewChild(std::uint32_t parentId);
+/// Returns the id of a process that this one has started, even of one whose executable cannot be
+/// told yet, or 0 if there is none. Raises `std::system_error`.
+std::uint32_t FindNewChild(HANDLE parent);
 
 /// Whether none of the process's threads can run. Whoever starts a process lets it run at last;
 /// ended before that, they leave one that never begins.

@@ -69,7 +69,7 @@ struct UnbegunSetup : KilledUpdate {
         }
         if (pause) {
             LetRunFor(std::chrono::milliseconds(1), *pause);
-            setupId = FindNewChild(GetProcessId(update.worker.get()));
+            setupId = FindNewChild(update.worker.get());
         }
         return IsHeldUp(setupId);
     }
