@@ -179,6 +179,7 @@ function ratio_of(name,    values, i) {
 function fill(line) {
   gsub(/@bare-reading@/, ratio_of("digest-bare-reading"), line)
   gsub(/@against-bare-reading@/, ratio_of("digest-against-bare-reading"), line)
+  gsub(/@small-file@/, sprintf("%.2f", share * median_of("backup-files-4", 2) / 20), line)
   gsub(/@exit-floor@/, sprintf("%.1f ms", 1000 * median_of("commit", 2)), line)
   gsub(/@setup@/, sprintf("%.1f s", median_of("update-parts", 1)), line)
   gsub(/@prompt@/, sprintf("%.2f s", median_of("update-parts", 2)), line)
