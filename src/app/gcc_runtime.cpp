@@ -6,9 +6,9 @@
 #include "support/exit_code.h"
 #include "support/windows_api.h"
 
-// NOLINTBEGIN(bugprone-reserved-identifier): These names are reserved for the runtime, and what is
-// defined here is a part of it. By other names the linker would not put it in the place of the
-// runtime's own.
+// The linker takes a part from here instead of the runtime's own only if it has the runtime's name,
+// and such names are reserved.
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker finds these parts by the runtime's names
 
 extern "C" {
 
@@ -18,7 +18,7 @@ extern "C" {
 //
 // The compiler has every guarded function read a variable of this name. Its value is only known
 // when the process starts, so it can be neither local nor constant.
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): see above
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): GCC reads this very variable
 std::uintptr_t __stack_chk_guard = 0;
 
 __attribute__((constructor(101), no_stack_protector)) static void InitializeStackGuard() {
@@ -60,4 +60,4 @@ void __glibcxx_assert_fail(const char* /*file*/, int /*line*/, const char* /*fun
 
 }  // namespace std
 
-// NOLINTEND(bugprone-reserved-identifier): The runtime's names end here.
+// NOLINTEND(bugprone-reserved-identifier): nothing below has a name that the runtime prescribes

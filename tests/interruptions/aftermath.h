@@ -10,8 +10,8 @@ namespace updater {
 /// missing only if there was no record before the kill.
 void ExpectWholeStatusFile(const DrivenUpdate& update, const Kill& kill);
 
-/// Waits until no setup program works that has lost its worker. One that the worker, ended while it
-/// started it, has not let run never begins, and stays. Only for a worker that has ended.
+/// Waits until every setup program of the ended worker has ended, but for one that never begins
+/// because the worker could not let it run any more (see `IsHeldUp`): that one stays.
 void AwaitOrphanedSetup(const UpdateScene& scene);
 
 /// Expects that the setup program had not begun and the program is as it was, or that it can be put
