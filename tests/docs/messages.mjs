@@ -1,6 +1,7 @@
 // Every message that the updater raises or writes into the status file has an entry in the
 // troubleshooting page, and every entry there is a message of the source.
 
+import { inlineCode } from "./pages.mjs";
 import { argumentsAt, constantValues, readUpdaterSource } from "./source.mjs";
 
 const page = "docs/troubleshooting.md";
@@ -11,15 +12,19 @@ const variable = "\u0000";
 export function checkMessages(root, pages, report) {
   const source = readUpdaterSource(root);
   const raised = collectMessages(source, report);
-  const entries = entriesOf(pages.find(({ name }) => name === page), report);
+  const troubleshooting = pages.find(({ name }) => name === page);
+  const entries = entriesOf(troubleshooting, report);
+  checkExamples(troubleshooting, report);
   for (const [message, where] of raised) {
-    if (!entries.has(message)) {
+    const found = entries.filter(({ pattern }) => pattern.test(message));
+    if (found.length === 0) {
       report(where, `this message has no entry in ${page}: ${shown(message)}`);
     }
+    found.slice(1).forEach(({ line }) => report(`${page}:${line}`, `a second entry for ${shown(message)}`));
   }
-  for (const [message, line] of entries) {
-    if (!raised.has(message)) {
-      report(`${page}:${line}`, `no message of the source is like this: ${shown(message)}`);
+  for (const { heading, pattern, line } of entries) {
+    if (![...raised.keys()].some((message) => pattern.test(message))) {
+      report(`${page}:${line}`, `no message of the source is like this: "${heading}"`);
     }
   }
   return `${raised.size} messages of the source have their entries`;
@@ -29,29 +34,57 @@ function shown(message) {
   return `"${message.replaceAll(variable, "…")}"`;
 }
 
+// What a failed operation of the file system library reports, as GCC's library words it and as
+// Microsoft's does.
+function wordingsOf(operation, paths) {
+  const bracketed = paths.map((path) => ` [${path}]`).join("");
+  const quoted = paths.map((path) => `"${path}"`).join(", ");
+  return [`filesystem error: ${operation}: ${variable}${bracketed}`, `${operation}: ${variable}: ${quoted}`];
+}
+
+// A reader who has either library's message before him finds its wording on the page.
+function checkExamples(troubleshooting, report) {
+  for (const wording of wordingsOf("canonical", [variable])) {
+    const example = new RegExp(`^${escaped(wording).replaceAll(variable, ".+")}$`);
+    if (!inlineCode(troubleshooting).some(({ text }) => example.test(text))) {
+      report(page, `no example of a message that reads ${shown(wording)}`);
+    }
+  }
+}
+
 // A heading that is one text in backticks is an entry; words of capitals stand for what varies.
 function entriesOf({ lines }, report) {
-  const entries = new Map();
+  const entries = [];
   lines.forEach((line, index) => {
-    const heading = /^### `(.+)`$/.exec(line);
+    const heading = /^### `(.+)`$/.exec(line)?.[1];
     if (!heading) {
       return;
     }
-    const message = heading[1].replace(/\b(NUMBER|PATH|VERSION|MESSAGE|TEXT)\b/g, variable);
-    const where = `${page}:${index + 1}`;
-    if (entries.has(message)) {
-      report(where, `a second entry for ${shown(message)}`);
-    }
-    entries.set(message, index + 1);
+    entries.push({ heading, pattern: patternOf(heading), line: index + 1 });
     const end = lines.findIndex((other, at) => at > index && other.startsWith("#"));
     const text = lines.slice(index + 1, end < 0 ? lines.length : end);
     for (const part of ["Cause", "User", "Team"]) {
       if (!text.some((other) => other.startsWith(`- ${part}: `))) {
-        report(where, `the entry has no "- ${part}:"`);
+        report(`${page}:${index + 1}`, `the entry has no "- ${part}:"`);
       }
     }
   });
   return entries;
+}
+
+// The messages that an entry is for. An operation of the file system library is followed by the
+// system's text and one or two paths, worded as either library does.
+function patternOf(heading) {
+  const [, operation, paths] = /^(\S+): TEXT((?: PATH){1,2})$/.exec(heading) ?? [];
+  if (operation) {
+    const wordings = wordingsOf(operation, paths.trim().split(" ").fill(variable));
+    return new RegExp(`^(?:${wordings.map(escaped).join("|")})$`);
+  }
+  return new RegExp(`^${escaped(heading.replace(/\b(NUMBER|PATH|VERSION|MESSAGE)\b/g, variable))}$`);
+}
+
+function escaped(text) {
+  return text.replace(/[.*+?^${}()|[\]\\]/g, "\\$&");
 }
 
 function collectMessages(source, report) {
@@ -72,9 +105,9 @@ function collectMessages(source, report) {
         addThrown(file, index, add, source);
       } else if (token.text === "RaiseFileSystemError" && next === "(" && !isDeclared(file, index)) {
         const [operation, , , secondPath] = argumentsAt(file.tokens, index + 1);
-        const paths = secondPath ? " [\u0000] [\u0000]" : " [\u0000]";
+        const paths = secondPath ? [variable, variable] : [variable];
         const operations = textsOf(operation, file, index, source);
-        add(file, token, operations.map((name) => `filesystem error: ${name}: ${variable}${paths}`));
+        add(file, token, operations.flatMap((name) => wordingsOf(name, paths)));
       } else if (token.text === "WriteUpdateStatus" && next === "(" && !isDeclared(file, index)) {
         const message = argumentsAt(file.tokens, index + 1)[2];
         // What the outermost handler writes was raised somewhere else.
