@@ -10,6 +10,8 @@ if(MSVC)
   target_compile_options(project-options INTERFACE
     "$<$<COMPILE_LANGUAGE:CXX>:/W4;/WX;/utf-8;/permissive-;/EHsc>"
   )
+  # The library's own checks stay in the released program: a failed one ends the process.
+  target_compile_definitions(project-options INTERFACE _MSVC_STL_HARDENING=1)
   # Programs have their manifest in their resources; a second one would collide with it.
   target_link_options(project-options INTERFACE /MANIFEST:NO)
   set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")

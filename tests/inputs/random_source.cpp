@@ -1,22 +1,24 @@
 #include "inputs/random_source.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <iostream>
 #include <numeric>
+#include <optional>
 #include <string>
+
+#include "fixtures/scoped_variable.h"
 
 namespace updater {
 
 namespace {
 
-constexpr const char* kSeedVariable = "CORVELLAN_SEED";
+constexpr const wchar_t* kSeedVariable = L"CORVELLAN_SEED";
 constexpr std::uint64_t kDefaultSeed = 20240229;
 
 std::uint64_t ReadSeed() {
-    const char* const text = std::getenv(kSeedVariable);
-    const std::uint64_t seed = text == nullptr ? kDefaultSeed : std::stoull(text);
-    std::cout << kSeedVariable << '=' << seed << std::endl;
+    const std::optional<std::wstring> text = ReadVariable(kSeedVariable);
+    const std::uint64_t seed = text ? std::stoull(*text) : kDefaultSeed;
+    std::cout << "CORVELLAN_SEED=" << seed << std::endl;
     return seed;
 }
 

@@ -15,8 +15,10 @@
 #include <cstring>
 #include <functional>
 #include <initializer_list>
+#include <iterator>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "fixtures/expect_file_system_error.h"
@@ -196,12 +198,15 @@ TEST_F(EnsureNoOtherInstanceFailure, TheSnapshotIsOfAllProcessesInEntriesOfTheWi
 
 TEST_F(EnsureNoOtherInstanceFailure, TheFirstAndTheLastProcessCountToo) {
     const RunningProgram program(application);
-    PROCESSENTRY32W instance{};
-    instance.dwSize = sizeof(instance);
-    instance.th32ProcessID = program.processId;
-    std::wcscpy(instance.szExeFile, L"corvellan.exe");
-    PROCESSENTRY32W other = instance;
-    std::wcscpy(other.szExeFile, L"other.exe");
+    const auto entryOf = [&program](std::wstring_view name) {
+        PROCESSENTRY32W entry{};
+        entry.dwSize = sizeof(entry);
+        entry.th32ProcessID = program.processId;
+        name.copy(std::data(entry.szExeFile), std::size(entry.szExeFile) - 1);
+        return entry;
+    };
+    const PROCESSENTRY32W instance = entryOf(L"corvellan.exe");
+    const PROCESSENTRY32W other = entryOf(L"other.exe");
 
     for (const bool instanceFirst : {true, false}) {
         const ScopedReplacement<decltype(Process32FirstW)> first(

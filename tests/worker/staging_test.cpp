@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <cstdlib>
 #include <functional>
 #include <regex>
 
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
 #include "fixtures/raised_errors.h"
+#include "fixtures/scoped_variable.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_digest.h"
 #include "support/file_system.h"
@@ -34,7 +34,7 @@ TEST_F(StagingDirectory, LiesUnderTheMachinesDataFolderWithAFreshName) {
     const std::wregex form(LR"(CorvellanUpdate-\{[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\})");
     for (const std::filesystem::path& directory : {first, second}) {
         EXPECT_TRUE(std::regex_match(directory.filename().native(), form));
-        EXPECT_EQ(directory.parent_path().native(), _wgetenv(L"ProgramData"));
+        EXPECT_EQ(directory.parent_path().native(), ReadVariable(L"ProgramData"));
         EXPECT_TRUE(ReadTreeContent(directory).empty());
     }
     EXPECT_EQ(world.created, (std::vector{first, second}));
