@@ -1,0 +1,23 @@
+# The same target with clang, which takes the C++ library, the Windows headers and the linker of the
+# cross compiler.
+
+include("${CMAKE_CURRENT_LIST_DIR}/mingw-w64-x86_64.cmake")
+
+# clang looks for that compiler's library only under names without the thread model.
+execute_process(
+  COMMAND "${CMAKE_CXX_COMPILER}" -print-libgcc-file-name
+  OUTPUT_VARIABLE gcc_library OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY
+)
+cmake_path(GET gcc_library PARENT_PATH gcc_directory)
+set(cpp_library "${gcc_directory}/include/c++")
+
+set(CMAKE_CXX_COMPILER clang++)
+set(CMAKE_CXX_COMPILER_TARGET x86_64-w64-mingw32)
+set(CMAKE_CXX_FLAGS_INIT "-nostdinc++")
+foreach(directory IN ITEMS "${cpp_library}" "${cpp_library}/x86_64-w64-mingw32" "${cpp_library}/backward")
+  string(APPEND CMAKE_CXX_FLAGS_INIT " -isystem ${directory}")
+endforeach()
+# CMake would take LLVM's, which makes no import libraries for loading at the first call.
+set(CMAKE_DLLTOOL x86_64-w64-mingw32-dlltool)
+# The library has the posix thread model.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-L${gcc_directory} -pthread")
