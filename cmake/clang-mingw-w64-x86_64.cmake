@@ -13,11 +13,9 @@ set(cpp_library "${gcc_directory}/include/c++")
 
 set(CMAKE_CXX_COMPILER clang++)
 set(CMAKE_CXX_COMPILER_TARGET x86_64-w64-mingw32)
-set(CMAKE_CXX_FLAGS_INIT "-nostdinc++")
-foreach(directory IN ITEMS "${cpp_library}" "${cpp_library}/x86_64-w64-mingw32" "${cpp_library}/backward")
-  string(APPEND CMAKE_CXX_FLAGS_INIT " -isystem ${directory}")
-endforeach()
-# CMake would take LLVM's, which makes no import libraries for loading at the first call.
-set(CMAKE_DLLTOOL x86_64-w64-mingw32-dlltool)
+set(CMAKE_CXX_STANDARD_INCLUDE_DIRECTORIES
+  "${cpp_library}" "${cpp_library}/x86_64-w64-mingw32" "${cpp_library}/backward"
+)
+add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-nostdinc++>")
 # The library has the posix thread model.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-L${gcc_directory} -pthread")
