@@ -1,8 +1,8 @@
 #include "selftest/self_test.h"
 
-#include <fstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "snapshot/program_backup.h"
 #include "snapshot/program_restore.h"
@@ -11,6 +11,7 @@
 #include "support/exit_code.h"
 #include "support/file_digest.h"
 #include "support/file_system.h"
+#include "support/file_writing.h"
 #include "support/status_file.h"
 
 namespace updater {
@@ -18,9 +19,8 @@ namespace updater {
 namespace {
 
 // A write that fails is not noticed here; a later step then fails over the missing content.
-void WriteFixtureFile(const std::filesystem::path& file, const char* content) {
-    std::ofstream stream(file);
-    stream << content;
+void WriteFixtureFile(const std::filesystem::path& file, std::string_view content) {
+    static_cast<void>(OverwriteFile(file, content));
 }
 
 bool QuotingHolds() {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <filesystem>
-#include <fstream>
+#include <functional>
 #include <string>
 
 namespace updater {
@@ -11,14 +11,15 @@ namespace updater {
 // installation directory, a tab, and 64 lower-case hexadecimal digits. Lines end in a line feed,
 // before which one carriage return is accepted.
 
-/// Opens the installed inventory. Raises `std::runtime_error` "Installed program inventory is
-/// missing", or "Installed program inventory is empty" also when not even its beginning can be
-/// read.
-std::ifstream OpenInventory(const std::filesystem::path& installDirectory);
+/// Takes a line of the inventory, without its line feed.
+using InventoryLineVisitor = std::function<void(const std::string& line)>;
 
-/// Reads the next line, without its line feed, and returns whether there was one. Raises
-/// `std::runtime_error` with `kInvalidInventory` (inventory_entry.h) when reading fails midway.
-bool ReadInventoryLine(std::ifstream& inventory, std::string& line);
+/// Calls the visitor for each line of the installed inventory, in its order. Raises
+/// `std::runtime_error` "Installed program inventory is missing"; "Installed program inventory is
+/// empty", also when not even its beginning can be read; and `kInvalidInventory`
+/// (inventory_entry.h) when reading fails midway, after the lines that were read before.
+void VisitInventory(const std::filesystem::path& installDirectory,
+                    const InventoryLineVisitor& visit);
 
 /// Checks the file that one line of the inventory lists. Raises `std::runtime_error`: the messages
 /// of inventory_entry.h, "SHA256 verification failed" for a file that is missing or unreadable, and

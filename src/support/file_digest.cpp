@@ -2,11 +2,12 @@
 
 #include <array>
 #include <cstddef>
-#include <fstream>
 #include <memory>
 #include <optional>
+#include <span>
 #include <stdexcept>
 
+#include "support/file_reading.h"
 #include "support/windows_api.h"
 
 // After the Windows types that it needs.
@@ -16,7 +17,6 @@ namespace updater {
 
 namespace {
 
-constexpr std::size_t kChunkBytes = 65536;
 constexpr std::size_t kDigestBytes = 32;
 using Digest = std::array<unsigned char, kDigestBytes>;
 
@@ -47,22 +47,17 @@ UniqueHash CreateHash(BCRYPT_ALG_HANDLE provider) {
     return UniqueHash(status < 0 ? nullptr : hash);
 }
 
-bool HashStream(std::ifstream& stream, BCRYPT_HASH_HANDLE hash) {
-    // Not cleared: for a small file that would take longer than its digest.
-    char chunk[kChunkBytes];
-    bool hashed = stream.is_open();
-    while (hashed && stream.good()) {
-        stream.read(chunk, sizeof(chunk));
-        hashed = BCryptHashData(hash, reinterpret_cast<PUCHAR>(chunk),
-                                static_cast<ULONG>(stream.gcount()), 0) >= 0;
-    }
-    return hashed && !stream.bad();
+bool HashFile(const std::filesystem::path& path, BCRYPT_HASH_HANDLE hash) {
+    const UniqueHandle file = OpenFileToRead(path);
+    return file && VisitPortions(file.get(), [hash](std::span<char> portion) {
+               return BCryptHashData(hash, reinterpret_cast<PUCHAR>(portion.data()),
+                                     static_cast<ULONG>(portion.size()), 0) >= 0;
+           });
 }
 
 std::optional<Digest> DigestOfFile(const std::filesystem::path& file, BCRYPT_HASH_HANDLE hash) {
-    std::ifstream stream(file, std::ios::binary);
     Digest digest{};
-    if (!HashStream(stream, hash) ||
+    if (!HashFile(file, hash) ||
         BCryptFinishHash(hash, digest.data(), static_cast<ULONG>(digest.size()), 0) < 0) {
         return std::nullopt;
     }

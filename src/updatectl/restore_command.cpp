@@ -120,11 +120,8 @@ std::string FaultOfLine(const std::filesystem::path& backup, const std::string& 
 std::string BackupFaults(const std::filesystem::path& backup) {
     std::string faults;
     try {
-        std::ifstream inventory = OpenInventory(backup);
-        std::string line;
-        while (ReadInventoryLine(inventory, line)) {
-            faults += FaultOfLine(backup, line);
-        }
+        VisitInventory(backup,
+                       [&](const std::string& line) { faults += FaultOfLine(backup, line); });
     } catch (const std::exception& failure) {
         faults += std::string("\n  ") + failure.what();
     }

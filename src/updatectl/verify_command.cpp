@@ -112,11 +112,8 @@ Verification VerifyToTheEnd(const std::filesystem::path& directory) {
     Verification verification;
     ProgressLine progress("Checking the program");
     try {
-        std::ifstream inventory = OpenInventory(directory);
-        std::string line;
-        while (ReadInventoryLine(inventory, line)) {
-            CheckLine(directory, line, verification);
-        }
+        VisitInventory(directory,
+                       [&](const std::string& line) { CheckLine(directory, line, verification); });
     } catch (const std::exception& failure) {
         verification.differences.push_back({0, {}, failure.what(), {}});
     }

@@ -123,8 +123,8 @@ constexpr auto kBrokerRules = std::to_array<Rule>({
     {"GetExitCodeProcess", "", L"",
      Changes([](Outcome& outcome, const Fault&) { outcome[kEnd] = "exit code 1"; })},
 
-    {"_wfopen", "ReadStatusReport", L"", Changes(EmptyReport)},
-    {"read", "ReadStatusReport", L"", Changes(EmptyReport)},
+    {"CreateFileW", "ReadStatusReport", L"", Changes(EmptyReport)},
+    {"ReadFile", "ReadStatusReport", L"", Changes(EmptyReport)},
     {"MultiByteToWideChar", "ReadStatusReport", L"", Changes(EmptyReport), Turn::First},
     // The text then ends where the record should begin.
     {"MultiByteToWideChar", "ReadStatusReport", L"",
@@ -134,7 +134,7 @@ constexpr auto kBrokerRules = std::to_array<Rule>({
 });
 
 // The worker's record follows on the broker's.
-constexpr Rule kRecordIsReplaced = {"write", "WriteUpdateStatus", L"", kNothing};
+constexpr Rule kRecordIsReplaced = {"WriteFile", "WriteUpdateStatus", L"", kNothing};
 
 void SweepBroker(const char* name, const BrokerScene& scene, const BrokerCase& met,
                  const Outcome& undisturbed) {

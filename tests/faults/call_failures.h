@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -22,8 +21,7 @@ enum class FailureKind {
     WithoutProcess,
 };
 
-/// One way in which a function fails: what it returns, and the last error (or `errno`) that it
-/// sets.
+/// One way in which a function fails: what it returns, and the last error that it sets.
 struct CallFailure {
     std::string_view function;
     std::intptr_t result;
@@ -36,9 +34,9 @@ inline constexpr std::intptr_t kMinusOne = -1;
 inline constexpr std::intptr_t kStatusUnsuccessful = static_cast<std::int32_t>(0xC0000001U);
 inline constexpr std::intptr_t kHresultFailure = static_cast<std::int32_t>(0x80004005U);
 
-/// How each function fails that the updater, or a stream on its behalf, calls. A function that is
-/// called and stands neither here nor in `kWithoutFailure` does not compile. Several lines for one
-/// function are several faults of it.
+/// How each function fails that the updater calls. A function that is called and stands neither
+/// here nor in `kWithoutFailure` does not compile. Several lines for one function are several
+/// faults of it.
 inline constexpr auto kCallFailures = std::to_array<CallFailure>({
     {"BCryptCloseAlgorithmProvider", kStatusUnsuccessful, 0, FailureKind::ClosedButReported},
     {"BCryptCreateHash", kStatusUnsuccessful, 0},
@@ -81,6 +79,7 @@ inline constexpr auto kCallFailures = std::to_array<CallFailure>({
     {"Process32FirstW", kFalse, ERROR_NOT_ENOUGH_MEMORY},
     {"Process32NextW", kFalse, ERROR_NOT_ENOUGH_MEMORY},
     {"QueryFullProcessImageNameW", kFalse, ERROR_GEN_FAILURE},
+    {"ReadFile", kFalse, ERROR_CRC},
     {"RegCloseKey", ERROR_INVALID_HANDLE, 0, FailureKind::ClosedButReported},
     {"RegGetValueW", ERROR_ACCESS_DENIED, 0},
     {"RegOpenKeyExW", ERROR_ACCESS_DENIED, 0},
@@ -97,17 +96,7 @@ inline constexpr auto kCallFailures = std::to_array<CallFailure>({
     {"WaitForMultipleObjects", kMinusOne, ERROR_INVALID_HANDLE},
     {"WaitForSingleObject", kMinusOne, ERROR_INVALID_HANDLE},
     {"WideCharToMultiByte", kFalse, ERROR_INVALID_PARAMETER},
-    // The file calls of the library's streams.
-    {"_fstat64", kMinusOne, EIO},
-    {"_wfopen", kFalse, EACCES},
-    {"fclose", kMinusOne, EIO, FailureKind::ClosedButReported},
-    {"fdopen", kFalse, EMFILE},
-    {"fflush", kMinusOne, EIO},
-    {"fopen64", kFalse, EACCES},
-    {"lseek64", kMinusOne, EIO},
-    {"read", kMinusOne, EIO},
-    {"setvbuf", kMinusOne, EIO},
-    {"write", kMinusOne, ENOSPC},
+    {"WriteFile", kFalse, ERROR_DISK_FULL},
 });
 
 /// Functions that report no failure.
@@ -116,9 +105,7 @@ inline constexpr auto kWithoutFailure = std::to_array<std::string_view>({
     "GetCommandLineW",    // a pointer that the process always has
     "GetCurrentProcess",  // a constant
     "GetLastError",       // the error of another call
-    "_errno",             // the same, of the runtime library
     "_wcsicmp",           // compares in memory
-    "fileno",             // a field of an open stream
 });
 
 constexpr bool CanFail(std::string_view function) {

@@ -30,23 +30,23 @@ constexpr auto kGeneralRules = std::to_array<Rule>({
     {"FindClose", "", L"", kNothing},
     {"LocalFree", "", L"", kNothing},
     {"RegCloseKey", "", L"", kNothing},
-    {"fclose", "", L"", kNothing},
 
     {"BCryptOpenAlgorithmProvider", "", L"", Raises(kDigestUnavailable)},
     {"BCryptCreateHash", "", L"", Raises(kDigestUnavailable)},
     {"BCryptHashData", "", L"", Raises(kDigestFailed)},
     {"BCryptFinishHash", "", L"", Raises(kDigestFailed)},
-    {"_wfopen", "FileSha256Hex", L"", Raises(kDigestFailed)},
-    {"read", "FileSha256Hex", L"", Raises(kDigestFailed)},
+    {"CreateFileW", "FileSha256Hex", L"", Raises(kDigestFailed)},
+    {"ReadFile", "FileSha256Hex", L"", Raises(kDigestFailed)},
 
     // Nothing was read, or not all.
-    {"_wfopen", "VerifyInstalledProgram", L"", Raises("Installed program inventory is missing")},
-    {"read", "OpenInventory", L"", Raises("Installed program inventory is empty")},
-    {"read", "ReadInventoryLine", L"", Raises("Invalid program inventory")},
+    {"CreateFileW", "VisitInventory", L"", Raises("Installed program inventory is missing")},
+    {"ReadFile", "VisitInventory", L"", Raises("Installed program inventory is empty"),
+     Turn::First},
+    {"ReadFile", "VisitInventory", L"", Raises("Invalid program inventory")},
 
     // Without its temporary file there is nothing to move.
-    {"_wfopen", "WriteUpdateStatus", L"", Raises(kStatusUnwritable)},
-    {"write", "WriteUpdateStatus", L"", kEmptyRecord},
+    {"CreateFileW", "WriteUpdateStatus", L"", Raises(kStatusUnwritable)},
+    {"WriteFile", "WriteUpdateStatus", L"", kEmptyRecord},
     {"MoveFileExW", "", L"", Raises(kStatusUnwritable)},
 
     {"CreateFileW", "CanonicalPath", L"", RaisesFileSystem("canonical")},

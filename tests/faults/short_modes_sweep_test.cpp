@@ -62,11 +62,12 @@ Outcome RunInJobDirectory(const std::wstring& mode, const Watcher& watch) {
 
 // The writing of the installation is not checked; a later step finds what is missing.
 constexpr auto kSelfTestRules = std::to_array<Rule>({
-    {"_wfopen", "WriteFixtureFile", L"corvellan.exe", Raises("SHA256 verification failed"),
+    {"CreateFileW", "WriteFixtureFile", L"corvellan.exe", Raises("SHA256 verification failed"),
      Turn::First},
-    {"_wfopen", "WriteFixtureFile", L"account.db", Raises("Rollback fixture validation failed")},
-    {"_wfopen", "WriteFixtureFile", L"", kNothing},
-    {"write", "WriteFixtureFile", L"",
+    {"CreateFileW", "WriteFixtureFile", L"account.db",
+     Raises("Rollback fixture validation failed")},
+    {"CreateFileW", "WriteFixtureFile", L"", kNothing},
+    {"WriteFile", "WriteFixtureFile", L"",
      Changes([](Outcome& outcome, const Fault&) { outcome[kUserFile] = kAnything; })},
 });
 

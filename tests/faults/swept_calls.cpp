@@ -1,7 +1,7 @@
-// What stands between the updater and Windows in this test program. The updater's objects, and the
-// object of the C++ library that does its streams' file calls, are linked with the names of the
-// functions that they call changed, "CopyFileW" to "swept_CopyFileW", so that each call comes to a
-// function made here. The list of the functions is made from the objects themselves.
+// What stands between the updater and Windows in this test program. The updater's objects are
+// linked with the names of the functions that they call changed, "CopyFileW" to "swept_CopyFileW",
+// so that each call comes to a function made here. The list of the functions is made from the
+// objects themselves.
 
 #include "support/windows_api.h"
 
@@ -13,11 +13,6 @@
 #include <shlobj.h>
 #include <tlhelp32.h>
 
-#include <fcntl.h>
-#include <io.h>
-#include <sys/stat.h>
-
-#include <cstdio>
 #include <cwchar>
 #include <type_traits>
 
@@ -102,7 +97,6 @@ struct Swept<Callee, Result(Arguments...)> {
                 break;
         }
         SetLastError(failure.error);
-        errno = static_cast<int>(failure.error);
         return AsResult<Result>(failure.result);
     }
 };

@@ -8,6 +8,5 @@ REPLACE_IMPORTED(FindFirstFileExW, findFirstFileEx)
 REPLACE_IMPORTED(GetFileAttributesW, getFileAttributes)
 REPLACE_IMPORTED(GetFullPathNameW, getFullPathName)
 REPLACE_IMPORTED(SetFileAttributesW, setFileAttributes)
-REPLACE_IMPORTED(_wfopen, wfopen)
 
 }  // namespace updater::doubles

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cwchar>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -13,14 +12,13 @@ namespace updater {
 
 namespace doubles {
 
-// The further functions by which this program, or its run-time library, gets at a file by its name.
+// The further functions by which the updater gets at a file by its name.
 extern Replacement<decltype(CreateFileW)> createFile;
 extern Replacement<decltype(DeleteFileW)> deleteFile;
 extern Replacement<decltype(FindFirstFileExW)> findFirstFileEx;
 extern Replacement<decltype(GetFileAttributesW)> getFileAttributes;
 extern Replacement<decltype(GetFullPathNameW)> getFullPathName;
 extern Replacement<decltype(SetFileAttributesW)> setFileAttributes;
-extern Replacement<decltype(_wfopen)> wfopen;
 
 }  // namespace doubles
 
@@ -69,7 +67,6 @@ struct SourceAccess {
         Watch(doubles::setFileAttributes, "SetFileAttributesW", &SetFileAttributesW)};
     ScopedReplacement<decltype(GetFileVersionInfoSizeW)> readingVersion{Watch(
         doubles::getFileVersionInfoSize, "GetFileVersionInfoSizeW", &GetFileVersionInfoSizeW)};
-    ScopedReplacement<decltype(_wfopen)> openingStream{Watch(doubles::wfopen, "_wfopen", &_wfopen)};
 };
 
 }  // namespace updater

@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
-#include <io.h>
 
 #include <algorithm>
-#include <bit>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -28,8 +25,7 @@
 
 namespace updater {
 
-// Every file that a stream opens, and every file that is hashed, goes through these.
-REPLACE_IMPORTED(_wfopen, wfopen)
+// Every file that is opened, and every file that is hashed, goes through these.
 REPLACE_IMPORTED(CreateFileW, createFile)
 Replacement<decltype(FileSha256Hex)> fileSha256Hex;
 
@@ -75,15 +71,7 @@ std::wstring PathOfHandle(HANDLE file) {
 /// While it is in scope, records which files are opened and hashed; the calls do their work.
 struct FileAccesses {
     FileAccesses()
-        : open(wfopen,
-               [this](const wchar_t* path, const wchar_t* mode) {
-                   FILE* const file = _wfopen(path, mode);
-                   Record(path, file == nullptr
-                                    ? INVALID_HANDLE_VALUE
-                                    : std::bit_cast<HANDLE>(_get_osfhandle(_fileno(file))));
-                   return file;
-               }),
-          create(createFile,
+        : create(createFile,
                  [this](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                         DWORD disposition, DWORD flags, HANDLE model) {
                      HANDLE file =
@@ -102,7 +90,6 @@ struct FileAccesses {
 
     std::vector<OpenedFile> opened;
     std::vector<HashedFile> hashed;
-    ScopedReplacement<decltype(_wfopen)> open;
     ScopedReplacement<decltype(CreateFileW)> create;
     ScopedReplacement<decltype(FileSha256Hex)> hash;
 };

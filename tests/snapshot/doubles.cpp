@@ -13,6 +13,7 @@ REPLACE_IMPORTED(FindNextFileW, findNextFile)
 REPLACE_IMPORTED(GetFileAttributesExW, getFileAttributesEx)
 REPLACE_IMPORTED(GetFileAttributesW, getFileAttributes)
 REPLACE_IMPORTED(GetFileInformationByHandleEx, getFileInformationByHandleEx)
+REPLACE_IMPORTED(ReadFile, readFile)
 
 Replacement<decltype(FileSha256Hex)> fileSha256Hex;
 

@@ -20,6 +20,7 @@ extern Replacement<decltype(FindNextFileW)> findNextFile;
 extern Replacement<decltype(GetFileAttributesExW)> getFileAttributesEx;
 extern Replacement<decltype(GetFileAttributesW)> getFileAttributes;
 extern Replacement<decltype(GetFileInformationByHandleEx)> getFileInformationByHandleEx;
+extern Replacement<decltype(ReadFile)> readFile;
 extern Replacement<decltype(FileSha256Hex)> fileSha256Hex;
 
 }  // namespace updater

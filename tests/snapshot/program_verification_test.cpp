@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
@@ -138,6 +139,40 @@ TEST_F(ProgramVerification, AcceptsACarriageReturnAfterTheDigest) {
     Install(L"corvellan.exe");
     ExpectAccepted("corvellan.exe\t" + kDigest + "\r\n");
     ExpectAccepted("corvellan.exe\t" + kDigest + "\r");
+}
+
+// The inventory is read in portions of 64 KiB.
+TEST_F(ProgramVerification, FindsTheLinesWhereverAPortionEnds) {
+    for (const std::string& ending : {"\n"s, "\r\n"s}) {
+        for (std::size_t firstLine = 65536 - 8; firstLine <= 65536 + 1; ++firstLine) {
+            SCOPED_TRACE(firstLine);
+            const std::string first(firstLine - ending.size(), 'x');
+            const std::string zero("b\0c", 3);
+            const std::string third(200000, 'z');
+            for (const std::string& end : {""s, ending}) {
+                WriteInventory(first + ending + zero + ending + third + end);
+                std::vector<std::string> lines;
+                VisitInventory(directory.path,
+                               [&lines](const std::string& line) { lines.push_back(line); });
+                const std::string carriageReturn = ending.substr(0, ending.size() - 1);
+                EXPECT_EQ(lines,
+                          (std::vector<std::string>{first + carriageReturn, zero + carriageReturn,
+                                                    third + (end.empty() ? "" : carriageReturn)}));
+            }
+        }
+    }
+}
+
+TEST_F(ProgramVerification, FindsNoLineBehindAPortionThatEndsWithALineFeed) {
+    for (const std::size_t size : {65536, 131072}) {
+        WriteInventory(std::string(size - 1, 'x') + '\n');
+        int lines = 0;
+        VisitInventory(directory.path, [&lines](const std::string&) { ++lines; });
+        EXPECT_EQ(lines, 1);
+        WriteInventory(std::string(size - 1, 'x') + "\n\n");
+        VisitInventory(directory.path, [&lines](const std::string&) { ++lines; });
+        EXPECT_EQ(lines, 3) << "a blank line is one";
+    }
 }
 
 TEST_F(ProgramVerification, RefusesAnUpperCaseDigest) {

@@ -1,5 +1,5 @@
-// The digest with a failing provider or disk: the system's hash functions and the runtime's read
-// are replaced at link time.
+// The digest with a failing provider or disk: the system's hash functions and its ReadFile are
+// replaced at link time.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,11 +9,11 @@
 // After the Windows types that it needs.
 #include <bcrypt.h>
 
-#include <cerrno>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "fixtures/damaged_file.h"
 #include "fixtures/file_content.h"
 #include "fixtures/open_handles.h"
 #include "fixtures/raised_errors.h"
@@ -24,6 +24,8 @@
 
 namespace updater {
 
+REPLACE_IMPORTED(ReadFile, readFile)
+
 namespace {
 
 Replacement<decltype(BCryptOpenAlgorithmProvider)> bcryptOpenAlgorithmProvider;
@@ -32,7 +34,6 @@ Replacement<decltype(BCryptHashData)> bcryptHashData;
 Replacement<decltype(BCryptFinishHash)> bcryptFinishHash;
 Replacement<decltype(BCryptDestroyHash)> bcryptDestroyHash;
 Replacement<decltype(BCryptCloseAlgorithmProvider)> bcryptCloseAlgorithmProvider;
-Replacement<int(int, void*, unsigned)> readFile;
 
 }  // namespace
 
@@ -44,7 +45,6 @@ extern decltype(BCryptHashData) __real_BCryptHashData;
 extern decltype(BCryptFinishHash) __real_BCryptFinishHash;
 extern decltype(BCryptDestroyHash) __real_BCryptDestroyHash;
 extern decltype(BCryptCloseAlgorithmProvider) __real_BCryptCloseAlgorithmProvider;
-extern int __real_read(int, void*, unsigned);
 
 NTSTATUS WINAPI __wrap_BCryptOpenAlgorithmProvider(BCRYPT_ALG_HANDLE* provider, LPCWSTR algorithm,
                                                    LPCWSTR implementation, ULONG flags) {
@@ -75,10 +75,6 @@ NTSTATUS WINAPI __wrap_BCryptDestroyHash(BCRYPT_HASH_HANDLE hash) {
 
 NTSTATUS WINAPI __wrap_BCryptCloseAlgorithmProvider(BCRYPT_ALG_HANDLE provider, ULONG flags) {
     return bcryptCloseAlgorithmProvider.Call(__real_BCryptCloseAlgorithmProvider, provider, flags);
-}
-
-int __wrap_read(int file, void* buffer, unsigned bytes) {
-    return readFile.Call(__real_read, file, buffer, bytes);
 }
 
 }  // extern "C"
@@ -299,19 +295,13 @@ TEST_F(FileSha256HexFailure, ADigestThatCannotBeFinishedIsNotReturned) {
 }
 
 TEST_F(FileSha256HexFailure, AReadThatFailsHardGivesNoDigestOfThePartBeforeIt) {
-    for (const int failingRead : {1, 3, 4}) {
+    // At the start, within the first chunk, after it, later, and where the end should be seen.
+    for (const int readable : {0, 8192, 65536, 131072, 199999, 200000}) {
+        SCOPED_TRACE(readable);
         const ObservedProvider provider;
-        int reads = 0;
-        const ScopedReplacement<int(int, void*, unsigned)> failingDisk(
-            readFile, [&](int opened, void* buffer, unsigned bytes) {
-                if (++reads == failingRead) {
-                    errno = EIO;
-                    return -1;
-                }
-                return __real_read(opened, buffer, bytes);
-            });
+        const DamagedFile damaged(readFile, L"file", readable);
         ExpectFailure("SHA256 verification failed");
-        EXPECT_EQ(reads, failingRead) << "nothing is read after the failure";
+        EXPECT_EQ(damaged.failures, 1) << "nothing is read after the failure";
         EXPECT_THAT(provider.calls, testing::Not(testing::Contains("finish")));
         EXPECT_EQ(provider.calls.back(), "close");
     }

@@ -1,11 +1,12 @@
-// The status file when the move into place or a read fails: both are replaced at link time.
+// The status file when the move into place, a read or a write fails: they are replaced at link
+// time.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <string>
 
+#include "fixtures/damaged_file.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/replacement.h"
@@ -16,28 +17,8 @@
 namespace updater {
 
 REPLACE_IMPORTED(MoveFileExW, moveFileEx)
-
-namespace {
-
-Replacement<int(int, const void*, unsigned)> writeFile;
-Replacement<int(int, void*, unsigned)> readFile;
-
-}  // namespace
-
-extern "C" {
-
-extern int __real_write(int, const void*, unsigned);
-extern int __real_read(int, void*, unsigned);
-
-int __wrap_write(int file, const void* buffer, unsigned bytes) {
-    return writeFile.Call(__real_write, file, buffer, bytes);
-}
-
-int __wrap_read(int file, void* buffer, unsigned bytes) {
-    return readFile.Call(__real_read, file, buffer, bytes);
-}
-
-}  // extern "C"
+REPLACE_IMPORTED(ReadFile, readFile)
+REPLACE_IMPORTED(WriteFile, writeFile)
 
 namespace {
 
@@ -77,10 +58,9 @@ TEST(WriteUpdateStatusFailure, AFailedMoveKeepsTheOldRecordAndTheTemporaryFile) 
 TEST(WriteUpdateStatusFailure, AFailedWriteShowsOnlyInWhatIsMovedIntoPlace) {
     const TemporaryDirectory job;
     {
-        const ScopedReplacement<int(int, const void*, unsigned)> fullDisk(
-            writeFile, [](int, const void*, unsigned) {
-                errno = ENOSPC;
-                return -1;
+        const ScopedReplacement<decltype(WriteFile)> fullDisk(
+            writeFile, [](HANDLE, LPCVOID, DWORD, LPDWORD, LPOVERLAPPED) {
+                return FailWith(ERROR_DISK_FULL);
             });
         EXPECT_NO_THROW(WriteUpdateStatus(job.path, kStateReady, "m", 0));
     }
@@ -90,19 +70,13 @@ TEST(WriteUpdateStatusFailure, AFailedWriteShowsOnlyInWhatIsMovedIntoPlace) {
 TEST(ReadStatusReportFailure, AReadThatFailsHardLeavesThePlaceEmpty) {
     const TemporaryDirectory job;
     const std::wstring emptyReport = ReadStatusReport(job.path);
-    WriteFileContent(job.path / kStatusFile, std::string(10000, 'x'));
-    for (const int failingRead : {1, 2}) {
-        int reads = 0;
-        const ScopedReplacement<int(int, void*, unsigned)> failingDisk(
-            readFile, [&](int file, void* buffer, unsigned bytes) {
-                if (++reads == failingRead) {
-                    errno = EIO;
-                    return -1;
-                }
-                return __real_read(file, buffer, bytes);
-            });
+    WriteFileContent(job.path / kStatusFile, std::string(70000, 'x'));
+    // At the start, within the first portion, after it, and where the end should be seen.
+    for (const int readable : {0, 8192, 65536, 70000}) {
+        SCOPED_TRACE(readable);
+        const DamagedFile damaged(readFile, kStatusFile, readable);
         EXPECT_EQ(ReadStatusReport(job.path), emptyReport);
-        EXPECT_EQ(reads, failingRead);
+        EXPECT_EQ(damaged.failures, 1);
     }
 }
 

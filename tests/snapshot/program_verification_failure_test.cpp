@@ -1,0 +1,87 @@
+// The verification on a damaged disk.
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <string>
+
+#include "fixtures/damaged_file.h"
+#include "fixtures/file_content.h"
+#include "fixtures/raised_errors.h"
+#include "fixtures/temporary_directory.h"
+#include "snapshot/doubles.h"
+#include "snapshot/program_verification.h"
+
+namespace updater {
+namespace {
+
+using ScopedDigest = ScopedReplacement<decltype(FileSha256Hex)>;
+
+constexpr char kEntry[] = "corvellan.exe\tthe digest\n";
+constexpr std::size_t kEntryBytes = sizeof(kEntry) - 1;
+constexpr std::size_t kEntries = 6000;
+
+// An installation whose inventory takes three portions to read, and lists the right digests.
+struct DamagedInstallation : testing::Test {
+    DamagedInstallation() {
+        std::string inventory;
+        for (std::size_t entry = 0; entry < kEntries; ++entry) {
+            inventory += kEntry;
+        }
+        WriteFileContent(directory.path / L"program-files.tsv", inventory);
+    }
+
+    void ExpectFailure(const std::string& message) const {
+        EXPECT_THAT([this] { VerifyInstalledProgram(directory.path); }, RaisesError(message));
+    }
+
+    TemporaryDirectory directory;
+    std::size_t checked = 0;
+    ScopedDigest digest{fileSha256Hex, [this](const std::filesystem::path&) {
+                            ++checked;
+                            return std::string("the digest");
+                        }};
+};
+
+TEST_F(DamagedInstallation, IsRefusedWhenNotEvenTheInventorysBeginningCanBeRead) {
+    const DamagedFile damaged(readFile, L"program-files.tsv", 0);
+    ExpectFailure("Installed program inventory is empty");
+    EXPECT_EQ(checked, 0U);
+}
+
+TEST_F(DamagedInstallation, IsRefusedAfterTheLinesThatCanBeRead) {
+    for (const std::size_t readable :
+         {std::size_t{1}, kEntryBytes - 1, kEntryBytes, std::size_t{8192}, std::size_t{65535},
+          std::size_t{65536}, std::size_t{65537}, 4000 * kEntryBytes, kEntries * kEntryBytes}) {
+        SCOPED_TRACE(readable);
+        checked = 0;
+        const DamagedFile damaged(readFile, L"program-files.tsv", static_cast<int>(readable));
+        ExpectFailure("Invalid program inventory");
+        EXPECT_EQ(checked, readable / kEntryBytes) << "no line that is read only in part";
+        EXPECT_EQ(damaged.failures, 1);
+    }
+}
+
+TEST_F(DamagedInstallation, IsRefusedForTheFirstLineThatFails) {
+    const ScopedDigest mismatch(fileSha256Hex, [this](const std::filesystem::path&) {
+        return std::string(++checked < 300 ? "the digest" : "another digest");
+    });
+    const DamagedFile damaged(readFile, L"program-files.tsv", 8192);
+    ExpectFailure("Installed program checksum mismatch: corvellan.exe");
+    EXPECT_EQ(checked, 300U);
+}
+
+TEST_F(DamagedInstallation, IsRefusedForAFileThatCanBeReadOnlyInPart) {
+    WriteFileContent(directory.path / L"corvellan.exe", std::string(100000, 'x'));
+    const std::string content = std::string(65536, 'x');
+    WriteFileContent(directory.path / L"beginning", content);
+    fileSha256Hex.Set(nullptr);
+    // Even when the part that can be read has the listed digest.
+    WriteFileContent(directory.path / L"program-files.tsv",
+                     "corvellan.exe\t" + FileSha256Hex(directory.path / L"beginning") + "\n");
+    const DamagedFile damaged(readFile, L"corvellan.exe", 65536);
+    ExpectFailure("SHA256 verification failed");
+}
+
+}  // namespace
+}  // namespace updater
