@@ -20,7 +20,7 @@ constexpr std::size_t kRoom = 16;
 // The compiler must not see that the writes go too far.
 volatile std::size_t length = 4 * kRoom;
 
-[[gnu::noinline]] int Overrun() {
+int Overrun() {
     volatile char text[kRoom] = {};
     for (std::size_t index = 0; index < length; ++index) {
         text[index] = 'x';
@@ -28,18 +28,22 @@ volatile std::size_t length = 4 * kRoom;
     return text[0];
 }
 
-[[gnu::noinline]] int ReadPastTheEnd() {
+int ReadPastTheEnd() {
     const std::vector<int> numbers(kRoom, 1);
     return numbers[length];
 }
+
+// Called through a variable, each is a function of its own with a guard of its own.
+int (*volatile run)() = nullptr;
 
 }  // namespace
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR commandLine, int) {
     updater::EndSilentlyOnUncaughtFailure();
     const std::wstring_view guard = commandLine;
-    if (guard == L"stack") {
-        return Overrun() == 0 ? 0 : 1;
+    if (guard != L"stack" && guard != L"library") {
+        return 2;
     }
-    return guard == L"library" ? ReadPastTheEnd() : 2;
+    run = guard == L"stack" ? Overrun : ReadPastTheEnd;
+    return run() == 0 ? 0 : 1;
 }
