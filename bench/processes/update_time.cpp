@@ -12,20 +12,18 @@
 //
 // "forget" removes what Windows knows about the installed application.
 
-#include <optional>
 #include <stdexcept>
 #include <string_view>
 
 #include "end_to_end/application.h"
 #include "end_to_end/installed_program.h"
 #include "end_to_end/running_processes.h"
-#include "end_to_end/update_run.h"
 #include "end_to_end/waiting.h"
+#include "end_to_end/whole_update.h"
 #include "fixtures/uninstall_entry.h"
 #include "program_main.h"
 #include "support/exit_code.h"
 #include "support/file_system.h"
-#include "support/status_file.h"
 #include "support/windows_api.h"
 
 namespace bench {
@@ -61,26 +59,6 @@ double SecondsOf(const Lifetime& lifetime) {
     return SecondsOf(lifetime.start, lifetime.end);
 }
 
-// The file is only looked at from outside: one that is open is in the way of the next record.
-std::optional<std::uint64_t> TimeOfRecord(const std::filesystem::path& statusFile,
-                                          std::uintmax_t size) {
-    WIN32_FILE_ATTRIBUTE_DATA data{};
-    if (GetFileAttributesExW(statusFile.c_str(), GetFileExInfoStandard, &data) == 0 ||
-        data.nFileSizeLow != size) {
-        return std::nullopt;
-    }
-    return TicksOf(data.ftLastWriteTime);
-}
-
-// The records' sizes tell them apart.
-std::uintmax_t SizeOfReadyRecord(const std::filesystem::path& workspace) {
-    updater::CreateDirectories(workspace);
-    updater::WriteUpdateStatus(workspace, updater::kStateReady,
-                               "Authorized helper is waiting for application exit",
-                               updater::kExitSucceeded);
-    return updater::FileSize(workspace / L"status.json");
-}
-
 updater::UniqueHandle AwaitSetupProgram() {
     updater::UniqueHandle process;
     updater::AwaitCondition("the setup program", [&] {
@@ -95,67 +73,47 @@ updater::UniqueHandle AwaitSetupProgram() {
     return process;
 }
 
-struct MeasuredUpdate {
-    updater::UniqueHandle broker;
-    updater::UniqueHandle promptStandIn;
-    updater::UniqueHandle worker;
+struct MeasuredUpdate : updater::WholeUpdate {
     updater::UniqueHandle setup;
-    updater::UniqueHandle application;
-    std::uint64_t ready = 0;
+    std::uint64_t readyTime = 0;
 };
 
-updater::UpdateRun Begin(const updater::UpdateJob& job, std::uint32_t applicationId) {
-    updater::UpdateRun run = updater::StartUpdate(job, updater::UpdateOptions(job, applicationId));
-    run.records.reset();
-    updater::AwaitPrompt(run);
-    SetEvent(run.answered.get());
-    return run;
-}
-
-MeasuredUpdate CarryOut(const updater::UpdateJob& job, std::uintmax_t readySize) {
-    updater::Application application = updater::StartApplication(job.installDirectory);
-    updater::UpdateRun run = Begin(job, application.id);
-    MeasuredUpdate update;
-    update.broker = updater::OpenRunningProcess(run.brokerId);
-    updater::AwaitCondition("the record \"ready\"", [&] {
-        const auto ready = TimeOfRecord(job.jobDirectory / L"status.json", readySize);
-        update.ready = ready.value_or(0);
-        return ready.has_value();
-    });
-    update.worker = updater::OpenWorker(run);
-    updater::CloseApplication(application);
+void CarryOut(MeasuredUpdate& update) {
+    update.BeginUpdate();
+    update.readyTime = updater::MarkOfLastRecord(update.job.jobDirectory).value().written;
+    update.AwaitWorker();
+    updater::CloseApplication(update.application);
     update.setup = AwaitSetupProgram();
-    const std::uint32_t exitCode = updater::AwaitBroker(run);
+    const std::uint32_t exitCode = update.AwaitBroker();
     if (exitCode != updater::kExitSucceeded) {
         throw std::runtime_error("The update ended with " + std::to_string(exitCode));
     }
-    update.application = std::move(application.process);
-    update.promptStandIn = std::move(run.helper);
-    return update;
 }
 
 void Print(const MeasuredUpdate& update) {
     const Lifetime worker = LifetimeOf(update.worker);
-    const Lifetime standIn = LifetimeOf(update.promptStandIn);
+    const Lifetime standIn = LifetimeOf(update.helper);
     const double whole = SecondsOf(LifetimeOf(update.broker));
     const double setup = SecondsOf(LifetimeOf(update.setup));
     const double prompt =
         SecondsOf(standIn.start, worker.start) + SecondsOf(worker.end, standIn.end);
-    const double application = SecondsOf(update.ready, LifetimeOf(update.application).end);
+    const double application =
+        SecondsOf(update.readyTime, LifetimeOf(update.application.process).end);
     PrintNumbers({whole - setup - prompt - application, setup, prompt, application});
 }
 
 void Update(std::span<wchar_t*> arguments) {
     const std::filesystem::path installDirectory = arguments[2];
     const std::filesystem::path workspace = arguments[3];
-    updater::UpdateJob job;
-    job.updater = updater::PlaceUpdater(workspace / L"updater");
-    job.installDirectory = installDirectory;
-    job.jobDirectory = workspace / L"job";
-    job.setup = arguments[1];
-    job.version = L"2.0.0.0";
-    updater::CreateDirectories(job.jobDirectory);
-    Print(CarryOut(job, SizeOfReadyRecord(workspace)));
+    MeasuredUpdate update;
+    update.job.updater = updater::PlaceUpdater(workspace / L"updater");
+    update.job.installDirectory = installDirectory;
+    update.job.jobDirectory = workspace / L"job";
+    update.job.setup = arguments[1];
+    update.job.version = L"2.0.0.0";
+    updater::CreateDirectories(update.job.jobDirectory);
+    CarryOut(update);
+    Print(update);
     updater::EndProcessesBelow(installDirectory);
 }
 

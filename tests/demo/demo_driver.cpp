@@ -11,10 +11,10 @@
 #include "end_to_end/application.h"
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/error_box.h"
-#include "end_to_end/host_update.h"
 #include "end_to_end/installed_program.h"
 #include "end_to_end/running_processes.h"
 #include "end_to_end/staging_directories.h"
+#include "end_to_end/whole_update.h"
 #include "fixtures/uninstall_entry.h"
 #include "fixtures/updater_box.h"
 #include "support/file_system.h"
@@ -86,18 +86,23 @@ void InstallVersion1(const Stage& stage) {
     Tell("          the user adds " + std::to_string(UserData().size()) + " files of their own");
 }
 
-// The prompt for administrator rights is granted.
-HostUpdate RequestUpdate(const Stage& stage) {
-    HostUpdate update = StartHostUpdate(stage.installDirectory, stage.feedDirectory, TellRecord);
-    AnswerPromptStepByStep(update.run);
-    return update;
+// The application is asked for the update, and the prompt for administrator rights is granted.
+void BeginUpdate(WholeUpdate& update, const Stage& stage) {
+    update.job.installDirectory = stage.installDirectory;
+    update.onRecord = TellRecord;
+    RequestUpdate(update, stage.feedDirectory);
+    update.AnswerPromptStepByStep();
+    update.AwaitRecord("installing");
+    update.NoteRecord();
 }
 
 void UpdateToVersion2(const Stage& stage) {
     Tell("\n2. The application is asked to update itself to version 2.0.0.0");
-    OfferUpdate(stage.feedDirectory, SetupProgram(L"v2"), "2.0.0.0");
-    const HostUpdate update = RequestUpdate(stage);
-    const std::uint32_t exitCode = AwaitBroker(update.run);
+    OfferInFeed(stage.feedDirectory, SetupProgram(L"v2"), "2.0.0.0");
+    WholeUpdate update;
+    BeginUpdate(update, stage);
+    const std::uint32_t exitCode = update.AwaitBroker();
+    update.NoteRecord();
     TellCheck(exitCode == 0, "the updater ends with exit code " + std::to_string(exitCode));
     TellNoDifferences(FindInventoryDifferences(stage.installDirectory),
                       "every file is as the version's inventory says");
@@ -106,8 +111,9 @@ void UpdateToVersion2(const Stage& stage) {
     CheckRestart(stage, "2.0.0.0");
 }
 
-void TellErrorBox(const HostUpdate& update) {
-    const MessageWindow box = AwaitMessageBox(update.run.brokerId);
+void TellErrorBox(WholeUpdate& update) {
+    const MessageWindow box = AwaitErrorBox(update);
+    update.NoteRecord();
     Tell("          an error box appears, " + Quoted(box.title) + ':');
     std::string line = "          | ";
     for (const char character : WideToUtf8(box.text)) {
@@ -119,18 +125,20 @@ void TellErrorBox(const HostUpdate& update) {
         }
     }
     Tell(line);
-    TellCheck(box.title == kUpdaterBoxTitle && box.text == ReadStatusReport(update.jobDirectory),
-              "it shows the record of the failure");
+    TellCheck(
+        box.title == kUpdaterBoxTitle && box.text == ReadStatusReport(update.job.jobDirectory),
+        "it shows the record of the failure");
     CloseMessageBox(box);
 }
 
 void RollVersion3Back(const Stage& stage) {
     Tell("\n3. It is asked to update itself to version 3.0.0.0, which was put together wrongly");
     const TreeContent before = ReadProgramFiles(stage.installDirectory);
-    OfferUpdate(stage.feedDirectory, SetupProgram(L"v3-broken"), "3.0.0.0");
-    const HostUpdate update = RequestUpdate(stage);
+    OfferInFeed(stage.feedDirectory, SetupProgram(L"v3-broken"), "3.0.0.0");
+    WholeUpdate update;
+    BeginUpdate(update, stage);
     TellErrorBox(update);
-    const std::uint32_t exitCode = AwaitBroker(update.run);
+    const std::uint32_t exitCode = update.AwaitBroker();
     TellCheck(exitCode == 1, "the updater ends with exit code " + std::to_string(exitCode));
     TellNoDifferences(FindDifferences(before, ReadProgramFiles(stage.installDirectory)),
                       "all " + std::to_string(before.size()) +

@@ -19,11 +19,10 @@ void Tell(const std::string& line) {
     std::cout << line << '\n' << std::flush;
 }
 
-void TellRecord(const CollectedRecord& record) {
+void TellRecord(const TimedRecord& record) {
     std::ostringstream line;
-    line << "  [" << std::fixed << std::setprecision(1) << std::setw(4)
-         << static_cast<double>(record.elapsed.count()) / 1000 << " s] " << std::left
-         << std::setw(12) << record.state << record.message;
+    line << "  [" << std::fixed << std::setprecision(1) << std::setw(4) << record.seconds << " s] "
+         << std::left << std::setw(12) << record.state << record.message;
     Tell(line.str());
 }
 

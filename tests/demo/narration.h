@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "end_to_end/record_collector.h"
+#include "end_to_end/whole_update.h"
 
 namespace updater {
 
@@ -11,7 +11,7 @@ namespace updater {
 void Tell(const std::string& line);
 
 /// Tells a status record with the time at which it came.
-void TellRecord(const CollectedRecord& record);
+void TellRecord(const TimedRecord& record);
 
 /// Tells whether something that the demonstration promises held, and counts it if not.
 void TellCheck(bool held, const std::string& promise);

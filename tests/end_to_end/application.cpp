@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 #include <utility>
 
 #include "end_to_end/running_processes.h"
 #include "end_to_end/waiting.h"
 #include "end_to_end/window_text.h"
 #include "support/application_identity.h"
+#include "support/process_utilities.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
 
@@ -35,8 +37,13 @@ std::optional<Session> ParseSession(const std::string& line) {
 }
 
 void AwaitWindow(const Application& application) {
-    AwaitCondition("the application's window",
-                   [&] { return !ListWindows(application.id).empty(); });
+    AwaitCondition("the application's window", [&] {
+        if (HasEnded(application.process.get())) {
+            throw std::runtime_error("The application ended without a window, with " +
+                                     std::to_string(AwaitExitCode(application.process.get())));
+        }
+        return !ListWindows(application.id).empty();
+    });
 }
 
 }  // namespace

@@ -5,6 +5,9 @@
 
 namespace updater {
 
+/// What the updater is called.
+inline constexpr wchar_t kUpdaterName[] = L"corvellan-updater.exe";
+
 /// The environment variable that names an updater to test in place of the one that this build made,
 /// for example one that has been signed.
 inline constexpr wchar_t kOtherUpdaterVariable[] = L"CORVELLAN_OTHER_UPDATER";

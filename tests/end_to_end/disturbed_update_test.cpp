@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <optional>
 #include <vector>
 
 #include "end_to_end/error_box.h"
 #include "end_to_end/running_processes.h"
+#include "end_to_end/setup_gate.h"
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "support/file_system.h"
@@ -21,42 +21,28 @@ struct DisturbedUpdate : UpdateTest {
     /// The update is one that has to be rolled back.
     void UpdateWith(const std::function<void()>& disturbance) {
         OfferSetup(L"v2-empty-inventory", L"2.0.0.0");
-        BeginUpdate();
-        const UniqueHandle worker = OpenWorker(run);
-        CloseApplication(application);
-        AwaitRecord(run, "installing");
-        staging = NewStagingDirectories().at(0);
-        AwaitCondition("the setup program's start", [&] { return HasSetupUnpackedItself(); });
+        const SetupGate gate(*this);
+        CarryOutUpdate();
+        AwaitWorker();
+        Await("the setup program at its gate", [&] { return gate.IsReached(); });
+        // All that it does now is wait for the setup program's end.
         const ProcessPause pause(GetProcessId(worker.get()));
-        // Otherwise the worker has perhaps not been held up in time.
-        ASSERT_FALSE(ListSetups().empty());
-        AwaitCondition("the setup program's end", [&] { return ListSetups().empty(); });
+        gate.Open();
+        Await("the setup program's end", [&] { return ListSetups(*this).empty(); });
+        staging = NewStagingDirectories().at(0);
         disturbance();
-    }
-
-    [[nodiscard]] std::vector<RunningProcess> ListSetups() const {
-        return ListProcessesOf(staging / L"installer.exe");
-    }
-
-    /// The setup program does its work in a second process, which it has unpacked.
-    [[nodiscard]] bool HasSetupUnpackedItself() const {
-        const std::vector<RunningProcess> setups = ListSetups();
-        const std::vector<RunningProcess> running = ListRunningProcesses();
-        return !setups.empty() &&
-               std::ranges::find(running, setups[0].id, &RunningProcess::parentId) != running.end();
     }
 
     std::filesystem::path staging;
 };
 
 TEST_F(DisturbedUpdate, IsNotRolledBackUnderARunningApplication) {
-    std::optional<Application> started;
-    UpdateWith([&] { started = StartApplication(job.installDirectory); });
+    std::optional<Application> opened;
+    UpdateWith([&] { opened = StartApplication(job.installDirectory); });
 
     ExpectErrorBox(
-        run, job.jobDirectory,
-        RecordText("failed", "Another application instance is running; close it first", 1));
-    EXPECT_FALSE(HasEnded(started->process.get()));
+        *this, RecordText("failed", "Another application instance is running; close it first", 1));
+    EXPECT_FALSE(HasEnded(opened->process.get()));
     EXPECT_EQ(RegisteredVersion(), L"2.0.0.0");
 }
 
@@ -67,7 +53,7 @@ TEST_F(DisturbedUpdate, SaysWhenTheRestoredProgramIsNotThePreviousOne) {
     });
 
     ExpectErrorBox(
-        run, job.jobDirectory,
+        *this,
         RecordText("failed", "Installed program inventory is empty; restore version mismatch", 1));
     EXPECT_EQ(RegisteredVersion(), L"1.0.0.0");
     ExpectRestart(job.installDirectory, "2.0.0.0");
@@ -76,8 +62,7 @@ TEST_F(DisturbedUpdate, SaysWhenTheRestoredProgramIsNotThePreviousOne) {
 TEST_F(DisturbedUpdate, IsNotRolledBackWithoutItsUninstallEntry) {
     UpdateWith([] { ReplaceUninstallEntry({}); });
 
-    ExpectErrorBox(run, job.jobDirectory,
-                   RecordText("failed", "Cannot restore registered version", 1));
+    ExpectErrorBox(*this, RecordText("failed", "Cannot restore registered version", 1));
     EXPECT_EQ(FindDifferences(programBefore, ReadProgramFiles(job.installDirectory)),
               std::vector<std::string>());
     EXPECT_EQ(RegisteredVersion(), L"");
@@ -86,9 +71,9 @@ TEST_F(DisturbedUpdate, IsNotRolledBackWithoutItsUninstallEntry) {
 TEST_F(DisturbedUpdate, IsNotRolledBackWithoutItsBackup) {
     UpdateWith([&] { RemoveFile(staging / L"backup" / L"engine.dll"); });
 
-    CloseMessageBox(AwaitMessageBox(run.brokerId));
-    EXPECT_EQ(AwaitBroker(run), 1U);
-    const std::optional<CollectedRecord> record = FindStatusRecord(job.jobDirectory);
+    CloseMessageBox(AwaitErrorBox(*this));
+    EXPECT_EQ(AwaitBroker(), 1U);
+    const std::optional<StatusRecord> record = FindLastRecord(job.jobDirectory);
     ASSERT_TRUE(record);
     EXPECT_EQ(record->state, "failed");
     EXPECT_NE(record->message.find("copy_file"), std::string::npos) << record->message;
@@ -96,17 +81,16 @@ TEST_F(DisturbedUpdate, IsNotRolledBackWithoutItsBackup) {
 }
 
 TEST_F(DisturbedUpdate, ReportsAnApplicationThatCannotBeStartedAgain) {
-    BeginUpdate();
-    CloseApplication(application);
-    AwaitRecord(run, "installing");
+    CarryOutUpdate();
+    AwaitRecord("installing");
     {
-        const ProcessPause pause(run.brokerId);
-        AwaitEnd(run.helper.get(), "the worker's end");
+        const ProcessPause pause(BrokerId());
+        AwaitEnd(helper.get(), "the worker's end");
         std::filesystem::rename(job.installDirectory / L"corvellan.exe",
                                 job.installDirectory / L"moved.exe");
     }
 
-    ExpectQuietEnd(run, job.jobDirectory, RecordText("failed", "Process launch failed: 2", 1), 1);
+    ExpectQuietEnd(*this, RecordText("failed", "Process launch failed: 2", 1), 1);
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 
+#include "end_to_end/whole_update.h"
 #include "support/windows_api.h"
 
 namespace updater {
@@ -13,8 +13,12 @@ struct MessageWindow {
     std::wstring text;
 };
 
-/// Waits for a process's message box and reads it. Raises `std::runtime_error` when none appears.
-MessageWindow AwaitMessageBox(std::uint32_t processId);
+/// Waits for the message box of a process and reads it. Raises `std::runtime_error` when the
+/// process ends without one.
+MessageWindow AwaitMessageBox(HANDLE process);
+
+/// The same for an update's broker, with all that is known of the update.
+MessageWindow AwaitErrorBox(WholeUpdate& update);
 
 /// Closes the box as a user does and waits until it is gone.
 void CloseMessageBox(const MessageWindow& box);

@@ -26,9 +26,9 @@ struct InterruptedUpdate : UpdateTest {
     void ExpectEndAtThePrompt(const wchar_t* consent, const std::string& recordText) {
         job.consent = consent;
         AskForUpdate();
-        AnswerPrompt(run);
+        AnswerPrompt();
 
-        ExpectQuietEnd(run, job.jobDirectory, recordText, 1);
+        ExpectQuietEnd(*this, recordText, 1);
         ExpectApplicationLeftAlone();
     }
 
@@ -55,10 +55,10 @@ TEST_P(CancelledUpdate, EndsTheBrokerWithoutARecordOfItsOwn) {
     BeginUpdate();
     PlaceMarker();
 
-    ExpectQuietEnd(run, job.jobDirectory, ReadyText(), 2);
+    ExpectQuietEnd(*this, ReadyText(), 2);
     ExpectApplicationLeftAlone();
     // It waits for a commit that will not come.
-    EXPECT_FALSE(HasEnded(run.helper.get()));
+    EXPECT_FALSE(HasEnded(helper.get()));
 }
 
 TEST_P(CancelledUpdate, IsCancelledEvenIfTheApplicationHasAlsoExited) {
@@ -68,9 +68,9 @@ TEST_P(CancelledUpdate, IsCancelledEvenIfTheApplicationHasAlsoExited) {
     AskForUpdate();
     PlaceMarker();
     CloseApplication(application);
-    SetEvent(run.answered.get());
+    SetEvent(answered.get());
 
-    ExpectQuietEnd(run, job.jobDirectory, ReadyText(), 2);
+    ExpectQuietEnd(*this, ReadyText(), 2);
     ExpectNothingChanged(*this);
     EXPECT_EQ(ListApplications(job.installDirectory), std::vector<std::uint32_t>());
 }
@@ -99,9 +99,10 @@ TEST_F(InterruptedUpdate, KeepsTheReportOfAWorkerThatWasNotElevated) {
 
 TEST_F(InterruptedUpdate, EndsWithAWorkerThatDiesWhileTheApplicationIsOpen) {
     BeginUpdate();
-    TerminateProcess(OpenWorker(run).get(), 7);
+    AwaitWorker();
+    TerminateProcess(worker.get(), 7);
 
-    ExpectQuietEnd(run, job.jobDirectory, ReadyText(), 1);
+    ExpectQuietEnd(*this, ReadyText(), 1);
     ExpectApplicationLeftAlone();
 }
 
@@ -111,33 +112,27 @@ TEST_F(InterruptedUpdate, StartsTheApplicationAgainWhenAnotherInstanceIsFoundOpe
     CloseApplication(application);
 
     ExpectErrorBox(
-        run, job.jobDirectory,
-        RecordText("failed", "Another application instance is running; close it first", 1));
+        *this, RecordText("failed", "Another application instance is running; close it first", 1));
     EXPECT_FALSE(HasEnded(second.process.get()));
     EXPECT_EQ(ListApplications(job.installDirectory).size(), 2U);
     ExpectNothingChanged(*this);
 }
 
 TEST_F(InterruptedUpdate, KeepsASecondUpdateFromInstallingAtTheSameTime) {
-    UpdateJob secondJob = job;
-    secondJob.installDirectory = InWorkspace(L"第二个 安装");
-    secondJob.jobDirectory = InWorkspace(L"第二个 任务");
-    secondJob.updater = PlaceUpdater(InWorkspace(L"第二个 更新程序"));
-    CreateDirectories(secondJob.jobDirectory);
-    CopyTree(job.installDirectory, secondJob.installDirectory);
+    WholeUpdate second(job);
+    second.job.installDirectory = InWorkspace(L"第二个 安装");
+    second.job.jobDirectory = InWorkspace(L"第二个 任务");
+    second.job.updater = PlaceUpdater(InWorkspace(L"第二个 更新程序"));
+    CreateDirectories(second.job.jobDirectory);
+    CopyTree(job.installDirectory, second.job.installDirectory);
     BeginUpdate();
 
-    const Application second = StartApplication(secondJob.installDirectory);
-    UpdateRun secondRun = StartUpdate(secondJob, UpdateOptions(secondJob, second.id));
-    AwaitPrompt(secondRun);
-    AnswerPrompt(secondRun);
+    second.BeginUpdate();
 
-    ExpectQuietEnd(secondRun, secondJob.jobDirectory,
-                   RecordText("failed", "Another update installation is running", 1), 1);
-    EXPECT_FALSE(HasEnded(second.process.get()));
+    ExpectQuietEnd(second, RecordText("failed", "Another update installation is running", 1), 1);
+    EXPECT_FALSE(HasEnded(second.application.process.get()));
     CloseApplication(application);
-    ExpectQuietEnd(run, job.jobDirectory, RecordText("succeeded", "Installed version 2.0.0.0", 0),
-                   0);
+    ExpectQuietEnd(*this, RecordText("succeeded", "Installed version 2.0.0.0", 0), 0);
 }
 
 // The broker commits only after the application's end, so here the test is the broker.
@@ -149,25 +144,22 @@ struct UpdateWithEarlyCommit : InterruptedUpdate {
         application = StartApplication(job.installDirectory);
         UpdaterArguments options = Options();
         options[kEventOption] = baseName;
-        worker = StartProgram({RealUpdater(), CommandLineOf(kWorkerFlag, options)});
-        AwaitCondition("the worker's readiness", [&] { return IsSignalledWithin(ready.get(), 0); });
+        worker = StartProgram({RealUpdater(), CommandLineOf(kWorkerFlag, options)}).process;
+        AwaitCondition("the worker's readiness or end",
+                       [&] { return IsSignalledWithin(ready.get(), 0) || HasEnded(worker.get()); });
     }
-
-    UniqueHandle ready;
-    UniqueHandle commit;
-    StartedProgram worker;
 };
 
 TEST_F(UpdateWithEarlyCommit, IsGivenUpTenSecondsLaterIfTheApplicationIsStillOpen) {
     StartWorker();
     EXPECT_EQ(NewStagingDirectories().size(), 1U);
-    const auto begin = std::chrono::steady_clock::now();
+    const auto committed = std::chrono::steady_clock::now();
     SetEvent(commit.get());
 
-    EXPECT_EQ(AwaitEnd(worker.process.get(), "the worker's end"), 2U);
+    EXPECT_EQ(AwaitEnd(worker.get(), "the worker's end"), 2U);
 
     // Later only because the machine has other things to do.
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(9900));
+    EXPECT_GE(std::chrono::steady_clock::now() - committed, std::chrono::milliseconds(9900));
     EXPECT_EQ(LastRecordText(job.jobDirectory),
               RecordText("cancelled", "Application remained open; installation cancelled", 0));
     EXPECT_EQ(NewStagingDirectories(), std::vector<std::filesystem::path>());
@@ -179,7 +171,7 @@ TEST_F(UpdateWithEarlyCommit, IsInstalledIfTheApplicationExitsInTime) {
     SetEvent(commit.get());
     CloseApplication(application);
 
-    EXPECT_EQ(AwaitEnd(worker.process.get(), "the worker's end"), 0U);
+    EXPECT_EQ(AwaitEnd(worker.get(), "the worker's end"), 0U);
 
     EXPECT_EQ(LastRecordText(job.jobDirectory),
               RecordText("succeeded", "Installed version 2.0.0.0", 0));

@@ -19,19 +19,19 @@ namespace {
 // stays open.
 struct RefusedUpdate : UpdateTest {
     void ExpectRefusal(const UpdaterArguments& options, const std::string& message) {
-        run = StartUpdate(job, options);
-        ExpectQuietEnd(run, job.jobDirectory, RecordText("failed", message, 1), 1);
+        StartBroker(options);
+        ExpectQuietEnd(*this, RecordText("failed", message, 1), 1);
         EXPECT_FALSE(WasAskedForRights());
     }
 
     void ExpectRefusalByWorker(const UpdaterArguments& options, const std::string& message) {
-        run = StartUpdate(job, options);
-        AwaitPrompt(run);
-        AnswerPrompt(run);
-        ExpectQuietEnd(run, job.jobDirectory, RecordText("failed", message, 1), 1);
+        StartBroker(options);
+        AwaitPrompt();
+        AnswerPrompt();
+        ExpectQuietEnd(*this, RecordText("failed", message, 1), 1);
     }
 
-    [[nodiscard]] bool WasAskedForRights() const { return IsSignalledWithin(run.asked.get(), 0); }
+    [[nodiscard]] bool WasAskedForRights() const { return IsSignalledWithin(asked.get(), 0); }
 
     void ExpectApplicationStillOpen() const {
         EXPECT_FALSE(HasEnded(application.process.get()));
@@ -41,10 +41,10 @@ struct RefusedUpdate : UpdateTest {
 
 TEST_F(RefusedUpdate, IsNotBegunByAnElevatedApplication) {
     application = StartApplication(job.installDirectory, StartToken::Own);
-    const StartedProgram broker =
+    const StartedProgram refused =
         StartProgram({RealUpdater(), CommandLineOf(kBrokerFlag, Options())});
 
-    EXPECT_EQ(AwaitEnd(broker.process.get(), "the broker's end"), 1U);
+    EXPECT_EQ(AwaitEnd(refused.process.get(), "the broker's end"), 1U);
     EXPECT_EQ(
         LastRecordText(job.jobDirectory),
         RecordText("failed",
@@ -67,8 +67,11 @@ TEST_F(RefusedUpdate, NeedsAnApplicationThatStillRuns) {
     CloseApplication(application);
     // An ended process can still be opened until the last handle to it is closed.
     application.process.reset();
-    AwaitCondition("the end of the application's process id",
-                   [&] { return OpenRunningProcess(application.id) == nullptr; });
+    AwaitCondition("the end of the application's process id", [&] {
+        const UniqueHandle process = OpenRunningProcess(application.id);
+        // One that runs is another process, which has been given the id since.
+        return !process || !HasEnded(process.get());
+    });
 
     ExpectRefusal(Options(), "Update parent does not match installation directory");
 }
@@ -86,11 +89,11 @@ TEST_F(RefusedUpdate, ToleratesNoSecondInstanceOfTheApplication) {
 TEST_F(RefusedUpdate, ToleratesNoSecondInstanceThatWasStartedDuringThePrompt) {
     AskForUpdate();
     const Application second = StartApplication(job.installDirectory);
-    AnswerPrompt(run);
+    AnswerPrompt();
 
     ExpectQuietEnd(
-        run, job.jobDirectory,
-        RecordText("failed", "Another application instance is running; close it first", 1), 1);
+        *this, RecordText("failed", "Another application instance is running; close it first", 1),
+        1);
     ExpectApplicationStillOpen();
     EXPECT_FALSE(HasEnded(second.process.get()));
     EXPECT_EQ(NewStagingDirectories(), std::vector<std::filesystem::path>());
@@ -157,12 +160,12 @@ TEST_F(RefusedUpdate, NamesAMissingSetupProgramByItsPath) {
     application = StartApplication(job.installDirectory);
     const UpdaterArguments options = Options();
     std::filesystem::remove(job.setup);
-    run = StartUpdate(job, options);
-    AwaitPrompt(run);
-    AnswerPrompt(run);
+    StartBroker(options);
+    AwaitPrompt();
+    AnswerPrompt();
 
-    EXPECT_EQ(AwaitBroker(run), 1U);
-    const std::optional<CollectedRecord> record = FindStatusRecord(job.jobDirectory);
+    EXPECT_EQ(AwaitBroker(), 1U);
+    const std::optional<StatusRecord> record = FindLastRecord(job.jobDirectory);
     ASSERT_TRUE(record);
     EXPECT_EQ(record->state, "failed");
     EXPECT_NE(record->message.find("copy_file"), std::string::npos) << record->message;
@@ -179,15 +182,15 @@ TEST_F(RefusedUpdate, ReportsAFailedStartOfTheWorker) {
     start.arguments = CommandLineOf(kBrokerFlag, Options());
     start.token = StartToken::Linked;
     start.state = StartState::Suspended;
-    const StartedProgram broker = StartProgram(start);
+    const StartedProgram unhelped = StartProgram(start);
     std::filesystem::rename(job.updater, InWorkspace(L"挪开 的更新程序.exe"));
     WriteFileContent(job.updater, "no program any more\n");
-    ResumeThread(broker.thread.get());
+    ResumeThread(unhelped.thread.get());
 
-    CloseMessageBox(AwaitMessageBox(broker.processId));
+    CloseMessageBox(AwaitMessageBox(unhelped.process.get()));
 
-    EXPECT_EQ(AwaitEnd(broker.process.get(), "the broker's end"), 1U);
-    const std::optional<CollectedRecord> record = FindStatusRecord(job.jobDirectory);
+    EXPECT_EQ(AwaitEnd(unhelped.process.get(), "the broker's end"), 1U);
+    const std::optional<StatusRecord> record = FindLastRecord(job.jobDirectory);
     ASSERT_TRUE(record);
     EXPECT_EQ(record->state, "failed");
     EXPECT_EQ(record->message, "Authorization failed");

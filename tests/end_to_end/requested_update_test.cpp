@@ -3,7 +3,6 @@
 #include <optional>
 
 #include "end_to_end/build_outputs.h"
-#include "end_to_end/host_update.h"
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "end_to_end/window_text.h"
@@ -16,10 +15,10 @@ namespace {
 
 // Updates that the application itself starts, from its own window.
 struct RequestedUpdate : UpdateTest {
-    HostUpdate Request(const wchar_t* setupName, const std::string& version) {
+    void Request(const wchar_t* setupName, const std::string& version) {
         const std::filesystem::path feed = InWorkspace(L"更新 源");
-        OfferUpdate(feed, SetupProgram(setupName), version);
-        return StartHostUpdate(job.installDirectory, feed);
+        OfferInFeed(feed, SetupProgram(setupName), version);
+        RequestUpdate(*this, feed);
     }
 
     [[nodiscard]] std::string OutcomeToldAtRestart() const {
@@ -32,20 +31,20 @@ struct RequestedUpdate : UpdateTest {
 };
 
 TEST_F(RequestedUpdate, EndsWithTheNewVersionTellingItsUser) {
-    HostUpdate update = Request(L"v2", "2.0.0.0");
-    AnswerPrompt(update.run);
+    Request(L"v2", "2.0.0.0");
+    AnswerPrompt();
 
-    EXPECT_EQ(AwaitBroker(update.run), 0U);
+    EXPECT_EQ(AwaitBroker(), 0U);
     EXPECT_EQ(FindInventoryDifferences(job.installDirectory), std::vector<std::string>());
     EXPECT_EQ(OutcomeToldAtRestart(), "Updated to 2.0.0.0");
 }
 
 TEST_F(RequestedUpdate, EndsWithThePreviousVersionTellingItsUserWhatFailed) {
-    HostUpdate update = Request(L"v2-empty-inventory", "2.0.0.0");
-    AnswerPrompt(update.run);
+    Request(L"v2-empty-inventory", "2.0.0.0");
+    AnswerPrompt();
 
     ExpectErrorBox(
-        update.run, update.jobDirectory,
+        *this,
         RecordText("failed", "Installed program inventory is empty; previous program restored", 1));
     EXPECT_EQ(OutcomeToldAtRestart(),
               "The update failed and the previous program is in place: Installed program inventory "
@@ -54,14 +53,13 @@ TEST_F(RequestedUpdate, EndsWithThePreviousVersionTellingItsUserWhatFailed) {
 }
 
 TEST_F(RequestedUpdate, LeavesTheApplicationOpenWhenItsUserCancelsDuringThePrompt) {
-    HostUpdate update = Request(L"v2", "2.0.0.0");
-    PressCancel(update.application);
-    AwaitCondition("the cancel marker",
-                   [&] { return PathExists(update.jobDirectory / L"cancel"); });
-    AnswerPrompt(update.run);
+    Request(L"v2", "2.0.0.0");
+    PressCancel(application);
+    AwaitCondition("the cancel marker", [&] { return PathExists(job.jobDirectory / L"cancel"); });
+    AnswerPrompt();
 
-    EXPECT_EQ(AwaitBroker(update.run), 2U);
-    const std::vector<HWND> windows = ListWindows(update.application.id);
+    EXPECT_EQ(AwaitBroker(), 2U);
+    const std::vector<HWND> windows = ListWindows(application.id);
     ASSERT_EQ(windows.size(), 1U);
     AwaitCondition("the application to tell its user",
                    [&] { return DialogText(windows[0]) == L"The update was cancelled"; });

@@ -16,12 +16,9 @@ constexpr char kRestored[] = "; previous program restored";
 // Updates that fail after the application has exited: it is started again, and its user is told.
 struct FailedUpdate : UpdateTest {
     void ExpectFailure(const std::string& message) {
-        BeginUpdate();
-        // The records may follow each other closely, and an open one is in the next one's way.
-        run.records.reset();
-        CloseApplication(application);
+        CarryOutUpdate();
 
-        ExpectErrorBox(run, job.jobDirectory, RecordText("failed", message, 1));
+        ExpectErrorBox(*this, RecordText("failed", message, 1));
         ExpectRestart(job.installDirectory, "1.0.0.0");
     }
 };

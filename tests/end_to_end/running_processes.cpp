@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <set>
 #include <stdexcept>
 #include <string_view>
 
@@ -108,6 +107,29 @@ void EndProcess(std::uint32_t processId) {
     }
 }
 
+// When each of them had started, by their ids.
+using EndedProcesses = std::map<std::uint32_t, std::uint64_t>;
+
+// The id may have been an earlier process's, whose children run on.
+bool IsChildOfOne(const RunningProcess& process, const EndedProcesses& ended) {
+    const auto parent = ended.find(process.parentId);
+    return parent != ended.end() && parent->second <= process.startTime;
+}
+
+// Returns whether there was one to end.
+bool EndListedProcessesBelow(const std::filesystem::path& directory, EndedProcesses& ended) {
+    bool found = false;
+    // A process comes after the one that started it.
+    for (const RunningProcess& running : ListRunningProcesses()) {
+        if (IsBelow(running.image, directory) || IsChildOfOne(running, ended)) {
+            ended[running.id] = running.startTime;
+            EndProcess(running.id);
+            found = true;
+        }
+    }
+    return found;
+}
+
 std::vector<std::uint32_t> ListThreads(std::uint32_t processId) {
     const UniqueHandle snapshot = TakeSnapshot(TH32CS_SNAPTHREAD);
     std::vector<std::uint32_t> threadIds;
@@ -138,6 +160,12 @@ UniqueHandle SuspendListedThread(std::uint32_t threadId) {
         RaiseLastError("Cannot hold up a process");
     }
     return thread;
+}
+
+bool CannotRun(std::uint32_t threadId) {
+    const UniqueHandle thread = SuspendListedThread(threadId);
+    // The count before it is lowered again: 1 is from the line above.
+    return thread && ResumeThread(thread.get()) > 1;
 }
 
 // Returns whether there was a thread that did not stand still yet.
@@ -206,11 +234,12 @@ std::uint32_t FindNewChild(HANDLE parent) {
 
 bool IsHeldUp(std::uint32_t processId) {
     const std::vector<std::uint32_t> threadIds = ListThreads(processId);
-    return !threadIds.empty() && std::ranges::all_of(threadIds, [](std::uint32_t threadId) {
-        const UniqueHandle thread = SuspendListedThread(threadId);
-        // The count before it is lowered again: 1 is from the line above.
-        return thread && ResumeThread(thread.get()) > 1;
-    });
+    return !threadIds.empty() && std::ranges::all_of(threadIds, CannotRun);
+}
+
+bool HasBegun(std::uint32_t processId) {
+    const std::vector<std::uint32_t> threadIds = ListThreads(processId);
+    return !threadIds.empty() && std::ranges::none_of(threadIds, CannotRun);
 }
 
 UniqueHandle OpenRunningProcess(std::uint32_t processId) {
@@ -233,13 +262,9 @@ double TimeUntilEnd(std::uint64_t systemTime, HANDLE process) {
 }
 
 void EndProcessesBelow(const std::filesystem::path& directory) {
-    std::set<std::uint32_t> ended;
-    // A process comes after the one that started it.
-    for (const RunningProcess& running : ListRunningProcesses()) {
-        if (IsBelow(running.image, directory) || ended.contains(running.parentId)) {
-            ended.insert(running.id);
-            EndProcess(running.id);
-        }
+    EndedProcesses ended;
+    // Until its own end each of them may start another.
+    while (EndListedProcessesBelow(directory, ended)) {
     }
 }
 

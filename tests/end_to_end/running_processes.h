@@ -41,6 +41,9 @@ std::uint32_t FindNewChild(HANDLE parent);
 /// ended before that, they leave one that never begins.
 bool IsHeldUp(std::uint32_t processId);
 
+/// Whether whoever started the process has let it run, and nobody holds it up.
+bool HasBegun(std::uint32_t processId);
+
 /// Opens a process for waiting, queries and its end. Null if it cannot be opened.
 UniqueHandle OpenRunningProcess(std::uint32_t processId);
 
@@ -55,7 +58,7 @@ std::uint64_t SystemTime();
 double TimeUntilEnd(std::uint64_t systemTime, HANDLE process);
 
 /// Ends every process whose executable lies in the directory, at any depth, and those that they
-/// have started, and waits for their end.
+/// have started, also while this goes on, and waits for their end.
 void EndProcessesBelow(const std::filesystem::path& directory);
 
 /// Resumes a thread and closes its handle.

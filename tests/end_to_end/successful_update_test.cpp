@@ -1,6 +1,5 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <algorithm>
 
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/update_expectations.h"
@@ -13,23 +12,9 @@ namespace updater {
 namespace {
 
 struct SuccessfulUpdate : UpdateTest {
-    void CompleteUpdate() {
-        BeginUpdate();
-        EndUpdate();
-    }
-
-    void EndUpdate() const {
-        CloseApplication(application);
-        EXPECT_EQ(AwaitBroker(run), 0U);
-    }
-
-    void ExpectVersion2() const {
-        EXPECT_EQ(FindInventoryDifferences(job.installDirectory), std::vector<std::string>());
-        EXPECT_EQ(FindDifferences(UserData(), ReadUserData(job.installDirectory)),
-                  std::vector<std::string>());
-        EXPECT_EQ(RegisteredVersion(), L"2.0.0.0");
-        EXPECT_EQ(LastRecordText(job.jobDirectory),
-                  RecordText("succeeded", "Installed version 2.0.0.0", 0));
+    void ExpectSuccess() {
+        ExpectQuietEnd(*this, RecordText("succeeded", "Installed version 2.0.0.0", 0), 0);
+        ExpectVersion2(*this);
     }
 };
 
@@ -38,42 +23,34 @@ TEST_F(SuccessfulUpdate, ReplacesAnInstallationMadeByItsSetupProgram) {
     RunSetup(SetupProgram(L"v1"), job.installDirectory);
     AddUserData(job.installDirectory);
 
-    CompleteUpdate();
+    CarryOutUpdate();
 
-    ExpectVersion2();
-    ExpectRestart(job.installDirectory, "2.0.0.0");
-}
-
-TEST_F(SuccessfulUpdate, ReplacesReadOnlyFiles) {
-    for (const wchar_t* file : {L"corvellan.exe", L"engine.dll", L"program-files.tsv"}) {
-        SetFileAttributesW((job.installDirectory / file).c_str(), FILE_ATTRIBUTE_READONLY);
-    }
-
-    CompleteUpdate();
-
-    ExpectVersion2();
+    ExpectSuccess();
     ExpectRestart(job.installDirectory, "2.0.0.0");
 }
 
 TEST_F(SuccessfulUpdate, ReportsEachStepInItsOrder) {
     AskForUpdate();
-    AnswerPromptStepByStep(run);
-    EndUpdate();
+    AnswerPromptStepByStep();
+    CloseApplication(application);
+    AwaitRecord("installing");
+    NoteRecord();
+    EXPECT_EQ(AwaitBroker(), 0U);
+    NoteRecord();
 
-    const std::vector<CollectedRecord> records = run.records->Records();
-    std::vector<std::string> texts(records.size());
-    std::ranges::transform(records, texts.begin(), &CollectedRecord::text);
-    EXPECT_EQ(texts,
-              (std::vector<std::string>{
-                  RecordText("authorized", "Administrator authorization accepted", 0),
-                  RecordText("ready", "Authorized helper is waiting for application exit", 0),
-                  RecordText("installing", "Installing verified package", 0),
-                  RecordText("succeeded", "Installed version 2.0.0.0", 0)}));
+    EXPECT_THAT(records,
+                testing::ElementsAre(
+                    StatusRecord{"authorized", "Administrator authorization accepted", 0},
+                    StatusRecord{"ready", "Authorized helper is waiting for application exit", 0},
+                    StatusRecord{"installing", "Installing verified package", 0},
+                    StatusRecord{"succeeded", "Installed version 2.0.0.0", 0}));
+    EXPECT_THAT(states, testing::ElementsAre("authorized", "ready", "installing", "succeeded"));
 }
 
 TEST_F(SuccessfulUpdate, LeavesTheSetupProgramTheBackupAndTheLogInTheStagingDirectory) {
-    CompleteUpdate();
+    CarryOutUpdate();
 
+    ExpectSuccess();
     const std::vector<std::filesystem::path> staging = NewStagingDirectories();
     ASSERT_EQ(staging.size(), 1U);
     EXPECT_EQ(FindDifferences(programBefore, ReadProgramFiles(staging[0] / L"backup")),
@@ -90,9 +67,9 @@ TEST_F(SuccessfulUpdate, LeavesNoStagingDirectoryOfAnEarlierUpdate) {
     const std::filesystem::path similar = MachineDataFolder() / L"CorvellanUpdate-similar";
     CreateDirectories(similar);
 
-    CompleteUpdate();
+    CarryOutUpdate();
 
-    ExpectVersion2();
+    ExpectSuccess();
     EXPECT_FALSE(PathExists(earlier));
     EXPECT_TRUE(PathExists(similar));
     RemoveTree(similar);

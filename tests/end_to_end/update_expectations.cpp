@@ -21,30 +21,18 @@ void UpdateTest::TearDown() {
     }
 }
 
-std::string RecordText(const std::string& state, const std::string& message, int exitCode) {
-    return R"({"state":")" + state + R"(","message":")" + message + R"(","exitCode":)" +
-           std::to_string(exitCode) + "}";
+void ExpectQuietEnd(WholeUpdate& update, const std::string& recordText, std::uint32_t exitCode) {
+    EXPECT_EQ(update.AwaitBroker(), exitCode);
+    EXPECT_EQ(LastRecordText(update.job.jobDirectory), recordText);
 }
 
-std::string LastRecordText(const std::filesystem::path& jobDirectory) {
-    const std::optional<CollectedRecord> record = FindStatusRecord(jobDirectory);
-    return record ? record->text : std::string();
-}
-
-void ExpectQuietEnd(const UpdateRun& run, const std::filesystem::path& jobDirectory,
-                    const std::string& recordText, std::uint32_t exitCode) {
-    EXPECT_EQ(AwaitBroker(run), exitCode);
-    EXPECT_EQ(LastRecordText(jobDirectory), recordText);
-}
-
-void ExpectErrorBox(const UpdateRun& run, const std::filesystem::path& jobDirectory,
-                    const std::string& recordText, std::uint32_t exitCode) {
-    const MessageWindow box = AwaitMessageBox(run.brokerId);
+void ExpectErrorBox(WholeUpdate& update, const std::string& recordText, std::uint32_t exitCode) {
+    const MessageWindow box = AwaitErrorBox(update);
     EXPECT_EQ(box.title, kUpdaterBoxTitle);
     EXPECT_EQ(WideToUtf8(box.text), WideToUtf8(kUpdaterBoxHeading) + recordText + "\n\n" +
-                                        WideToUtf8(jobDirectory.native()));
+                                        WideToUtf8(update.job.jobDirectory.native()));
     CloseMessageBox(box);
-    EXPECT_EQ(AwaitBroker(run), exitCode);
+    EXPECT_EQ(update.AwaitBroker(), exitCode);
 }
 
 void ExpectRestart(const std::filesystem::path& installDirectory, const std::string& version) {
@@ -56,6 +44,13 @@ void ExpectRestart(const std::filesystem::path& installDirectory, const std::str
     EXPECT_FALSE(session->elevated);
     EXPECT_EQ(session->workingDirectory, installDirectory);
     CloseApplication(restarted);
+}
+
+void ExpectVersion2(const UpdateScene& scene) {
+    const std::filesystem::path& directory = scene.job.installDirectory;
+    EXPECT_EQ(FindInventoryDifferences(directory), std::vector<std::string>());
+    EXPECT_EQ(FindDifferences(UserData(), ReadUserData(directory)), std::vector<std::string>());
+    EXPECT_EQ(RegisteredVersion(), L"2.0.0.0");
 }
 
 void ExpectNothingChanged(const UpdateScene& scene) {

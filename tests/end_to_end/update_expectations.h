@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <string>
 
-#include "end_to_end/update_run.h"
 #include "end_to_end/update_scene.h"
 
 namespace updater {
@@ -17,21 +16,16 @@ struct UpdateTest : testing::Test, UpdateScene {
     void TearDown() override;
 };
 
-/// Returns a record's text as it stands in the status file; the message needs no escaping.
-std::string RecordText(const std::string& state, const std::string& message, int exitCode);
-
-/// Returns the text of the last record; empty without one.
-std::string LastRecordText(const std::filesystem::path& jobDirectory);
-
 /// Expects the broker to end by itself, so without a message box, with this exit code and this last
 /// record.
-void ExpectQuietEnd(const UpdateRun& run, const std::filesystem::path& jobDirectory,
-                    const std::string& recordText, std::uint32_t exitCode);
+void ExpectQuietEnd(WholeUpdate& update, const std::string& recordText, std::uint32_t exitCode);
 
 /// Expects the error box with this record, closes it, and expects the broker to end with this exit
 /// code.
-void ExpectErrorBox(const UpdateRun& run, const std::filesystem::path& jobDirectory,
-                    const std::string& recordText, std::uint32_t exitCode = 1);
+void ExpectErrorBox(WholeUpdate& update, const std::string& recordText, std::uint32_t exitCode = 1);
+
+/// Expects version 2 to be installed and registered and the user's data to be what it was.
+void ExpectVersion2(const UpdateScene& scene);
 
 /// Expects that the application has been started again, unelevated and with its installation
 /// directory as working directory, and closes it.

@@ -7,7 +7,6 @@
 #include "end_to_end/running_processes.h"
 #include "end_to_end/staging_directories.h"
 #include "support/file_system.h"
-#include "support/status_file.h"
 
 namespace updater {
 
@@ -59,7 +58,6 @@ UpdateScene::UpdateScene() : stagingBefore(ListStagingDirectories()) {
 
 UpdateScene::~UpdateScene() {
     try {
-        run = {};
         CleanUp(*this);
     } catch (const std::exception& failure) {
         std::cerr << "An update's processes or directories are left: " << failure.what() << '\n';
@@ -74,18 +72,6 @@ void UpdateScene::OfferSetupFile(const std::filesystem::path& setup, const std::
     job.setup = InWorkspace(L"下载 安装程序.exe");
     job.version = version;
     CopyOverFile(setup, job.setup);
-}
-
-void UpdateScene::AskForUpdate() {
-    application = StartApplication(job.installDirectory);
-    run = StartUpdate(job, Options());
-    AwaitPrompt(run);
-}
-
-void UpdateScene::BeginUpdate() {
-    AskForUpdate();
-    AnswerPrompt(run);
-    AwaitRecord(run, kStateReady);
 }
 
 std::vector<std::filesystem::path> UpdateScene::NewStagingDirectories() const {

@@ -5,19 +5,19 @@
 #include <string>
 #include <vector>
 
-#include "end_to_end/application.h"
 #include "end_to_end/installed_program.h"
-#include "end_to_end/update_run.h"
+#include "end_to_end/whole_update.h"
 #include "fixtures/scoped_variable.h"
 #include "fixtures/temporary_directory.h"
 #include "fixtures/uninstall_entry.h"
 
 namespace updater {
 
-/// An installation of version 1 of the application with a user's data in it, and what it takes to
-/// update it to version 2; every path holds Chinese characters and spaces. When it goes, no process
-/// and no staging directory of the update is left, and the uninstall entry is what it was.
-struct UpdateScene {
+/// A whole update with an installation of its own: version 1 of the application, which the setup
+/// program has installed, with a user's data in it, and what it takes to update it to version 2.
+/// Every path holds Chinese characters and spaces. When the scene goes, no process and no staging
+/// directory of the update is left, and the uninstall entry is what it was.
+struct UpdateScene : WholeUpdate {
     UpdateScene();
     ~UpdateScene();
     UpdateScene(const UpdateScene&) = delete;
@@ -34,11 +34,6 @@ struct UpdateScene {
     /// The options of the running application's request.
     [[nodiscard]] UpdaterArguments Options() const { return UpdateOptions(job, application.id); }
 
-    /// Starts the application and has it ask for the update, up to the prompt for rights.
-    void AskForUpdate();
-    /// The same up to the record "ready".
-    void BeginUpdate();
-
     /// The staging directories that have come since the scene was made.
     [[nodiscard]] std::vector<std::filesystem::path> NewStagingDirectories() const;
 
@@ -46,10 +41,7 @@ struct UpdateScene {
     std::vector<std::filesystem::path> stagingBefore;
     TemporaryDirectory workspace;
     std::optional<ScopedVariable> temporaryFiles;
-    UpdateJob job;
     TreeContent programBefore;
-    Application application;
-    UpdateRun run;
 };
 
 }  // namespace updater

@@ -1,8 +1,9 @@
 #include "end_to_end/waiting.h"
 
-#include <stdexcept>
+#include <chrono>
 
 #include "elevation/program_start.h"
+#include "fixtures/patience.h"
 #include "support/process_utilities.h"
 
 namespace updater {
@@ -11,13 +12,12 @@ namespace {
 
 constexpr DWORD kPollingInterval = 5;
 
-[[noreturn]] void RaiseTimeOut(const std::string& awaited, std::chrono::milliseconds patience) {
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(patience).count();
-    throw std::runtime_error("Waited " + std::to_string(seconds) + " s in vain for " + awaited);
+[[noreturn]] void RaiseTimeOut(const std::string& awaited) {
+    throw TimeOut("Waited " + std::to_string(kPatience.count()) + " min in vain for " + awaited);
 }
 
-bool EndsWithin(HANDLE process, std::chrono::milliseconds patience) {
-    const DWORD result = WaitForSingleObject(process, static_cast<DWORD>(patience.count()));
+bool EndsWithin(HANDLE process, DWORD milliseconds) {
+    const DWORD result = WaitForSingleObject(process, milliseconds);
     if (result == WAIT_FAILED) {
         RaiseLastError("Cannot wait for a process");
     }
@@ -26,27 +26,25 @@ bool EndsWithin(HANDLE process, std::chrono::milliseconds patience) {
 
 }  // namespace
 
-void AwaitCondition(const std::string& awaited, const std::function<bool()>& condition,
-                    std::chrono::milliseconds patience) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+void AwaitCondition(const std::string& awaited, const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= deadline) {
-            RaiseTimeOut(awaited, patience);
+            RaiseTimeOut(awaited);
         }
         Sleep(kPollingInterval);
     }
 }
 
-std::uint32_t AwaitEnd(HANDLE process, const std::string& awaited,
-                       std::chrono::milliseconds patience) {
-    if (!EndsWithin(process, patience)) {
-        RaiseTimeOut(awaited, patience);
+std::uint32_t AwaitEnd(HANDLE process, const std::string& awaited) {
+    if (!EndsWithin(process, kPatienceMilliseconds)) {
+        RaiseTimeOut(awaited);
     }
     return AwaitExitCode(process);
 }
 
 bool HasEnded(HANDLE process) {
-    return EndsWithin(process, std::chrono::milliseconds(0));
+    return EndsWithin(process, 0);
 }
 
 }  // namespace updater

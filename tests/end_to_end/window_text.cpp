@@ -2,12 +2,11 @@
 
 #include <array>
 
+#include "fixtures/patience.h"
+
 namespace updater {
 
 namespace {
-
-// A window that does not answer within this time has no text.
-constexpr UINT kAnswerTime = 5000;
 
 struct WindowSearch {
     DWORD processId;
@@ -39,7 +38,7 @@ BOOL CALLBACK CollectStaticText(HWND control, LPARAM parameter) {
 
 DWORD_PTR Ask(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     DWORD_PTR result = 0;
-    return SendMessageTimeoutW(window, message, wParam, lParam, SMTO_ABORTIFHUNG, kAnswerTime,
+    return SendMessageTimeoutW(window, message, wParam, lParam, SMTO_NORMAL, kPatienceMilliseconds,
                                &result) == 0
                ? 0
                : result;

@@ -23,7 +23,6 @@ namespace updater {
 
 namespace {
 
-constexpr wchar_t kUpdaterName[] = L"corvellan-updater.exe";
 // What the elevation stand-in calls the updater that it starts as the worker.
 constexpr wchar_t kWorkerName[] = L"corvellan-updater.exe.real";
 
@@ -121,7 +120,7 @@ TEST_F(PlantedLibraries, AreLoadedInNoStepOfAnUpdate) {
     EXPECT_EQ(places->Loaded(), std::vector<std::string>());
     CloseApplication(scene.application);
     ExpectErrorBox(
-        scene.run, scene.job.jobDirectory,
+        scene,
         RecordText("failed", "Installed program inventory is empty; previous program restored", 1));
     EXPECT_EQ(places->Loaded(), std::vector<std::string>());
 }

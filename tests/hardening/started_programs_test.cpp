@@ -57,14 +57,21 @@ struct ReportedUpdate : UpdateScene {
         OfferSetupFile(StartReporter(), L"2.0.0.0");
         BeginUpdate();
         WriteFileContent(job.setup, "another program");
-        environment = OwnEnvironment();
-        workerId = GetProcessId(OpenWorker(run).get());
-        ListHandleNumbers(reports, {GiveInheritableHandle(eventOfWorker, workerId),
-                                    GiveInheritableHandle(eventOfBroker, run.brokerId)});
+        environment = EnvironmentOfUpdater();
+        AwaitWorker();
+        ListHandleNumbers(reports,
+                          {GiveInheritableHandle(eventOfWorker, GetProcessId(worker.get())),
+                           GiveInheritableHandle(eventOfBroker, BrokerId())});
         CloseApplication(application);
-        exitCode = AwaitBroker(run);
+        exitCode = AwaitBroker();
         setup = AwaitReport(L"installer.exe");
         restarted = AwaitReport(L"corvellan.exe");
+    }
+
+    // What this process had when it started the broker.
+    [[nodiscard]] std::set<std::wstring> EnvironmentOfUpdater() const {
+        const StandInVariables variables(job.consent, eventBaseName);
+        return OwnEnvironment();
     }
 
     [[nodiscard]] StartReport AwaitReport(const std::wstring& imageName) const {
@@ -78,7 +85,6 @@ struct ReportedUpdate : UpdateScene {
     UniqueHandle eventOfWorker = MakeEvent(false);
     UniqueHandle eventOfBroker = MakeEvent(false);
     std::set<std::wstring> environment;
-    std::uint32_t workerId = 0;
     std::uint32_t exitCode = 0;
     StartReport setup;
     StartReport restarted;
@@ -106,7 +112,7 @@ TEST_F(StartedPrograms, BeginWithTheSetupProgramInTheStagingDirectory) {
     ASSERT_EQ(staging.size(), 1U);
     EXPECT_EQ(update->setup.image, staging[0] / L"installer.exe");
     EXPECT_EQ(update->setup.workingDirectory, staging[0]);
-    EXPECT_EQ(update->setup.parentProcessId, update->workerId);
+    EXPECT_EQ(update->setup.parentProcessId, GetProcessId(update->worker.get()));
     EXPECT_TRUE(update->setup.elevated);
 }
 
@@ -116,7 +122,7 @@ TEST_F(StartedPrograms, EndWithTheApplicationStartedByTheBrokerWithItsRights) {
     EXPECT_EQ(update->restarted.commandLine,
               QuoteArgument(ApplicationPath(directory).native()) + L' ');
     EXPECT_EQ(update->restarted.workingDirectory, directory);
-    EXPECT_EQ(update->restarted.parentProcessId, update->run.brokerId);
+    EXPECT_EQ(update->restarted.parentProcessId, update->BrokerId());
     EXPECT_FALSE(update->restarted.elevated);
 }
 

@@ -8,15 +8,19 @@ namespace updater {
 
 namespace {
 
-const UniqueHandle& ProcessOf(const DrivenUpdate& update, Victim victim) {
+const UniqueHandle& ProcessOf(const UpdateScene& update, Victim victim) {
     return victim == Victim::Broker ? update.broker : update.worker;
 }
 
-void EndEverything(const UpdateScene& scene) {
-    EndProcessesBelow(scene.workspace.path);
-    for (const std::filesystem::path& staging : scene.NewStagingDirectories()) {
+void EndEverything(const UpdateScene& update) {
+    EndProcessesBelow(update.workspace.path);
+    for (const std::filesystem::path& staging : update.NewStagingDirectories()) {
         EndProcessesBelow(staging);
     }
+}
+
+std::string StateOfLastRecord(const UpdateScene& update) {
+    return LastState(update.job.jobDirectory).value_or("");
 }
 
 }  // namespace
@@ -26,25 +30,25 @@ std::ostream& operator<<(std::ostream& stream, Victim victim) {
     return stream << kNames[static_cast<int>(victim)];
 }
 
-bool IsRunning(const DrivenUpdate& update, Victim victim) {
+bool IsRunning(const UpdateScene& update, Victim victim) {
     return ProcessOf(update, victim) != nullptr;
 }
 
-std::optional<Kill> KillVictim(const UpdateScene& scene, DrivenUpdate& update, Victim victim) {
+std::optional<Kill> KillVictim(const UpdateScene& update, Victim victim) {
     if (victim == Victim::Everything) {
         // The broker would start the application again.
         TerminateProcess(update.broker.get(), kKillCode);
     }
     const UniqueHandle& process = ProcessOf(update, victim);
     // A record of the survivor may be the last already when the file is looked at again.
-    const std::string stateBefore = LastState(update).value_or("");
+    const std::string stateBefore = StateOfLastRecord(update);
     TerminateProcess(process.get(), kKillCode);
     // Missing afterwards, the file has been lost.
-    const std::string stateAfter = LastState(update).value_or("");
+    const std::string stateAfter = StateOfLastRecord(update);
     const std::string state = stateAfter.empty() ? stateBefore : stateAfter;
     const bool inTime = AwaitEnd(process.get(), "the end of a killed process") == kKillCode;
     if (victim == Victim::Everything) {
-        EndEverything(scene);
+        EndEverything(update);
     }
     return inTime ? std::optional(Kill{victim, state}) : std::nullopt;
 }

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "end_to_end/update_scene.h"
-#include "interruptions/driven_update.h"
 
 namespace updater {
 
@@ -23,7 +22,7 @@ std::ostream& operator<<(std::ostream& stream, Victim victim);
 inline constexpr std::uint32_t kKillCode = 77;
 
 /// Whether the victim runs, so that it can be ended.
-bool IsRunning(const DrivenUpdate& update, Victim victim);
+bool IsRunning(const UpdateScene& update, Victim victim);
 
 struct Kill {
     Victim victim;
@@ -32,6 +31,6 @@ struct Kill {
 };
 
 /// Ends the victim. Returns nothing when it had ended by itself.
-std::optional<Kill> KillVictim(const UpdateScene& scene, DrivenUpdate& update, Victim victim);
+std::optional<Kill> KillVictim(const UpdateScene& update, Victim victim);
 
 }  // namespace updater

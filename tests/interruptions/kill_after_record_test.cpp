@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <array>
+#include <chrono>
 #include <optional>
 #include <ostream>
 #include <string>
-#include <string_view>
 
+#include "end_to_end/running_processes.h"
+#include "end_to_end/waiting.h"
 #include "interruptions/killed_update.h"
 
 namespace updater {
@@ -24,29 +24,45 @@ std::ostream& operator<<(std::ostream& stream, const KillAfterRecord& kill) {
     return stream << kill.victim << "After_" << kill.state;
 }
 
-// A process may be faster: it writes its next record or, after the last, has little left to do.
+// The worker has little left to do after its last record, and may be faster.
 constexpr int kAttempts = 10;
 
 struct UpdateKilledAfterRecord : testing::TestWithParam<KillAfterRecord> {};
 
-// An update's records in their order, but for the last, which stands behind them all.
-bool HasRecordOrLater(const DrivenUpdate& update, std::string_view state) {
-    constexpr std::array<std::string_view, 3> kOrder = {"authorized", "ready", "installing"};
-    const std::optional<std::string> last = LastState(update);
-    return last && !last->empty() &&
-           std::ranges::find(kOrder, *last) >= std::ranges::find(kOrder, state);
-}
+// An update whose victim is ended with a certain record as the last one. As far as possible the
+// next record cannot come before that.
+struct UpdateStoppedAtRecord : KilledUpdate {
+    explicit UpdateStoppedAtRecord(const KillAfterRecord& record)
+        : victim(record.victim), state(record.state) {
+        if (state == "failed") {
+            OfferFailingSetup();
+        }
+        holdsBroker = state == "authorized";
+        closesApplication = state != "authorized" && state != "ready";
+    }
+
+    bool HasCome() {
+        if (!pause && HasState("installing") && state == outcome) {
+            // The broker would see the end of the helper, which is about to follow the worker's.
+            pause.emplace(GetProcessId(victim == Victim::Broker ? helper.get() : worker.get()));
+        }
+        if (pause && victim == Victim::Worker) {
+            // So little at a time that it comes to no end between its record and the next look.
+            LetRunFor(std::chrono::milliseconds(1), *pause);
+        }
+        return HasState(state) || (worker && HasEnded(worker.get()));
+    }
+
+    Victim victim;
+    std::string state;
+    std::optional<ProcessPause> pause;
+};
 
 bool ExpectUnharmedMachineAfter(const KillAfterRecord& record) {
-    const std::string_view state = record.state;
-    KilledUpdate killed;
-    if (state == "failed") {
-        killed.OfferFailingSetup();
-    }
-    killed.holdsBroker = state == "authorized";
-    const bool inTime = killed.Happens(
-        record.victim, [&](const DrivenUpdate& update) { return HasRecordOrLater(update, state); });
-    if (!inTime || killed.kill->state != state) {
+    UpdateStoppedAtRecord killed(record);
+    const bool inTime = killed.Happens(record.victim, [&] { return killed.HasCome(); });
+    killed.pause.reset();
+    if (!inTime || killed.kill->state != record.state) {
         return false;
     }
     killed.ExpectUnharmedMachine();

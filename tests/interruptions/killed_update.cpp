@@ -1,14 +1,20 @@
 #include "interruptions/killed_update.h"
 
 #include <chrono>
-#include <stdexcept>
 
 #include "end_to_end/waiting.h"
+#include "fixtures/patience.h"
 #include "interruptions/aftermath.h"
 #include "interruptions/survivor.h"
 #include "support/windows_api.h"
 
 namespace updater {
+
+KilledUpdate::KilledUpdate() {
+    watchesProcesses = true;
+    grantsRights = true;
+    closesApplication = true;
+}
 
 void KilledUpdate::OfferFailingSetup() {
     OfferSetup(L"v2-exit-code", L"2.0.0.0");
@@ -16,28 +22,29 @@ void KilledUpdate::OfferFailingSetup() {
 }
 
 bool KilledUpdate::Happens(Victim victim, const KillMoment& hasCome) {
-    update = StartDrivenUpdate(job, outcome);
-    update.holdsHandshake = victim == Victim::Worker;
-    update.holdsBroker = holdsBroker;
-    DriveUntil(update, "the victim's start", [&] { return IsRunning(update, victim); });
+    holdsHandshake = victim == Victim::Worker;
+    application = StartApplication(job.installDirectory);
+    StartBroker(Options());
+    Await("the victim's start", [&] { return IsRunning(*this, victim); });
     // Without the pause between two looks: some moments are short.
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (!hasCome(update)) {
+    while (!hasCome()) {
         if (std::chrono::steady_clock::now() >= deadline) {
-            throw std::runtime_error("The moment of the kill did not come");
+            RaiseStory("The moment of the kill did not come");
         }
-        Attend(update);
+        Attend();
         SwitchToThread();
     }
-    kill = KillVictim(*this, update, victim);
-    update.holdsBroker = false;
-    update.brokerPause.reset();
+    kill = KillVictim(*this, victim);
+    closesApplication = false;
+    holdsBroker = false;
+    brokerPause.reset();
     return kill.has_value();
 }
 
 void KilledUpdate::ExpectUnharmedMachine() {
-    ExpectSurvivorEnds(*this, update, *kill);
-    ExpectWholeStatusFile(update, *kill);
+    ExpectSurvivorEnds(*this, outcome, *kill);
+    ExpectWholeStatusFile(*this, *kill);
     AwaitOrphanedSetup(*this);
     ExpectRecovery(*this);
     ExpectNextUpdateSucceeds(*this);

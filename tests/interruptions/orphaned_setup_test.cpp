@@ -4,10 +4,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
 #include <optional>
+#include <vector>
 
 #include "end_to_end/running_processes.h"
+#include "end_to_end/setup_gate.h"
 #include "end_to_end/waiting.h"
 #include "fixtures/install_mutex.h"
 #include "interruptions/aftermath.h"
@@ -25,51 +26,56 @@ bool DoesAnUpdateRun() {
 }
 
 struct OrphanedSetup : testing::Test, KilledUpdate {
-    /// Holds the setup program up as soon as it runs.
-    bool CatchSetup() {
-        for (const std::filesystem::path& staging : NewStagingDirectories()) {
-            for (const RunningProcess& running : ListProcessesOf(staging / L"installer.exe")) {
-                setup = OpenRunningProcess(running.id);
-                pause.emplace(running.id);
-                return true;
-            }
-        }
-        return false;
+    OrphanedSetup() { OfferSetup(L"v2-empty-inventory", L"2.0.0.0"); }
+
+    /// One that the worker has only made would never begin, see below.
+    [[nodiscard]] bool HasSetupBegun() const {
+        const std::vector<RunningProcess> setups = ListSetups(*this);
+        return !setups.empty() && HasBegun(setups[0].id);
     }
 
-    UniqueHandle setup;
-    std::optional<ProcessPause> pause;
+    // So nothing keeps another update from starting a second setup program beside it: whoever has
+    // ended a worker has to wait for its setup program's end.
+    void ExpectToRunOnFrom(const KillMoment& moment) {
+        ASSERT_TRUE(Happens(Victim::Worker, moment));
+        ExpectSurvivorEnds(*this, outcome, *kill);
+
+        EXPECT_EQ(ListSetups(*this).size(), 1U);
+        EXPECT_FALSE(DoesAnUpdateRun());
+
+        gate.Open();
+        AwaitOrphanedSetup(*this);
+        EXPECT_EQ(ListSetups(*this).size(), 0U);
+        EXPECT_TRUE(gate.IsReached());
+        ExpectRecovery(*this);
+        ExpectNextUpdateSucceeds(*this);
+    }
+
+    SetupGate gate{*this};
 };
 
-// So nothing keeps another update from starting a second setup program beside it: whoever has ended
-// a worker has to wait for its setup program's end.
 TEST_F(OrphanedSetup, RunsOnThoughNoUpdateRuns) {
-    ASSERT_TRUE(Happens(Victim::Worker, [&](const DrivenUpdate&) { return CatchSetup(); }));
-    ExpectSurvivorEnds(*this, update, *kill);
+    ExpectToRunOnFrom([&] { return HasSetupBegun(); });
+}
 
-    EXPECT_FALSE(HasEnded(setup.get()));
-    EXPECT_FALSE(DoesAnUpdateRun());
-
-    pause.reset();
-    AwaitEnd(setup.get(), "the setup program's end");
-    ExpectRecovery(*this);
-    ExpectNextUpdateSucceeds(*this);
+TEST_F(OrphanedSetup, RunsOnFromTheMidstOfItsWork) {
+    ExpectToRunOnFrom([&] { return gate.IsReached(); });
 }
 
 // A process that has not come to life yet may end with the one that starts it.
 constexpr int kAttempts = 10;
 
 struct UnbegunSetup : KilledUpdate {
-    /// From when it waits for the application's end the worker runs for a millisecond at a time,
+    /// From when it waits for the application's end, the worker runs for a millisecond at a time,
     /// far less than a process takes to come to life. So when its first child is there, that child
     /// has not been let run.
     bool CatchWorkerStartingSetup() {
-        if (!pause && HasRecord(update, "ready")) {
-            pause.emplace(GetProcessId(update.worker.get()));
+        if (!pause && HasState("ready")) {
+            pause.emplace(GetProcessId(worker.get()));
         }
         if (pause) {
             LetRunFor(std::chrono::milliseconds(1), *pause);
-            setupId = FindNewChild(update.worker.get());
+            setupId = FindNewChild(worker.get());
         }
         return IsHeldUp(setupId);
     }
@@ -80,9 +86,8 @@ struct UnbegunSetup : KilledUpdate {
 
 bool ExpectUnbegunSetupInNobodysWay() {
     UnbegunSetup killed;
-    const bool inTime = killed.Happens(Victim::Worker, [&killed](const DrivenUpdate&) {
-        return killed.CatchWorkerStartingSetup();
-    });
+    const bool inTime =
+        killed.Happens(Victim::Worker, [&killed] { return killed.CatchWorkerStartingSetup(); });
     if (!inTime || !IsHeldUp(killed.setupId)) {
         return false;
     }

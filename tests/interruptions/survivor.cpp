@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstddef>
 #include <optional>
 
@@ -11,6 +10,7 @@
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "end_to_end/window_text.h"
+#include "interruptions/aftermath.h"
 #include "support/file_system.h"
 #include "support/process_utilities.h"
 #include "support/windows_api.h"
@@ -22,34 +22,29 @@ namespace {
 // By then a worker that did not wait would at least have begun its backup.
 constexpr DWORD kWaitingTime = 500;
 
-constexpr DWORD kBeginTime = 20000;
-
-// The broker looks four times a second, and starts the application before it shows the box; the
-// machine may have other things to do.
-constexpr std::chrono::seconds kNoticeTime{20};
-
 bool IsSignalled(const UniqueHandle& event) {
     return event && IsSignalledWithin(event.get(), 0);
 }
 
-std::string LastRecord(const DrivenUpdate& update) {
+std::string LastRecord(const UpdateScene& update) {
     return LastRecordText(update.job.jobDirectory);
 }
 
-void ExpectBoxAndRestart(const DrivenUpdate& update, const Kill& kill) {
+void ExpectBoxAndRestart(UpdateScene& update, const Kill& kill) {
     EXPECT_TRUE(IsSignalled(update.commit));
     EXPECT_EQ(LastRecord(update), RecordOf(kill.state));
-    if (kill.state != "installing") {
+    // Otherwise the orphaned setup program may be replacing the application.
+    if (kill.state != "installing" || HasUnbegunSetup(update)) {
         EXPECT_EQ(ListApplications(update.job.installDirectory).size(), 1U);
         const bool installed = kill.state == "succeeded";
         ExpectRestart(update.job.installDirectory, installed ? "2.0.0.0" : "1.0.0.0");
     }
-    ExpectErrorBox(update.run, update.job.jobDirectory, RecordOf(kill.state), kKillCode);
+    ExpectErrorBox(update, RecordOf(kill.state), kKillCode);
     EXPECT_EQ(LastRecord(update), RecordOf(kill.state));
 }
 
-void ExpectNoRestart(const DrivenUpdate& update, const Kill& kill) {
-    EXPECT_EQ(AwaitBroker(update.run), 1U);
+void ExpectNoRestart(UpdateScene& update, const Kill& kill) {
+    EXPECT_EQ(update.AwaitBroker(), 1U);
     const bool ready = IsSignalled(update.ready);
     const std::string neverReady = RecordText("failed", "Upgrade helper did not become ready", 1);
     const std::string before = RecordOf(ready ? "ready" : "authorized");
@@ -60,24 +55,21 @@ void ExpectNoRestart(const DrivenUpdate& update, const Kill& kill) {
 }
 
 // The orphaned setup program is just replacing the application.
-void ExpectFailedRestart(const DrivenUpdate& update, const Kill& kill) {
+void ExpectFailedRestart(UpdateScene& update, const Kill& kill) {
     EXPECT_EQ(kill.state, "installing");
-    EXPECT_EQ(AwaitBroker(update.run), 1U);
-    const std::optional<CollectedRecord> record = FindStatusRecord(update.job.jobDirectory);
+    EXPECT_EQ(update.AwaitBroker(), 1U);
+    const std::optional<StatusRecord> record = FindLastRecord(update.job.jobDirectory);
     ASSERT_TRUE(record);
     EXPECT_EQ(record->state, "failed");
     EXPECT_TRUE(record->message.starts_with("Process launch failed: ")) << record->message;
 }
 
-void ExpectBrokerEnds(const DrivenUpdate& update, const Kill& kill) {
-    AwaitCondition(
-        "the broker's end or its error box",
-        [&] {
-            return HasEnded(update.run.standIn.process.get()) ||
-                   !ListWindows(update.run.brokerId).empty();
-        },
-        kNoticeTime);
-    if (!HasEnded(update.run.standIn.process.get())) {
+// The broker looks four times a second, and starts the application before it shows the box.
+void ExpectBrokerEnds(UpdateScene& update, const Kill& kill) {
+    update.Await("the broker's end or its error box", [&] {
+        return update.HasBrokerEnded() || !ListWindows(update.BrokerId()).empty();
+    });
+    if (!update.HasBrokerEnded()) {
         ExpectBoxAndRestart(update, kill);
     } else if (IsSignalled(update.commit)) {
         ExpectFailedRestart(update, kill);
@@ -86,77 +78,78 @@ void ExpectBrokerEnds(const DrivenUpdate& update, const Kill& kill) {
     }
 }
 
-void ExpectOutcome(const DrivenUpdate& update, const Kill& kill) {
-    const bool installed = update.outcome == "succeeded";
-    EXPECT_EQ(AwaitEnd(update.run.helper.get(), "the worker's end"), installed ? 0U : 1U);
-    EXPECT_EQ(LastRecord(update), RecordOf(update.outcome));
+void ExpectOutcome(const UpdateScene& update, const std::string& outcome, const Kill& kill) {
+    const bool installed = outcome == "succeeded";
+    EXPECT_EQ(AwaitEnd(update.helper.get(), "the worker's end"), installed ? 0U : 1U);
+    EXPECT_EQ(LastRecord(update), RecordOf(outcome));
     EXPECT_EQ(FindInventoryDifferences(update.job.installDirectory), std::vector<std::string>());
     // Only a broker that lived to see the outcome can have started the application.
-    if (kill.state != update.outcome) {
+    if (kill.state != outcome) {
         EXPECT_EQ(ListApplications(update.job.installDirectory), std::vector<std::uint32_t>());
     }
 }
 
-void ExpectMissingBroker(const DrivenUpdate& update) {
-    EXPECT_EQ(AwaitEnd(update.run.helper.get(), "the worker's end"), 1U);
+void ExpectMissingBroker(const UpdateScene& update) {
+    EXPECT_EQ(AwaitEnd(update.helper.get(), "the worker's end"), 1U);
     EXPECT_EQ(LastRecord(update), RecordText("failed", "Update broker is missing", 1));
 }
 
-void ExpectWaitForCommit(const UpdateScene& scene, const DrivenUpdate& update) {
-    const auto isReady = [&] {
-        return HasRecord(update, "authorized") || HasRecord(update, "ready");
-    };
-    AwaitCondition("the worker's readiness", isReady);
+void ExpectWaitForCommit(UpdateScene& update) {
+    const auto isReady = [&] { return update.HasState("authorized") || update.HasState("ready"); };
+    update.Await("the worker's readiness", isReady);
     CloseApplication(update.application);
     EXPECT_FALSE(IsSignalledWithin(update.worker.get(), kWaitingTime));
     EXPECT_TRUE(isReady());
-    for (const std::filesystem::path& staging : scene.NewStagingDirectories()) {
+    for (const std::filesystem::path& staging : update.NewStagingDirectories()) {
         EXPECT_FALSE(PathExists(staging / L"backup"));
     }
     TerminateProcess(update.worker.get(), kKillCode);
-    AwaitEnd(update.run.helper.get(), "the worker's end");
+    AwaitEnd(update.helper.get(), "the worker's end");
 }
 
 // Returns false when the broker was ended before it started one.
-bool FindWorker(DrivenUpdate& update) {
-    AwaitEnd(update.run.standIn.process.get(), "the end of the broker's stand-in");
-    Attend(update);
-    if (!update.run.helper) {
+bool FindWorker(UpdateScene& update) {
+    AwaitEnd(update.standIn.process.get(), "the end of the broker's stand-in");
+    update.Attend();
+    if (!update.helper) {
         return false;
     }
     // A broker that was ended while it started the helper may have left one that never begins.
-    if (!IsSignalledWithin(update.run.asked.get(), kBeginTime)) {
-        TerminateProcess(update.run.helper.get(), kKillCode);
+    const auto helperId = GetProcessId(update.helper.get());
+    update.Await("the helper's question",
+                 [&] { return IsSignalledWithin(update.asked.get(), 0) || IsHeldUp(helperId); });
+    if (!IsSignalledWithin(update.asked.get(), 0)) {
+        TerminateProcess(update.helper.get(), kKillCode);
         return false;
     }
-    DriveUntil(update, "the worker's start",
-               [&] { return update.worker || HasEnded(update.run.helper.get()); });
+    update.Await("the worker's start",
+                 [&] { return update.worker || HasEnded(update.helper.get()); });
     return true;
 }
 
-void ExpectWorkerEnds(const UpdateScene& scene, DrivenUpdate& update, const Kill& kill) {
+void ExpectWorkerEnds(UpdateScene& update, const std::string& outcome, const Kill& kill) {
     if (!FindWorker(update)) {
         EXPECT_EQ(LastRecord(update), "");
         return;
     }
     // Now only the worker keeps the events, from when it has opened them until its end.
-    OpenHandshake(update);
+    update.OpenHandshake();
     if (IsSignalled(update.commit)) {
-        ExpectOutcome(update, kill);
+        ExpectOutcome(update, outcome, kill);
     } else if (update.commit) {
-        ExpectWaitForCommit(scene, update);
-    } else if (HasRecord(update, update.outcome)) {
+        ExpectWaitForCommit(update);
+    } else if (update.HasState(outcome)) {
         // It has ended meanwhile.
-        ExpectOutcome(update, kill);
+        ExpectOutcome(update, outcome, kill);
     } else {
         ExpectMissingBroker(update);
     }
 }
 
-void ExpectEnd(const UpdateScene& scene, DrivenUpdate& update, const Kill& kill) {
+void ExpectEnd(UpdateScene& update, const std::string& outcome, const Kill& kill) {
     switch (kill.victim) {
         case Victim::Broker:
-            return ExpectWorkerEnds(scene, update, kill);
+            return ExpectWorkerEnds(update, outcome, kill);
         case Victim::Worker:
             return ExpectBrokerEnds(update, kill);
         case Victim::Everything:
@@ -167,26 +160,27 @@ void ExpectEnd(const UpdateScene& scene, DrivenUpdate& update, const Kill& kill)
 // The broker starts the application whatever an orphaned setup program is doing to its files just
 // then, so it may fail to come up. A broker that was ended while it started the application may
 // have left one that never begins; it keeps its file open until somebody ends it.
-void CloseApplications(const DrivenUpdate& update) {
+void CloseApplications(const UpdateScene& update) {
     for (const std::uint32_t processId : ListApplications(update.job.installDirectory)) {
         const Application running{OpenRunningProcess(processId), processId};
-        if (running.process) {
-            AwaitCondition("the application's window or end", [&] {
-                return HasEnded(running.process.get()) || !ListWindows(processId).empty() ||
-                       IsHeldUp(processId);
-            });
-            if (IsHeldUp(processId)) {
-                TerminateProcess(running.process.get(), kKillCode);
-            }
-            CloseApplication(running);
+        if (!running.process) {
+            continue;
         }
+        AwaitCondition("the application's window or end", [&] {
+            return HasEnded(running.process.get()) || !ListWindows(processId).empty() ||
+                   IsHeldUp(processId);
+        });
+        if (IsHeldUp(processId)) {
+            TerminateProcess(running.process.get(), kKillCode);
+        }
+        CloseApplication(running);
     }
 }
 
 }  // namespace
 
-void ExpectSurvivorEnds(const UpdateScene& scene, DrivenUpdate& update, const Kill& kill) {
-    ExpectEnd(scene, update, kill);
+void ExpectSurvivorEnds(UpdateScene& update, const std::string& outcome, const Kill& kill) {
+    ExpectEnd(update, outcome, kill);
     CloseApplications(update);
 }
 

@@ -3,6 +3,7 @@
 #include "elevation/program_start.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
+#include "fixtures/patience.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
@@ -120,7 +121,7 @@ TEST_F(CleanTest, LeavesADirectoryWhoseSetupProgramRuns) {
         {.program = directories[1] / L"installer.exe", .arguments = {}, .workingDirectory = {}});
     const ToolResult result = CallTool({L"clean"});
     TerminateProcess(setup.process.get(), 0);
-    IsSignalledWithin(setup.process.get(), 30000);
+    IsSignalledWithin(setup.process.get(), kPatienceMilliseconds);
     EXPECT_EQ(result.exitCode, 1U);
     EXPECT_EQ(result.error, "Cannot remove " + WideToUtf8(directories[1].native()) +
                                 ": its setup program is still running\n");

@@ -4,6 +4,7 @@
 
 #include "fixtures/file_content.h"
 #include "fixtures/host_system.h"
+#include "fixtures/patience.h"
 #include "support/file_system.h"
 #include "support/windows_api.h"
 
@@ -11,11 +12,9 @@ namespace updater {
 
 namespace {
 
-constexpr ULONGLONG kPatience = 120000;
-
 // A program of the host gives no process handle to wait for, so its last act is waited for.
 void AwaitFile(const std::filesystem::path& file) {
-    const ULONGLONG deadline = GetTickCount64() + kPatience;
+    const ULONGLONG deadline = GetTickCount64() + kPatienceMilliseconds;
     while (!PathExists(file)) {
         if (GetTickCount64() > deadline) {
             throw std::runtime_error("The host's script does not end");

@@ -5,6 +5,7 @@
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
 #include "fixtures/install_mutex.h"
+#include "fixtures/patience.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/program_backup.h"
 #include "support/argument_quoting.h"
@@ -32,7 +33,7 @@ struct ScopedProgram {
         : started(StartProgram({.program = program, .arguments = {}, .workingDirectory = {}})) {}
     ~ScopedProgram() {
         TerminateProcess(started.process.get(), 0);
-        IsSignalledWithin(started.process.get(), 30000);
+        IsSignalledWithin(started.process.get(), kPatienceMilliseconds);
     }
     ScopedProgram(const ScopedProgram&) = delete;
     ScopedProgram& operator=(const ScopedProgram&) = delete;

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "fixtures/built_path.h"
+#include "fixtures/patience.h"
 #include "support/argument_quoting.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
@@ -57,8 +58,7 @@ std::filesystem::path Application2() {
 }
 
 std::uint32_t AwaitTool(HANDLE tool) {
-    constexpr DWORD kLongest = 300'000;
-    if (WaitForSingleObject(tool, kLongest) != WAIT_OBJECT_0) {
+    if (WaitForSingleObject(tool, kPatienceMilliseconds) != WAIT_OBJECT_0) {
         TerminateProcess(tool, 1);
         throw std::runtime_error("The tool does not end");
     }

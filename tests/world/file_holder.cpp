@@ -5,6 +5,7 @@
 
 #include "fixtures/built_path.h"
 #include "fixtures/named_event.h"
+#include "fixtures/patience.h"
 #include "support/argument_quoting.h"
 #include "support/process_utilities.h"
 #include "support/windows_api.h"
@@ -12,8 +13,6 @@
 namespace updater {
 
 namespace {
-
-constexpr DWORD kPatience = 30000;
 
 StandInProcess StartHolder(const std::filesystem::path& file, const std::wstring& eventBaseName) {
     const std::filesystem::path program = BuiltPath(CORVELLAN_HOLDING_PROGRAM);
@@ -46,14 +45,15 @@ void FileHolder::Hold() const {
     SetEvent(begin.get());
     const std::array<HANDLE, 2> outcomes = {held.get(), holder.process.get()};
     if (WaitForMultipleObjectsEx(static_cast<DWORD>(outcomes.size()), outcomes.data(), FALSE,
-                                 kPatience, FALSE) != WAIT_OBJECT_0) {
+                                 kPatienceMilliseconds, FALSE) != WAIT_OBJECT_0) {
         throw std::runtime_error("The holding program does not hold the file");
     }
 }
 
 void FileHolder::Release() const {
     SetEvent(end.get());
-    if (WaitForSingleObjectEx(holder.process.get(), kPatience, FALSE) != WAIT_OBJECT_0) {
+    if (WaitForSingleObjectEx(holder.process.get(), kPatienceMilliseconds, FALSE) !=
+        WAIT_OBJECT_0) {
         throw std::runtime_error("The holding program does not release the file");
     }
 }

@@ -2,6 +2,22 @@
 
 #include "..\..\..\examples\setup\corvellan.iss"
 
+[Code]
+// Each of them waits, before it installs anything, where a test tells it to: says so in a file, and
+// goes on when the file that the variable names is there.
+<event('CurStepChanged')>
+procedure AwaitGate(CurStep: TSetupStep);
+var
+  Gate: String;
+begin
+  Gate := GetEnv('CORVELLAN_SETUP_GATE');
+  if (CurStep = ssInstall) and (Gate <> '') then begin
+    SaveStringToFile(Gate + '.reached', '', False);
+    while not FileExists(Gate) do
+      Sleep(20);
+  end;
+end;
+
 #define ReplacedInventory SourcePath + "inventories\" + Variant + ".tsv"
 
 #if FileExists(ReplacedInventory)

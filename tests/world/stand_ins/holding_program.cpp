@@ -1,9 +1,10 @@
 // holding-program FILE BEGIN-EVENT HELD-EVENT END-EVENT
 //
 // When the first event is set, opens the file without sharing it and sets the second; closes it and
-// ends with 0 when the third is set. It gives up with 90 after a minute, and with 91 at once when
-// the file cannot be opened.
+// ends with 0 when the third is set. It gives up with 90 when the tests' patience is over, and with
+// 91 at once when the file cannot be opened.
 
+#include "fixtures/patience.h"
 #include "support/handle.h"
 #include "support/windows_api.h"
 
@@ -14,14 +15,13 @@ namespace {
 constexpr int kGivenUp = 90;
 constexpr int kNotOpened = 91;
 constexpr int kTokens = 5;
-constexpr DWORD kPatience = 60000;
 
 UniqueHandle OpenEventNamed(const wchar_t* name) {
     return OwnHandle(OpenEventW(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, name));
 }
 
 bool IsSet(const UniqueHandle& event) {
-    return event && WaitForSingleObject(event.get(), kPatience) == WAIT_OBJECT_0;
+    return event && WaitForSingleObject(event.get(), kPatienceMilliseconds) == WAIT_OBJECT_0;
 }
 
 int Hold(int count, wchar_t** tokens) {
