@@ -1,15 +1,16 @@
-// What the pages point to exists: links, paths of the project, and excerpts of the examples.
+// What the pages point to exists: links, paths of the project, and excerpts of its sources.
 
 import { existsSync, readFileSync, readdirSync } from "node:fs";
 import { dirname, join, normalize } from "node:path";
 import { anchors, inlineCode, prompt } from "./pages.mjs";
 
 const excerptKinds = ["cpp", "iss"];
+const excerptSources = ["examples", "tests/end_to_end"];
 const blockKinds = ["console", "json", "mermaid", "text", ...excerptKinds];
 
 export function checkReferences(root, pages, report) {
   const counts = { links: 0, paths: 0, excerpts: 0 };
-  const examples = readExamples(root);
+  const sources = readExcerptSources(root);
   for (const page of pages) {
     counts.links += checkLinks(root, page, pages, report);
     counts.paths += checkPaths(root, page, report);
@@ -19,8 +20,8 @@ export function checkReferences(root, pages, report) {
         report(where, `a block of the kind "${block.kind}", which nothing checks`);
       } else if (excerptKinds.includes(block.kind)) {
         counts.excerpts += 1;
-        if (!examples.includes(squeezed(block.lines.join("\n")))) {
-          report(where, "this excerpt is not in the source of examples/");
+        if (!sources.includes(squeezed(block.lines.join("\n")))) {
+          report(where, `this excerpt is in no source of ${excerptSources.join(" or ")}`);
         }
       } else if (block.kind === "json") {
         checkJson(block.lines.join("\n"), where, report);
@@ -71,11 +72,13 @@ function checkPaths(root, page, report) {
   return paths.length;
 }
 
-function readExamples(root) {
-  const directory = join(root, "examples");
-  return readdirSync(directory, { recursive: true })
-    .filter((name) => /\.(cpp|h|iss)$/.test(name))
-    .map((name) => squeezed(readFileSync(join(directory, name), "utf8")))
+function readExcerptSources(root) {
+  return excerptSources
+    .flatMap((directory) =>
+      readdirSync(join(root, directory), { recursive: true }).map((name) => join(root, directory, name)),
+    )
+    .filter((file) => /\.(cpp|h|iss)$/.test(file))
+    .map((file) => squeezed(readFileSync(file, "utf8")))
     .join("\n");
 }
 
