@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "app/doubles.h"
+#include "fixtures/doubles/scoped_command_line.h"
 #include "support/text_conversion.h"
 
 namespace updater {
@@ -69,13 +69,13 @@ TEST(CommandLine, PassesTextThroughUnchanged) {
 TEST(CommandLine, ReleasesTheSplitTokens) {
     HLOCAL list = nullptr;
     std::vector<HLOCAL> released;
-    const ScopedReplacement<decltype(CommandLineToArgvW)> splitting(
-        commandLineToArgv, [&list](LPCWSTR commandLine, int* count) {
+    const ScopedReplacement splitting(
+        doubles::CommandLineToArgvW, [&list](LPCWSTR commandLine, int* count) {
             LPWSTR* const tokens = CommandLineToArgvW(commandLine, count);
             list = tokens;
             return tokens;
         });
-    const ScopedReplacement<decltype(LocalFree)> releasing(localFree, [&released](HLOCAL memory) {
+    const ScopedReplacement releasing(doubles::LocalFree, [&released](HLOCAL memory) {
         released.push_back(memory);
         return LocalFree(memory);
     });

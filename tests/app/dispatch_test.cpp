@@ -13,8 +13,9 @@
 #include <vector>
 
 #include "app/command_line.h"
-#include "app/doubles.h"
 #include "fixtures/current_directory.h"
+#include "fixtures/doubles/scoped_command_line.h"
+#include "fixtures/doubles/updater_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
@@ -43,17 +44,19 @@ struct ModeDoubles {
     std::function<int()> result = [] { return 0; };
 
     ScopedReplacement<decltype(RunSelfTest)> selfTest{
-        runSelfTest, [this](const std::filesystem::path& directory) {
+        doubles::RunSelfTest, [this](const std::filesystem::path& directory) {
             called.emplace_back("self-test");
             jobDirectory = directory;
             return result();
         }};
-    ScopedReplacement<decltype(RunWorker)> worker{runWorker, [this](const UpdaterArguments& given) {
+    ScopedReplacement<decltype(RunWorker)> worker{doubles::RunWorker,
+                                                  [this](const UpdaterArguments& given) {
                                                       called.emplace_back("worker");
                                                       arguments = given;
                                                       return result();
                                                   }};
-    ScopedReplacement<decltype(RunBroker)> broker{runBroker, [this](const UpdaterArguments& given) {
+    ScopedReplacement<decltype(RunBroker)> broker{doubles::RunBroker,
+                                                  [this](const UpdaterArguments& given) {
                                                       called.emplace_back("broker");
                                                       arguments = given;
                                                       return result();
@@ -271,7 +274,7 @@ TEST_F(Dispatch, TakesAFlagAfterJobDirForARelativeDirectory) {
 // From here on the modes are the real ones; whether this process is elevated is made up.
 struct RealModes : Dispatch {
     bool elevated = true;
-    ScopedReplacement<decltype(IsProcessElevated)> elevation{isProcessElevated,
+    ScopedReplacement<decltype(IsProcessElevated)> elevation{doubles::IsProcessElevated,
                                                              [this] { return elevated; }};
 };
 

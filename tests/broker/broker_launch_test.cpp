@@ -57,7 +57,7 @@ TEST(BrokerEvents, AreUsedAsTheyAreWhenTheyExistedBefore) {
     world.LetWorkerEndWith(0);
     std::vector<UniqueHandle> earlier;
     ScopedReplacement<decltype(CreateEventW)> existing(
-        doubles::createEvent,
+        doubles::CreateEventW,
         [&](LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL signalled, LPCWSTR name) {
             earlier.push_back(OwnHandle(CreateEventW(security, manual, signalled, name)));
             HANDLE handle = world.OnCreateEvent(security, manual, signalled, name);
@@ -125,7 +125,7 @@ TEST(BrokerReadyWait, IsForTheEventThenTheWorkerForThreeMinutes) {
     std::vector<HANDLE> waitedFor;
     DWORD firstProcess = 0;
     ScopedReplacement<decltype(WaitForMultipleObjects)> wait(
-        doubles::waitForMultipleObjects,
+        doubles::WaitForMultipleObjects,
         [&](DWORD count, const HANDLE* objects, BOOL all, DWORD milliseconds) -> DWORD {
             waitedFor.assign(objects, objects + count);
             firstProcess = GetProcessId(objects[count - 1]);

@@ -82,7 +82,7 @@ TEST(BrokerWaiting, GivesUpAtOnceWhenTheDeadlineHasPassedAlready) {
     for (const ULONGLONG late : {ULONGLONG{kThreeMinutes}, ULONGLONG{kThreeMinutes + 1}}) {
         BrokerWorld world;
         ULONGLONG clock = 0;
-        ScopedReplacement<decltype(GetTickCount64)> jumping(doubles::getTickCount64, [&] {
+        ScopedReplacement<decltype(GetTickCount64)> jumping(doubles::GetTickCount64, [&] {
             const ULONGLONG answer = clock;
             clock += late;
             return answer;
@@ -101,7 +101,7 @@ TEST(BrokerWaiting, GivesUpAtOnceWhenTheDeadlineHasPassedAlready) {
 TEST(BrokerWaiting, PlaysOneMoreRoundJustBeforeTheDeadline) {
     BrokerWorld world;
     ULONGLONG clock = 0;
-    ScopedReplacement<decltype(GetTickCount64)> jumping(doubles::getTickCount64, [&] {
+    ScopedReplacement<decltype(GetTickCount64)> jumping(doubles::GetTickCount64, [&] {
         const ULONGLONG answer = clock;
         clock += kThreeMinutes - 1;
         return answer;

@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/processes/process_start.h"
 #include "fixtures/processes/simulated_time.h"
 #include "fixtures/processes/stand_in_process.h"
 #include "fixtures/processes/status_history.h"
-#include "fixtures/processes/windows_doubles.h"
 #include "fixtures/temporary_directory.h"
 #include "support/updater_arguments.h"
 
@@ -117,27 +117,27 @@ struct BrokerWorld {
     StatusHistory status;
     ProcessStarts processes;
     ScopedReplacement<decltype(GetTokenInformation)> getTokenInformation{
-        doubles::getTokenInformation, std::bind_front(&BrokerWorld::OnGetTokenInformation, this)};
+        doubles::GetTokenInformation, std::bind_front(&BrokerWorld::OnGetTokenInformation, this)};
     ScopedReplacement<decltype(OpenProcess)> openProcess{
-        doubles::openProcess, std::bind_front(&BrokerWorld::OnOpenProcess, this)};
+        doubles::OpenProcess, std::bind_front(&BrokerWorld::OnOpenProcess, this)};
     ScopedReplacement<decltype(QueryFullProcessImageNameW)> queryImageName{
-        doubles::queryFullProcessImageName, std::bind_front(&BrokerWorld::OnQueryImageName, this)};
+        doubles::QueryFullProcessImageNameW, std::bind_front(&BrokerWorld::OnQueryImageName, this)};
     ScopedReplacement<decltype(Process32FirstW)> firstProcess{
-        doubles::process32First, std::bind_front(&BrokerWorld::OnFirstProcess, this)};
+        doubles::Process32FirstW, std::bind_front(&BrokerWorld::OnFirstProcess, this)};
     ScopedReplacement<decltype(CoCreateGuid)> coCreateGuid{
-        doubles::coCreateGuid, std::bind_front(&BrokerWorld::OnCreateGuid, this)};
+        doubles::CoCreateGuid, std::bind_front(&BrokerWorld::OnCreateGuid, this)};
     ScopedReplacement<decltype(CreateEventW)> createEvent{
-        doubles::createEvent, std::bind_front(&BrokerWorld::OnCreateEvent, this)};
+        doubles::CreateEventW, std::bind_front(&BrokerWorld::OnCreateEvent, this)};
     ScopedReplacement<decltype(ShellExecuteExW)> shellExecute{
-        doubles::shellExecuteEx, std::bind_front(&BrokerWorld::OnShellExecute, this)};
-    ScopedReplacement<decltype(SetEvent)> setEvent{doubles::setEvent,
+        doubles::ShellExecuteExW, std::bind_front(&BrokerWorld::OnShellExecute, this)};
+    ScopedReplacement<decltype(SetEvent)> setEvent{doubles::SetEvent,
                                                    std::bind_front(&BrokerWorld::OnSetEvent, this)};
     ScopedReplacement<decltype(GetExitCodeProcess)> getExitCodeProcess{
-        doubles::getExitCodeProcess, std::bind_front(&BrokerWorld::OnGetExitCode, this)};
+        doubles::GetExitCodeProcess, std::bind_front(&BrokerWorld::OnGetExitCode, this)};
     ScopedReplacement<decltype(GetFileAttributesExW)> getFileAttributes{
-        doubles::getFileAttributesEx, std::bind_front(&BrokerWorld::OnGetFileAttributes, this)};
+        doubles::GetFileAttributesExW, std::bind_front(&BrokerWorld::OnGetFileAttributes, this)};
     ScopedReplacement<decltype(MessageBoxW)> messageBox{
-        doubles::messageBox, std::bind_front(&BrokerWorld::OnMessageBox, this)};
+        doubles::MessageBoxW, std::bind_front(&BrokerWorld::OnMessageBox, this)};
 };
 
 }  // namespace updater

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "faults/simulated_updater.h"
-#include "fixtures/processes/windows_doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/updater_command_line.h"
 #include "support/file_system.h"
 #include "support/status_file.h"
@@ -52,20 +52,20 @@ struct BrokerRun : SimulatedUpdater {
     HANDLE ready = nullptr;
     HANDLE commit = nullptr;
 
-    ScopedReplacement<decltype(GetTickCount64)> clock{doubles::getTickCount64,
+    ScopedReplacement<decltype(GetTickCount64)> clock{doubles::GetTickCount64,
                                                       [this] { return time.now + slept; }};
     ScopedReplacement<decltype(CreateEventW)> createEvent{
-        doubles::createEvent, std::bind_front(&BrokerRun::OnCreateEvent, this)};
+        doubles::CreateEventW, std::bind_front(&BrokerRun::OnCreateEvent, this)};
     ScopedReplacement<decltype(ShellExecuteExW)> shellExecute{
-        doubles::shellExecuteEx, std::bind_front(&BrokerRun::OnShellExecute, this)};
-    ScopedReplacement<decltype(SetEvent)> setEvent{doubles::setEvent,
+        doubles::ShellExecuteExW, std::bind_front(&BrokerRun::OnShellExecute, this)};
+    ScopedReplacement<decltype(SetEvent)> setEvent{doubles::SetEvent,
                                                    std::bind_front(&BrokerRun::OnSetEvent, this)};
     ScopedReplacement<decltype(CreateProcessW)> createProcess{
-        doubles::createProcess,
+        doubles::CreateProcessW,
         [this](LPCWSTR program, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD,
                LPVOID, LPCWSTR, LPSTARTUPINFOW,
                LPPROCESS_INFORMATION started) { return OnCreateProcess(program, started); }};
-    ScopedReplacement<decltype(MessageBoxW)> messageBox{doubles::messageBox,
+    ScopedReplacement<decltype(MessageBoxW)> messageBox{doubles::MessageBoxW,
                                                         [this](HWND, LPCWSTR text, LPCWSTR, UINT) {
                                                             errorBox = WideToUtf8(text);
                                                             return IDOK;

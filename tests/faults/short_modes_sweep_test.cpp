@@ -3,8 +3,9 @@
 #include <array>
 
 #include "faults/sweep.h"
+#include "fixtures/doubles/scoped_command_line.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
-#include "fixtures/processes/windows_doubles.h"
 #include "fixtures/temporary_directory.h"
 #include "support/argument_quoting.h"
 #include "support/file_system.h"
@@ -44,12 +45,11 @@ Outcome RunInJobDirectory(const std::wstring& mode, const Watcher& watch) {
     const TemporaryDirectory directory;
     const std::filesystem::path jobDirectory = directory.path / L"\u4EFB\u52A1 job";
     CreateDirectories(jobDirectory);
-    std::wstring commandLine =
+    const std::wstring commandLine =
         L"updater " + mode + L" " + kJobDirOption + L" " + QuoteArgument(jobDirectory.native());
     Outcome outcome;
     {
-        const ScopedReplacement<decltype(GetCommandLineW)> getCommandLine(
-            doubles::getCommandLine, [&] { return commandLine.data(); });
+        const ScopedCommandLine scope(commandLine);
         watch([&outcome] { outcome[kEnd] = EndOfUpdater(); });
     }
     outcome[kStatus] = ReadStatus(jobDirectory);

@@ -13,18 +13,18 @@ void CopyText(const std::wstring& text, wchar_t* target) {
 }  // namespace
 
 SimulatedProcesses::SimulatedProcesses()
-    : openProcess(doubles::openProcess,
+    : openProcess(doubles::OpenProcess,
                   [this](DWORD /*access*/, BOOL /*inherit*/, DWORD id) { return Open(id); }),
-      queryImageName(doubles::queryFullProcessImageName,
+      queryImageName(doubles::QueryFullProcessImageNameW,
                      std::bind_front(&SimulatedProcesses::OnQueryImageName, this)),
-      firstProcess(doubles::process32First,
+      firstProcess(doubles::Process32FirstW,
                    [this](HANDLE /*snapshot*/, LPPROCESSENTRY32W entry) {
                        listPosition = 0;
                        return ListNext(entry);
                    }),
-      nextProcess(doubles::process32Next,
+      nextProcess(doubles::Process32NextW,
                   [this](HANDLE /*snapshot*/, LPPROCESSENTRY32W entry) { return ListNext(entry); }),
-      getExitCodeProcess(doubles::getExitCodeProcess,
+      getExitCodeProcess(doubles::GetExitCodeProcess,
                          std::bind_front(&SimulatedProcesses::OnGetExitCode, this)) {}
 
 void SimulatedProcesses::Start(DWORD id, const std::filesystem::path& image, bool listed) {

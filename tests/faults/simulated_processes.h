@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "fixtures/processes/windows_doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "support/handle.h"
 
 namespace updater::faults {

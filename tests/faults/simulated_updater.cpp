@@ -7,9 +7,8 @@ namespace updater::faults {
 SimulatedUpdater::SimulatedUpdater(std::wstring arguments, Rights rights,
                                    const std::filesystem::path& installDirectory)
     : commandLine(L"updater " + std::move(arguments)),
-      getCommandLine(doubles::getCommandLine, [this] { return commandLine.data(); }),
       getTokenInformation(
-          doubles::getTokenInformation, [rights](HANDLE token, TOKEN_INFORMATION_CLASS information,
+          doubles::GetTokenInformation, [rights](HANDLE token, TOKEN_INFORMATION_CLASS information,
                                                  LPVOID buffer, DWORD size, PDWORD length) {
               const BOOL done = GetTokenInformation(token, information, buffer, size, length);
               static_cast<TOKEN_ELEVATION*>(buffer)->TokenIsElevated =

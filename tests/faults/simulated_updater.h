@@ -4,8 +4,9 @@
 #include <string>
 
 #include "faults/simulated_processes.h"
+#include "fixtures/doubles/scoped_command_line.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/processes/simulated_time.h"
-#include "fixtures/processes/windows_doubles.h"
 
 namespace updater::faults {
 
@@ -21,10 +22,9 @@ struct SimulatedUpdater {
     SimulatedUpdater(std::wstring arguments, Rights rights,
                      const std::filesystem::path& installDirectory);
 
-    std::wstring commandLine;
+    ScopedCommandLine commandLine;
     SimulatedTime time;
     SimulatedProcesses processes;
-    ScopedReplacement<decltype(GetCommandLineW)> getCommandLine;
     ScopedReplacement<decltype(GetTokenInformation)> getTokenInformation;
 };
 

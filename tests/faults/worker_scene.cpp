@@ -5,9 +5,9 @@
 #include <optional>
 
 #include "faults/simulated_updater.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/named_event.h"
-#include "fixtures/processes/windows_doubles.h"
 #include "fixtures/updater_command_line.h"
 #include "support/directory_listing.h"
 #include "support/file_digest.h"
@@ -81,15 +81,15 @@ struct WorkerRun : SimulatedUpdater {
     UniqueHandle commit;
 
     ScopedReplacement<decltype(SHGetKnownFolderPath)> knownFolderPath{
-        doubles::shGetKnownFolderPath,
+        doubles::SHGetKnownFolderPath,
         [this](REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* path) { return OnKnownFolderPath(path); }};
-    ScopedReplacement<decltype(SetEvent)> setEvent{doubles::setEvent, [this](HANDLE event) {
+    ScopedReplacement<decltype(SetEvent)> setEvent{doubles::SetEvent, [this](HANDLE event) {
                                                        const BOOL done = SetEvent(event);
                                                        OnReady();
                                                        return done;
                                                    }};
     ScopedReplacement<decltype(CreateProcessW)> createProcess{
-        doubles::createProcess,
+        doubles::CreateProcessW,
         [this](LPCWSTR program, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD,
                LPVOID, LPCWSTR staging, LPSTARTUPINFOW,
                LPPROCESS_INFORMATION started) { return StartSetup(program, staging, started); }};

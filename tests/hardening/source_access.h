@@ -5,22 +5,9 @@
 #include <utility>
 #include <vector>
 
-#include "fixtures/processes/windows_doubles.h"
-#include "fixtures/replacement.h"
+#include "fixtures/doubles/windows_doubles.h"
 
 namespace updater {
-
-namespace doubles {
-
-// The further functions by which the updater gets at a file by its name.
-extern Replacement<decltype(CreateFileW)> createFile;
-extern Replacement<decltype(DeleteFileW)> deleteFile;
-extern Replacement<decltype(FindFirstFileExW)> findFirstFileEx;
-extern Replacement<decltype(GetFileAttributesW)> getFileAttributes;
-extern Replacement<decltype(GetFullPathNameW)> getFullPathName;
-extern Replacement<decltype(SetFileAttributesW)> setFileAttributes;
-
-}  // namespace doubles
 
 /// While it is in scope, records by which functions a file is reached, under any path that ends in
 /// its name. Replacements that are in force already stay so.
@@ -48,25 +35,25 @@ struct SourceAccess {
     std::vector<std::string> operations;
 
     ScopedReplacement<decltype(CopyFileW)> copying{
-        Watch(doubles::copyFile, "CopyFileW", &CopyFileW)};
+        Watch(doubles::CopyFileW, "CopyFileW", &CopyFileW)};
     ScopedReplacement<decltype(CreateFileW)> opening{
-        Watch(doubles::createFile, "CreateFileW", &CreateFileW)};
+        Watch(doubles::CreateFileW, "CreateFileW", &CreateFileW)};
     ScopedReplacement<decltype(DeleteFileW)> deleting{
-        Watch(doubles::deleteFile, "DeleteFileW", &DeleteFileW)};
+        Watch(doubles::DeleteFileW, "DeleteFileW", &DeleteFileW)};
     ScopedReplacement<decltype(FindFirstFileExW)> finding{
-        Watch(doubles::findFirstFileEx, "FindFirstFileExW", &FindFirstFileExW)};
+        Watch(doubles::FindFirstFileExW, "FindFirstFileExW", &FindFirstFileExW)};
     ScopedReplacement<decltype(GetFileAttributesW)> readingAttributes{
-        Watch(doubles::getFileAttributes, "GetFileAttributesW", &GetFileAttributesW)};
+        Watch(doubles::GetFileAttributesW, "GetFileAttributesW", &GetFileAttributesW)};
     ScopedReplacement<decltype(GetFileAttributesExW)> readingMoreAttributes{
-        Watch(doubles::getFileAttributesEx, "GetFileAttributesExW", &GetFileAttributesExW)};
+        Watch(doubles::GetFileAttributesExW, "GetFileAttributesExW", &GetFileAttributesExW)};
     ScopedReplacement<decltype(GetFullPathNameW)> resolving{
-        Watch(doubles::getFullPathName, "GetFullPathNameW", &GetFullPathNameW)};
+        Watch(doubles::GetFullPathNameW, "GetFullPathNameW", &GetFullPathNameW)};
     ScopedReplacement<decltype(MoveFileExW)> moving{
-        Watch(doubles::moveFileEx, "MoveFileExW", &MoveFileExW)};
+        Watch(doubles::MoveFileExW, "MoveFileExW", &MoveFileExW)};
     ScopedReplacement<decltype(SetFileAttributesW)> settingAttributes{
-        Watch(doubles::setFileAttributes, "SetFileAttributesW", &SetFileAttributesW)};
+        Watch(doubles::SetFileAttributesW, "SetFileAttributesW", &SetFileAttributesW)};
     ScopedReplacement<decltype(GetFileVersionInfoSizeW)> readingVersion{Watch(
-        doubles::getFileVersionInfoSize, "GetFileVersionInfoSizeW", &GetFileVersionInfoSizeW)};
+        doubles::GetFileVersionInfoSizeW, "GetFileVersionInfoSizeW", &GetFileVersionInfoSizeW)};
 };
 
 }  // namespace updater

@@ -46,8 +46,8 @@ SECURITY_DESCRIPTOR_CONTROL ControlOf(PSECURITY_DESCRIPTOR descriptor) {
 TEST(StagingProtection, SetsTheAccessListAndNothingElse) {
     std::vector<std::wstring> texts;
     std::vector<SECURITY_DESCRIPTOR_CONTROL> controls;
-    const ScopedReplacement<decltype(CreateDirectoryW)> creation(
-        doubles::createDirectory, [&](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
+    const ScopedReplacement creation(
+        doubles::CreateDirectoryW, [&](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
             EXPECT_EQ(security->nLength, sizeof(SECURITY_ATTRIBUTES));
             texts.push_back(DescriptorText(security->lpSecurityDescriptor));
             controls.push_back(ControlOf(security->lpSecurityDescriptor));

@@ -11,8 +11,9 @@
 #include <string_view>
 #include <vector>
 
+#include "fixtures/doubles/updater_doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
-#include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
 #include "fuzz/oracle/inventory_rules.h"
 #include "inputs/inventory_mutation.h"
@@ -24,18 +25,6 @@
 #include "support/windows_api.h"
 
 namespace updater {
-
-// Every file that is opened, and every file that is hashed, goes through these.
-REPLACE_IMPORTED(CreateFileW, createFile)
-Replacement<decltype(FileSha256Hex)> fileSha256Hex;
-
-std::string RealFileSha256Hex(const std::filesystem::path& file) __asm__(
-    "__real__ZN7updater13FileSha256HexERKNSt10filesystem7__cxx114pathE");
-std::string FileSha256HexDouble(const std::filesystem::path& file) __asm__(
-    "__wrap__ZN7updater13FileSha256HexERKNSt10filesystem7__cxx114pathE");
-std::string FileSha256HexDouble(const std::filesystem::path& file) {
-    return fileSha256Hex.Call(RealFileSha256Hex, file);
-}
 
 namespace {
 
@@ -71,7 +60,7 @@ std::wstring PathOfHandle(HANDLE file) {
 /// While it is in scope, records which files are opened and hashed; the calls do their work.
 struct FileAccesses {
     FileAccesses()
-        : create(createFile,
+        : create(doubles::CreateFileW,
                  [this](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                         DWORD disposition, DWORD flags, HANDLE model) {
                      HANDLE file =
@@ -79,7 +68,7 @@ struct FileAccesses {
                      Record(path, file);
                      return file;
                  }),
-          hash(fileSha256Hex, [this](const std::filesystem::path& file) {
+          hash(doubles::FileSha256Hex, [this](const std::filesystem::path& file) {
               hashed.push_back({file.native(), std::nullopt});
               return hashed.back().digest.emplace(FileSha256Hex(file));
           }) {}

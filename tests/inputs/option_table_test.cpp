@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "broker/broker.h"
+#include "fixtures/doubles/updater_doubles.h"
 #include "fixtures/raised_errors.h"
-#include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
 #include "inputs/option_tokens.h"
 #include "support/process_utilities.h"
@@ -19,39 +19,6 @@
 #include "worker/worker.h"
 
 namespace updater {
-
-// What a mode asks of the system before and while it reads its options.
-Replacement<decltype(IsProcessElevated)> isProcessElevated;
-Replacement<decltype(OpenProcessOf)> openProcessOf;
-Replacement<decltype(EnsureNoOtherInstance)> ensureNoOtherInstance;
-
-bool RealIsProcessElevated() __asm__("__real__ZN7updater17IsProcessElevatedEv");
-bool IsProcessElevatedDouble() __asm__("__wrap__ZN7updater17IsProcessElevatedEv");
-bool IsProcessElevatedDouble() {
-    return isProcessElevated.Call(RealIsProcessElevated);
-}
-
-UniqueHandle RealOpenProcessOf(
-    const std::filesystem::path& executable, std::uint32_t processId,
-    const char*
-        mismatch) __asm__("__real__ZN7updater13OpenProcessOfERKNSt10filesystem7__cxx114pathEjPKc");
-UniqueHandle OpenProcessOfDouble(
-    const std::filesystem::path& executable, std::uint32_t processId,
-    const char*
-        mismatch) __asm__("__wrap__ZN7updater13OpenProcessOfERKNSt10filesystem7__cxx114pathEjPKc");
-UniqueHandle OpenProcessOfDouble(const std::filesystem::path& executable, std::uint32_t processId,
-                                 const char* mismatch) {
-    return openProcessOf.Call(RealOpenProcessOf, executable, processId, mismatch);
-}
-
-void RealEnsureNoOtherInstance(const std::filesystem::path& applicationPath, std::uint32_t allowedProcessId) __asm__(
-    "__real__ZN7updater21EnsureNoOtherInstanceERKNSt10filesystem7__cxx114pathEj");
-void EnsureNoOtherInstanceDouble(const std::filesystem::path& applicationPath, std::uint32_t allowedProcessId) __asm__(
-    "__wrap__ZN7updater21EnsureNoOtherInstanceERKNSt10filesystem7__cxx114pathEj");
-void EnsureNoOtherInstanceDouble(const std::filesystem::path& applicationPath,
-                                 std::uint32_t allowedProcessId) {
-    ensureNoOtherInstance.Call(RealEnsureNoOtherInstance, applicationPath, allowedProcessId);
-}
 
 namespace {
 
@@ -189,15 +156,15 @@ TEST(OptionTable, AnEmptyOrAbsentOptionIsMissing) {
 
 TEST(OptionTable, TheWorkerReadsEveryForm) {
     const TemporaryDirectory directory;
-    const ScopedReplacement<decltype(IsProcessElevated)> elevated(isProcessElevated,
-                                                                  [] { return true; });
-    const ScopedReplacement<decltype(OpenProcessOf)> parent(
-        openProcessOf, [](const std::filesystem::path& executable, std::uint32_t, const char*) {
+    const ScopedReplacement elevated(doubles::IsProcessElevated, [] { return true; });
+    const ScopedReplacement parent(
+        doubles::OpenProcessOf,
+        [](const std::filesystem::path& executable, std::uint32_t, const char*) {
             EXPECT_EQ(executable.filename(), L"corvellan.exe");
             return OwnHandle(CreateEventW(nullptr, TRUE, TRUE, nullptr));
         });
-    const ScopedReplacement<decltype(EnsureNoOtherInstance)> noOther(
-        ensureNoOtherInstance, [](const std::filesystem::path&, std::uint32_t) {});
+    const ScopedReplacement noOther(doubles::EnsureNoOtherInstance,
+                                    [](const std::filesystem::path&, std::uint32_t) {});
     ForEveryForm(directory.path, [](const std::wstring& option, const OptionForm& form,
                                     const UpdaterArguments& arguments) {
         const auto run = [&] { RunWorker(arguments); };
@@ -213,10 +180,9 @@ TEST(OptionTable, TheWorkerReadsEveryForm) {
 }
 
 TEST(OptionTable, TheBrokerReadsEveryForm) {
-    const ScopedReplacement<decltype(IsProcessElevated)> limited(isProcessElevated,
-                                                                 [] { return false; });
-    const ScopedReplacement<decltype(OpenProcessOf)> noParent(
-        openProcessOf,
+    const ScopedReplacement limited(doubles::IsProcessElevated, [] { return false; });
+    const ScopedReplacement noParent(
+        doubles::OpenProcessOf,
         [](const std::filesystem::path&, std::uint32_t, const char* mismatch) -> UniqueHandle {
             throw std::runtime_error(mismatch);
         });

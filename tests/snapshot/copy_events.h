@@ -4,7 +4,7 @@
 #include <functional>
 #include <utility>
 
-#include "snapshot/doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 
 namespace updater {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "snapshot/doubles.h"
+#include "support/file_digest.h"
 
 namespace updater {
 

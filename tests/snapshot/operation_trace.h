@@ -5,7 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "snapshot/doubles.h"
+#include "fixtures/doubles/updater_doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 
 namespace updater {
 
@@ -22,28 +23,28 @@ struct OperationTrace {
     std::vector<std::wstring> operations;
 
     ScopedReplacement<decltype(FindFirstFileExW)> listing{
-        findFirstFileEx, [this](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
-                                FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+        doubles::FindFirstFileExW, [this](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
+                                          FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
             operations.push_back(L"list " + Relative(pattern));
             return FindFirstFileExW(pattern, level, data, operation, filter, flags);
         }};
     ScopedReplacement<decltype(CreateDirectoryW)> creation{
-        createDirectory, [this](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
+        doubles::CreateDirectoryW, [this](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
             operations.push_back(L"create " + Relative(path));
             return CreateDirectoryW(path, security);
         }};
     ScopedReplacement<decltype(DeleteFileW)> deletion{
-        deleteFile, [this](LPCWSTR path) {
+        doubles::DeleteFileW, [this](LPCWSTR path) {
             operations.push_back(L"delete " + Relative(path));
             return DeleteFileW(path);
         }};
     ScopedReplacement<decltype(CopyFileW)> copying{
-        copyFile, [this](LPCWSTR source, LPCWSTR target, BOOL failIfExists) {
+        doubles::CopyFileW, [this](LPCWSTR source, LPCWSTR target, BOOL failIfExists) {
             operations.push_back(L"copy " + Relative(source) + L" to " + Relative(target));
             return CopyFileW(source, target, failIfExists);
         }};
     ScopedReplacement<decltype(FileSha256Hex)> reading{
-        fileSha256Hex, [this](const std::filesystem::path& file) {
+        doubles::FileSha256Hex, [this](const std::filesystem::path& file) {
             operations.push_back(L"digest " + Relative(file));
             return FileSha256Hex(file);
         }};

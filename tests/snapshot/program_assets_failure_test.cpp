@@ -6,10 +6,11 @@
 #include <string_view>
 #include <vector>
 
+#include "fixtures/doubles/updater_doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
-#include "snapshot/doubles.h"
 #include "snapshot/operation_trace.h"
 #include "snapshot/program_assets.h"
 #include "support/file_system.h"
@@ -102,14 +103,14 @@ struct ScopedReparsePoint {
     std::wstring name;
     DWORD tag;
     ScopedReplacement<decltype(FindFirstFileExW)> opening{
-        findFirstFileEx, [this](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
-                                FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+        doubles::FindFirstFileExW, [this](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
+                                          FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
             const HANDLE search = FindFirstFileExW(pattern, level, data, operation, filter, flags);
             Change(data);
             return search;
         }};
     ScopedReplacement<decltype(FindNextFileW)> stepping{
-        findNextFile, [this](HANDLE search, LPWIN32_FIND_DATAW data) {
+        doubles::FindNextFileW, [this](HANDLE search, LPWIN32_FIND_DATAW data) {
             const BOOL found = FindNextFileW(search, data);
             Change(data);
             return found;
@@ -119,7 +120,7 @@ struct ScopedReparsePoint {
 TEST_F(ProgramAssetsFailure, RefusesAnEntryWithTheReparseAttribute) {
     for (const auto& [path, message] : kEntries) {
         SCOPED_TRACE(WideToUtf8(path));
-        const ScopedReplacement attributes(getFileAttributes,
+        const ScopedReplacement attributes(doubles::GetFileAttributesW,
                                            AttributesOf(directory.path / path, [](DWORD real) {
                                                return real | FILE_ATTRIBUTE_REPARSE_POINT;
                                            }));
@@ -132,7 +133,7 @@ TEST_F(ProgramAssetsFailure, RefusesAnEntryWhoseAttributesCannotBeRead) {
     for (const auto& [path, message] : kEntries) {
         SCOPED_TRACE(WideToUtf8(path));
         const ScopedReplacement attributes(
-            getFileAttributes,
+            doubles::GetFileAttributesW,
             AttributesOf(directory.path / path, [](DWORD) { return INVALID_FILE_ATTRIBUTES; }));
         ExpectRefused(message);
     }
@@ -141,7 +142,7 @@ TEST_F(ProgramAssetsFailure, RefusesAnEntryWhoseAttributesCannotBeRead) {
 TEST_F(ProgramAssetsFailure, LooksAtNoOtherAttribute) {
     for (const auto& [path, message] : kEntries) {
         SCOPED_TRACE(WideToUtf8(path));
-        const ScopedReplacement attributes(getFileAttributes,
+        const ScopedReplacement attributes(doubles::GetFileAttributesW,
                                            AttributesOf(directory.path / path, [](DWORD) {
                                                return ~DWORD{FILE_ATTRIBUTE_REPARSE_POINT};
                                            }));
@@ -165,7 +166,7 @@ TEST_F(ProgramAssetsFailure, RefusesAReparsePointThatIsNoSymbolicLink) {
         for (const auto& [path, message] : kEntries) {
             SCOPED_TRACE(WideToUtf8(path));
             const ScopedReparsePoint junction(directory.path / path, tag);
-            const ScopedReplacement attributes(getFileAttributes,
+            const ScopedReplacement attributes(doubles::GetFileAttributesW,
                                                AttributesOf(directory.path / path, [](DWORD real) {
                                                    return real | FILE_ATTRIBUTE_REPARSE_POINT;
                                                }));
@@ -178,13 +179,12 @@ TEST_F(ProgramAssetsFailure, RefusesAFileThatVanishesAfterItWasListed) {
     for (const auto& [path, message] :
          {RefusedEntry{L"config.ini", kLinkAtTopLevel}, {L"data\\sub\\deep.bin", kLinkInData}}) {
         const std::filesystem::path entry = directory.path / path;
-        const ScopedReplacement<decltype(GetFileAttributesW)> attributes(
-            getFileAttributes, [&entry](LPCWSTR queried) {
-                if (Is(queried, entry)) {
-                    DeleteFileW(entry.c_str());
-                }
-                return GetFileAttributesW(queried);
-            });
+        const ScopedReplacement attributes(doubles::GetFileAttributesW, [&entry](LPCWSTR queried) {
+            if (Is(queried, entry)) {
+                DeleteFileW(entry.c_str());
+            }
+            return GetFileAttributesW(queried);
+        });
         ExpectRefused(message);
         EXPECT_FALSE(PathExists(entry));
         WriteFileContent(entry, "content");
@@ -194,8 +194,9 @@ TEST_F(ProgramAssetsFailure, RefusesAFileThatVanishesAfterItWasListed) {
 // The listing has shown a file's kind, and nothing but its attributes is asked.
 TEST_F(ProgramAssetsFailure, AsksForNoTypeOfWhatIsNoReparsePoint) {
     std::vector<std::wstring> asked;
-    const ScopedReplacement<decltype(GetFileAttributesExW)> typeQuery(
-        getFileAttributesEx, [&asked](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) {
+    const ScopedReplacement typeQuery(
+        doubles::GetFileAttributesExW,
+        [&asked](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) {
             asked.emplace_back(path);
             return GetFileAttributesExW(path, level, data);
         });
@@ -210,14 +211,14 @@ TEST_F(ProgramAssetsFailure, AsksAgainForTheTypeOfAFormerReparsePoint) {
         const std::filesystem::path entry = directory.path / path;
         const ScopedReparsePoint former(entry, IO_REPARSE_TAG_MOUNT_POINT);
         {
-            const ScopedReplacement typeQuery(getFileAttributesEx,
+            const ScopedReplacement typeQuery(doubles::GetFileAttributesExW,
                                               TypeQueryFailing(entry, 1, ERROR_ACCESS_DENIED));
             EXPECT_THAT([this] { Enumerate(); },
                         RaisesFileSystemError("directory_entry::status", entry));
         }
         const ProgramAssets assets = Enumerate();
         EXPECT_EQ(assets.contains(path), kAllAssets.contains(path));
-        const ScopedReplacement typeQuery(getFileAttributesEx,
+        const ScopedReplacement typeQuery(doubles::GetFileAttributesExW,
                                           TypeQueryFailing(entry, 1, ERROR_FILE_NOT_FOUND));
         EXPECT_FALSE(Enumerate().contains(path));
     }
@@ -225,11 +226,10 @@ TEST_F(ProgramAssetsFailure, AsksAgainForTheTypeOfAFormerReparsePoint) {
 
 TEST_F(ProgramAssetsFailure, AsksForEveryEntrysAttributesByItsFullPath) {
     std::vector<std::wstring> asked;
-    const ScopedReplacement<decltype(GetFileAttributesW)> attributes(
-        getFileAttributes, [&asked](LPCWSTR path) {
-            asked.emplace_back(path);
-            return GetFileAttributesW(path);
-        });
+    const ScopedReplacement attributes(doubles::GetFileAttributesW, [&asked](LPCWSTR path) {
+        asked.emplace_back(path);
+        return GetFileAttributesW(path);
+    });
     Enumerate();
     const std::wstring root = directory.path.native() + L'\\';
     EXPECT_THAT(asked, UnorderedElementsAre(root + L"corvellan.exe", root + L"config.ini",
@@ -239,7 +239,7 @@ TEST_F(ProgramAssetsFailure, AsksForEveryEntrysAttributesByItsFullPath) {
 
 TEST_F(ProgramAssetsFailure, ListsNothingBehindARefusedDirectory) {
     const OperationTrace trace(directory.path);
-    const ScopedReplacement attributes(getFileAttributes,
+    const ScopedReplacement attributes(doubles::GetFileAttributesW,
                                        AttributesOf(directory.path / L"data\\sub", [](DWORD real) {
                                            return real | FILE_ATTRIBUTE_REPARSE_POINT;
                                        }));
@@ -251,11 +251,13 @@ TEST_F(ProgramAssetsFailure, NamesTheOperationWhenTheDataTreesExistenceIsUnknown
     RemoveTree(directory.path / L"data");
     const std::filesystem::path data = directory.path / L"data";
     for (const DWORD error : {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_NOT_READY}) {
-        const ScopedReplacement typeQuery(getFileAttributesEx, TypeQueryFailing(data, 1, error));
+        const ScopedReplacement typeQuery(doubles::GetFileAttributesExW,
+                                          TypeQueryFailing(data, 1, error));
         EXPECT_THAT([this] { Enumerate(); }, RaisesFileSystemError("exists", data));
     }
     for (const DWORD error : {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND}) {
-        const ScopedReplacement typeQuery(getFileAttributesEx, TypeQueryFailing(data, 1, error));
+        const ScopedReplacement typeQuery(doubles::GetFileAttributesExW,
+                                          TypeQueryFailing(data, 1, error));
         EXPECT_EQ(Enumerate(), ProgramAssets{L"corvellan.exe"});
     }
 }
@@ -276,8 +278,8 @@ struct ListingFailure {
     int searches = 0;
 
     ScopedReplacement<decltype(FindFirstFileExW)> opening{
-        findFirstFileEx, [this](LPCWSTR listed, FINDEX_INFO_LEVELS level, LPVOID data,
-                                FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+        doubles::FindFirstFileExW, [this](LPCWSTR listed, FINDEX_INFO_LEVELS level, LPVOID data,
+                                          FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
             if (at == At::Opening && Is(listed, pattern)) {
                 return FailWith(error, INVALID_HANDLE_VALUE);
             }
@@ -290,11 +292,11 @@ struct ListingFailure {
             return search;
         }};
     ScopedReplacement<decltype(FindNextFileW)> stepping{
-        findNextFile, [this](HANDLE search, LPWIN32_FIND_DATAW data) {
+        doubles::FindNextFileW, [this](HANDLE search, LPWIN32_FIND_DATAW data) {
             return at == At::FirstStep && search == failing ? FailWith(error)
                                                             : FindNextFileW(search, data);
         }};
-    ScopedReplacement<decltype(FindClose)> closing{findClose, [this](HANDLE search) {
+    ScopedReplacement<decltype(FindClose)> closing{doubles::FindClose, [this](HANDLE search) {
                                                        openSearches -= 1;
                                                        return FindClose(search);
                                                    }};
@@ -342,7 +344,7 @@ TEST_F(ProgramAssetsFailure, ClosesEverySearch) {
     EXPECT_EQ(none.openSearches, 0);
     EXPECT_EQ(none.searches, 3);
 
-    const ScopedReplacement attributes(getFileAttributes,
+    const ScopedReplacement attributes(doubles::GetFileAttributesW,
                                        AttributesOf(directory.path / L"data\\sub\\deep.bin",
                                                     [](DWORD) { return INVALID_FILE_ATTRIBUTES; }));
     ExpectRefused(kLinkInData);

@@ -5,12 +5,13 @@
 #include <map>
 #include <string>
 
+#include "fixtures/doubles/updater_doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/copy_events.h"
 #include "snapshot/digest_pairs.h"
-#include "snapshot/doubles.h"
 #include "snapshot/operation_trace.h"
 #include "snapshot/program_backup.h"
 
@@ -43,13 +44,13 @@ struct ProgramBackupFailure : testing::Test {
 
 TEST_F(ProgramBackupFailure, NoticesASourceThatChangesAfterItsCopyAndKeepsTheCopiesMade) {
     const ScopedReplacement copying(
-        copyFile, CopyThen(copy, [this] { WriteFileContent(source, "changed"); }));
+        doubles::CopyFileW, CopyThen(copy, [this] { WriteFileContent(source, "changed"); }));
     EXPECT_THAT([this] { Backup(); }, RaisesError(kMismatch));
     EXPECT_THAT(BackupContent(), ElementsAre(Pair(L"a.dll", "content"), Pair(L"b.dll", "content")));
 }
 
 TEST_F(ProgramBackupFailure, NoticesACopyThatDiffersFromItsSource) {
-    const ScopedReplacement copying(copyFile,
+    const ScopedReplacement copying(doubles::CopyFileW,
                                     CopyThen(copy, [this] { WriteFileContent(copy, "damaged"); }));
     EXPECT_THAT([this] { Backup(); }, RaisesError(kMismatch));
     EXPECT_THAT(BackupContent(), ElementsAre(Pair(L"a.dll", "content"), Pair(L"b.dll", "damaged")));
@@ -58,14 +59,14 @@ TEST_F(ProgramBackupFailure, NoticesACopyThatDiffersFromItsSource) {
 TEST_F(ProgramBackupFailure, PassesOnADigestThatCannotBeComputed) {
     for (const std::filesystem::path& vanishing : {copy, source}) {
         const ScopedReplacement copying(
-            copyFile, CopyThen(copy, [&vanishing] { DeleteFileW(vanishing.c_str()); }));
+            doubles::CopyFileW, CopyThen(copy, [&vanishing] { DeleteFileW(vanishing.c_str()); }));
         EXPECT_THAT([this] { Backup(); }, RaisesError("SHA256 verification failed"));
     }
 }
 
 TEST_F(ProgramBackupFailure, ComparesWholeDigestsExactly) {
     for (const auto& digests : kDifferentDigests) {
-        const ScopedReplacement reading(fileSha256Hex, DigestsOf(backup, digests));
+        const ScopedReplacement reading(doubles::FileSha256Hex, DigestsOf(backup, digests));
         EXPECT_THAT([this] { Backup(); }, RaisesError(kMismatch));
     }
 }
@@ -84,15 +85,15 @@ TEST_F(ProgramBackupFailure, CopiesEachAssetThenDigestsTheCopyThenTheSourceAndLi
 
 TEST_F(ProgramBackupFailure, NamesBothPathsOfACopyThatFails) {
     for (const DWORD error : {ERROR_DISK_FULL, ERROR_ACCESS_DENIED, ERROR_CRC}) {
-        const ScopedReplacement copying(copyFile, CopyFailing(copy, error));
+        const ScopedReplacement copying(doubles::CopyFileW, CopyFailing(copy, error));
         EXPECT_THAT([this] { Backup(); }, RaisesFileSystemError("copy_file", source, copy));
         EXPECT_THAT(BackupContent(), ElementsAre(Pair(L"a.dll", "content")));
     }
 }
 
 TEST_F(ProgramBackupFailure, NamesTheDirectoryThatCannotBeCreated) {
-    const ScopedReplacement<decltype(CreateDirectoryW)> creation(
-        createDirectory, [this](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
+    const ScopedReplacement creation(
+        doubles::CreateDirectoryW, [this](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
             return backup / L"data" == path ? FailWith(ERROR_ACCESS_DENIED)
                                             : CreateDirectoryW(path, security);
         });

@@ -5,12 +5,13 @@
 #include <map>
 #include <string>
 
+#include "fixtures/doubles/updater_doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/copy_events.h"
 #include "snapshot/digest_pairs.h"
-#include "snapshot/doubles.h"
 #include "snapshot/operation_trace.h"
 #include "snapshot/program_backup.h"
 #include "snapshot/program_restore.h"
@@ -53,7 +54,7 @@ struct ProgramRestoreFailure : testing::Test {
 
 TEST_F(ProgramRestoreFailure, StopsAtAFileThatDiffersFromItsCopy) {
     const ScopedReplacement copying(
-        copyFile, CopyThen(restored, [this] { WriteFileContent(restored, "damaged"); }));
+        doubles::CopyFileW, CopyThen(restored, [this] { WriteFileContent(restored, "damaged"); }));
     EXPECT_THAT([this] { Restore(); }, RaisesError(kMismatch));
     EXPECT_THAT(Installed(), ElementsAre(Pair(L"a.dll", "old"), Pair(L"b.dll", "damaged"),
                                          Pair(L"data\\", ""), Pair(L"data\\c.bin", "new")));
@@ -61,15 +62,16 @@ TEST_F(ProgramRestoreFailure, StopsAtAFileThatDiffersFromItsCopy) {
 
 TEST_F(ProgramRestoreFailure, PassesOnADigestThatCannotBeComputed) {
     for (const std::filesystem::path& vanishing : {restored, copy}) {
-        const ScopedReplacement copying(
-            copyFile, CopyThen(restored, [&vanishing] { DeleteFileW(vanishing.c_str()); }));
+        const ScopedReplacement copying(doubles::CopyFileW, CopyThen(restored, [&vanishing] {
+                                            DeleteFileW(vanishing.c_str());
+                                        }));
         EXPECT_THAT([this] { Restore(); }, RaisesError("SHA256 verification failed"));
     }
 }
 
 TEST_F(ProgramRestoreFailure, ComparesWholeDigestsExactly) {
     for (const auto& digests : kDifferentDigests) {
-        const ScopedReplacement reading(fileSha256Hex, DigestsOf(backup, digests));
+        const ScopedReplacement reading(doubles::FileSha256Hex, DigestsOf(backup, digests));
         EXPECT_THAT([this] { Restore(); }, RaisesError(kMismatch));
     }
 }
@@ -101,31 +103,31 @@ TEST_F(ProgramRestoreFailure, RecreatesADirectoryWhenItsFileIsReached) {
 
 TEST_F(ProgramRestoreFailure, NamesBothPathsOfACopyThatFails) {
     for (const DWORD error : {ERROR_DISK_FULL, ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION}) {
-        const ScopedReplacement copying(copyFile, CopyFailing(restored, error));
+        const ScopedReplacement copying(doubles::CopyFileW, CopyFailing(restored, error));
         EXPECT_THAT([this] { Restore(); }, RaisesFileSystemError("copy_file", copy, restored));
     }
 }
 
 TEST_F(ProgramRestoreFailure, NamesTheDirectoryThatCannotBeCreated) {
     RemoveTree(installation / L"data");
-    const ScopedReplacement<decltype(CreateDirectoryW)> creation(
-        createDirectory,
-        [](LPCWSTR, LPSECURITY_ATTRIBUTES) { return FailWith(ERROR_ACCESS_DENIED); });
+    const ScopedReplacement creation(doubles::CreateDirectoryW, [](LPCWSTR, LPSECURITY_ATTRIBUTES) {
+        return FailWith(ERROR_ACCESS_DENIED);
+    });
     EXPECT_THAT([this] { Restore(); },
                 RaisesFileSystemError("create_directories", installation / L"data"));
 }
 
 TEST_F(ProgramRestoreFailure, StopsAtAnAddedFileThatCannotBeDeleted) {
     const auto before = Installed();
-    const ScopedReplacement<decltype(DeleteFileW)> deletion(
-        deleteFile, [](LPCWSTR) { return FailWith(ERROR_ACCESS_DENIED); });
+    const ScopedReplacement deletion(doubles::DeleteFileW,
+                                     [](LPCWSTR) { return FailWith(ERROR_ACCESS_DENIED); });
     EXPECT_THAT([this] { Restore(); },
                 RaisesFileSystemError("remove", installation / L"Added.exe"));
     EXPECT_EQ(Installed(), before);
 }
 
 TEST_F(ProgramRestoreFailure, DoesNotMindAnAddedFileThatVanishesBeforeItIsDeleted) {
-    const ScopedReplacement<decltype(DeleteFileW)> deletion(deleteFile, [](LPCWSTR path) {
+    const ScopedReplacement deletion(doubles::DeleteFileW, [](LPCWSTR path) {
         EXPECT_TRUE(DeleteFileW(path));
         return DeleteFileW(path);
     });

@@ -6,10 +6,11 @@
 #include <string>
 
 #include "fixtures/damaged_file.h"
+#include "fixtures/doubles/updater_doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
-#include "snapshot/doubles.h"
 #include "snapshot/program_verification.h"
 
 namespace updater {
@@ -37,14 +38,14 @@ struct DamagedInstallation : testing::Test {
 
     TemporaryDirectory directory;
     std::size_t checked = 0;
-    ScopedDigest digest{fileSha256Hex, [this](const std::filesystem::path&) {
+    ScopedDigest digest{doubles::FileSha256Hex, [this](const std::filesystem::path&) {
                             ++checked;
                             return std::string("the digest");
                         }};
 };
 
 TEST_F(DamagedInstallation, IsRefusedWhenNotEvenTheInventorysBeginningCanBeRead) {
-    const DamagedFile damaged(readFile, L"program-files.tsv", 0);
+    const DamagedFile damaged(L"program-files.tsv", 0);
     ExpectFailure("Installed program inventory is empty");
     EXPECT_EQ(checked, 0U);
 }
@@ -55,7 +56,7 @@ TEST_F(DamagedInstallation, IsRefusedAfterTheLinesThatCanBeRead) {
           std::size_t{65536}, std::size_t{65537}, 4000 * kEntryBytes, kEntries * kEntryBytes}) {
         SCOPED_TRACE(readable);
         checked = 0;
-        const DamagedFile damaged(readFile, L"program-files.tsv", static_cast<int>(readable));
+        const DamagedFile damaged(L"program-files.tsv", static_cast<int>(readable));
         ExpectFailure("Invalid program inventory");
         EXPECT_EQ(checked, readable / kEntryBytes) << "no line that is read only in part";
         EXPECT_EQ(damaged.failures, 1);
@@ -63,10 +64,10 @@ TEST_F(DamagedInstallation, IsRefusedAfterTheLinesThatCanBeRead) {
 }
 
 TEST_F(DamagedInstallation, IsRefusedForTheFirstLineThatFails) {
-    const ScopedDigest mismatch(fileSha256Hex, [this](const std::filesystem::path&) {
+    const ScopedDigest mismatch(doubles::FileSha256Hex, [this](const std::filesystem::path&) {
         return std::string(++checked < 300 ? "the digest" : "another digest");
     });
-    const DamagedFile damaged(readFile, L"program-files.tsv", 8192);
+    const DamagedFile damaged(L"program-files.tsv", 8192);
     ExpectFailure("Installed program checksum mismatch: corvellan.exe");
     EXPECT_EQ(checked, 300U);
 }
@@ -75,11 +76,11 @@ TEST_F(DamagedInstallation, IsRefusedForAFileThatCanBeReadOnlyInPart) {
     WriteFileContent(directory.path / L"corvellan.exe", std::string(100000, 'x'));
     const std::string content = std::string(65536, 'x');
     WriteFileContent(directory.path / L"beginning", content);
-    fileSha256Hex.Set(nullptr);
+    doubles::FileSha256Hex.Set(nullptr);
     // Even when the part that can be read has the listed digest.
     WriteFileContent(directory.path / L"program-files.tsv",
                      "corvellan.exe\t" + FileSha256Hex(directory.path / L"beginning") + "\n");
-    const DamagedFile damaged(readFile, L"corvellan.exe", 65536);
+    const DamagedFile damaged(L"corvellan.exe", 65536);
     ExpectFailure("SHA256 verification failed");
 }
 

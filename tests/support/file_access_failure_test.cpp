@@ -10,19 +10,15 @@
 #include <vector>
 
 #include "fixtures/damaged_file.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/open_handles.h"
-#include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_reading.h"
 #include "support/file_writing.h"
 #include "support/windows_api.h"
 
 namespace updater {
-
-REPLACE_IMPORTED(CreateFileW, createFile)
-REPLACE_IMPORTED(ReadFile, readFile)
-REPLACE_IMPORTED(WriteFile, writeFile)
 
 namespace {
 
@@ -52,9 +48,10 @@ TEST_F(FileAccessFailure, FilesAreOpenedSharedAndForTheNeededAccessOnly) {
     DWORD expectedAccess = GENERIC_READ;
     DWORD expectedDisposition = OPEN_EXISTING;
     int opened = 0;
-    const ScopedReplacement<decltype(CreateFileW)> observed(
-        createFile, [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
-                        DWORD disposition, DWORD flags, HANDLE model) {
+    const ScopedReplacement observed(
+        doubles::CreateFileW,
+        [&](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+            DWORD disposition, DWORD flags, HANDLE model) {
             ++opened;
             EXPECT_EQ(path, file.native());
             EXPECT_EQ(access, expectedAccess);
@@ -74,10 +71,10 @@ TEST_F(FileAccessFailure, FilesAreOpenedSharedAndForTheNeededAccessOnly) {
 }
 
 TEST_F(FileAccessFailure, AFileThatCannotBeOpenedIsNeitherReadNorWritten) {
-    const ScopedReplacement<decltype(CreateFileW)> refusal(createFile, [](auto...) {
+    const ScopedReplacement refusal(doubles::CreateFileW, [](auto...) {
         return FailWith(ERROR_SHARING_VIOLATION, INVALID_HANDLE_VALUE);
     });
-    const ScopedReplacement<decltype(WriteFile)> noWriting(writeFile, [](auto...) {
+    const ScopedReplacement noWriting(doubles::WriteFile, [](auto...) {
         ADD_FAILURE() << "Nothing is open";
         return FALSE;
     });
@@ -87,8 +84,8 @@ TEST_F(FileAccessFailure, AFileThatCannotBeOpenedIsNeitherReadNorWritten) {
 
 TEST_F(FileAccessFailure, AFileIsReadInPortionsOf64KiBUntilNothingComes) {
     std::vector<DWORD> asked;
-    const ScopedReplacement<decltype(ReadFile)> observed(
-        readFile,
+    const ScopedReplacement observed(
+        doubles::ReadFile,
         [&asked](HANDLE opened, LPVOID buffer, DWORD bytes, LPDWORD read, LPOVERLAPPED overlapped) {
             EXPECT_EQ(overlapped, nullptr);
             asked.push_back(bytes);
@@ -106,11 +103,10 @@ TEST_F(FileAccessFailure, ReadsThatBringLessThanTheyAreAskedForMakeNoEnd) {
         content += std::to_string(line) + '\n';
     }
     WriteFileContent(file, content);
-    const ScopedReplacement<decltype(ReadFile)> slow(
-        readFile,
-        [](HANDLE opened, LPVOID buffer, DWORD bytes, LPDWORD read, LPOVERLAPPED overlapped) {
-            return ReadFile(opened, buffer, std::min<DWORD>(bytes, 1000), read, overlapped);
-        });
+    const ScopedReplacement slow(doubles::ReadFile, [](HANDLE opened, LPVOID buffer, DWORD bytes,
+                                                       LPDWORD read, LPOVERLAPPED overlapped) {
+        return ReadFile(opened, buffer, std::min<DWORD>(bytes, 1000), read, overlapped);
+    });
     std::string read;
     std::vector<std::size_t> sizes;
     const UniqueHandle opened = OpenFileToRead(file);
@@ -132,7 +128,7 @@ TEST_F(FileAccessFailure, AReadThatFailsIsNoEndOfTheFile) {
          {Case{0, {0}}, Case{8192, {8192}}, Case{65536, {65536, 0}}, Case{70000, {65536, 4464}},
           Case{200000, {65536, 65536, 65536, 3392}}}) {
         SCOPED_TRACE(damage.readable);
-        const DamagedFile damaged(readFile, L"file", damage.readable);
+        const DamagedFile damaged(L"file", damage.readable);
         EXPECT_EQ(Portions(), damage.portions) << "what was read is handed over";
         EXPECT_FALSE(complete);
         EXPECT_EQ(damaged.failures, 1) << "nothing is read after the failure";
@@ -143,8 +139,8 @@ TEST_F(FileAccessFailure, AReadThatFailsIsNoEndOfTheFile) {
 TEST_F(FileAccessFailure, NoErrorOfAReadMeansTheEnd) {
     for (const DWORD error :
          {ERROR_HANDLE_EOF, ERROR_BROKEN_PIPE, ERROR_MORE_DATA, ERROR_SUCCESS}) {
-        const ScopedReplacement<decltype(ReadFile)> failing(
-            readFile, [error](auto...) { return FailWith(error); });
+        const ScopedReplacement failing(doubles::ReadFile,
+                                        [error](auto...) { return FailWith(error); });
         EXPECT_THAT(Portions(), ElementsAre(0));
         EXPECT_FALSE(complete) << error;
     }
@@ -156,9 +152,9 @@ TEST_F(FileAccessFailure, ContentIsWrittenInPortionsAndGoesOnWhereAWriteStopped)
         content += std::to_string(line) + '\n';
     }
     std::vector<DWORD> asked;
-    const ScopedReplacement<decltype(WriteFile)> slow(
-        writeFile, [&asked](HANDLE opened, LPCVOID data, DWORD bytes, LPDWORD written,
-                            LPOVERLAPPED overlapped) {
+    const ScopedReplacement slow(
+        doubles::WriteFile, [&asked](HANDLE opened, LPCVOID data, DWORD bytes, LPDWORD written,
+                                     LPOVERLAPPED overlapped) {
             EXPECT_EQ(overlapped, nullptr);
             asked.push_back(bytes);
             return WriteFile(opened, data, std::min<DWORD>(bytes, 60000), written, overlapped);
@@ -169,7 +165,7 @@ TEST_F(FileAccessFailure, ContentIsWrittenInPortionsAndGoesOnWhereAWriteStopped)
 }
 
 TEST_F(FileAccessFailure, NoContentNeedsNoWrite) {
-    const ScopedReplacement<decltype(WriteFile)> noWriting(writeFile, [](auto...) {
+    const ScopedReplacement noWriting(doubles::WriteFile, [](auto...) {
         ADD_FAILURE() << "There is nothing to write";
         return FALSE;
     });
@@ -179,9 +175,9 @@ TEST_F(FileAccessFailure, NoContentNeedsNoWrite) {
 
 TEST_F(FileAccessFailure, AWriteThatFailsLeavesWhatWasWrittenBefore) {
     int writes = 0;
-    const ScopedReplacement<decltype(WriteFile)> fullDisk(
-        writeFile, [&writes](HANDLE opened, LPCVOID data, DWORD bytes, LPDWORD written,
-                             LPOVERLAPPED overlapped) {
+    const ScopedReplacement fullDisk(
+        doubles::WriteFile, [&writes](HANDLE opened, LPCVOID data, DWORD bytes, LPDWORD written,
+                                      LPOVERLAPPED overlapped) {
             return ++writes == 2 ? FailWith(ERROR_DISK_FULL)
                                  : WriteFile(opened, data, bytes, written, overlapped);
         });
@@ -192,21 +188,21 @@ TEST_F(FileAccessFailure, AWriteThatFailsLeavesWhatWasWrittenBefore) {
 
 TEST_F(FileAccessFailure, AWriteThatWritesNothingIsNotRepeated) {
     int writes = 0;
-    const ScopedReplacement<decltype(WriteFile)> stuck(
-        writeFile, [&writes](HANDLE, LPCVOID, DWORD, LPDWORD written, LPOVERLAPPED) {
-            *written = 0;
-            return ++writes < 10 ? TRUE : FailWith(ERROR_DISK_FULL);
-        });
+    const ScopedReplacement stuck(doubles::WriteFile,
+                                  [&writes](HANDLE, LPCVOID, DWORD, LPDWORD written, LPOVERLAPPED) {
+                                      *written = 0;
+                                      return ++writes < 10 ? TRUE : FailWith(ERROR_DISK_FULL);
+                                  });
     EXPECT_FALSE(OverwriteFile(file, "abc"));
     EXPECT_EQ(writes, 1);
 }
 
 TEST_F(FileAccessFailure, LeavesNoHandleOpen) {
     ExpectNoHandleLeft([this] {
-        const DamagedFile damaged(readFile, L"file", 100000);
+        const DamagedFile damaged(L"file", 100000);
         Portions();
-        const ScopedReplacement<decltype(WriteFile)> fullDisk(
-            writeFile, [](auto...) { return FailWith(ERROR_DISK_FULL); });
+        const ScopedReplacement fullDisk(doubles::WriteFile,
+                                         [](auto...) { return FailWith(ERROR_DISK_FULL); });
         OverwriteFile(file, "abc");
     });
 }

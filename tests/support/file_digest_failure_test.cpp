@@ -14,70 +14,15 @@
 #include <vector>
 
 #include "fixtures/damaged_file.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/open_handles.h"
 #include "fixtures/raised_errors.h"
-#include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_digest.h"
 #include "support/file_system.h"
 
 namespace updater {
-
-REPLACE_IMPORTED(ReadFile, readFile)
-
-namespace {
-
-Replacement<decltype(BCryptOpenAlgorithmProvider)> bcryptOpenAlgorithmProvider;
-Replacement<decltype(BCryptCreateHash)> bcryptCreateHash;
-Replacement<decltype(BCryptHashData)> bcryptHashData;
-Replacement<decltype(BCryptFinishHash)> bcryptFinishHash;
-Replacement<decltype(BCryptDestroyHash)> bcryptDestroyHash;
-Replacement<decltype(BCryptCloseAlgorithmProvider)> bcryptCloseAlgorithmProvider;
-
-}  // namespace
-
-extern "C" {
-
-extern decltype(BCryptOpenAlgorithmProvider) __real_BCryptOpenAlgorithmProvider;
-extern decltype(BCryptCreateHash) __real_BCryptCreateHash;
-extern decltype(BCryptHashData) __real_BCryptHashData;
-extern decltype(BCryptFinishHash) __real_BCryptFinishHash;
-extern decltype(BCryptDestroyHash) __real_BCryptDestroyHash;
-extern decltype(BCryptCloseAlgorithmProvider) __real_BCryptCloseAlgorithmProvider;
-
-NTSTATUS WINAPI __wrap_BCryptOpenAlgorithmProvider(BCRYPT_ALG_HANDLE* provider, LPCWSTR algorithm,
-                                                   LPCWSTR implementation, ULONG flags) {
-    return bcryptOpenAlgorithmProvider.Call(__real_BCryptOpenAlgorithmProvider, provider, algorithm,
-                                            implementation, flags);
-}
-
-NTSTATUS WINAPI __wrap_BCryptCreateHash(BCRYPT_ALG_HANDLE provider, BCRYPT_HASH_HANDLE* hash,
-                                        PUCHAR object, ULONG objectBytes, PUCHAR secret,
-                                        ULONG secretBytes, ULONG flags) {
-    return bcryptCreateHash.Call(__real_BCryptCreateHash, provider, hash, object, objectBytes,
-                                 secret, secretBytes, flags);
-}
-
-NTSTATUS WINAPI __wrap_BCryptHashData(BCRYPT_HASH_HANDLE hash, PUCHAR data, ULONG bytes,
-                                      ULONG flags) {
-    return bcryptHashData.Call(__real_BCryptHashData, hash, data, bytes, flags);
-}
-
-NTSTATUS WINAPI __wrap_BCryptFinishHash(BCRYPT_HASH_HANDLE hash, PUCHAR output, ULONG bytes,
-                                        ULONG flags) {
-    return bcryptFinishHash.Call(__real_BCryptFinishHash, hash, output, bytes, flags);
-}
-
-NTSTATUS WINAPI __wrap_BCryptDestroyHash(BCRYPT_HASH_HANDLE hash) {
-    return bcryptDestroyHash.Call(__real_BCryptDestroyHash, hash);
-}
-
-NTSTATUS WINAPI __wrap_BCryptCloseAlgorithmProvider(BCRYPT_ALG_HANDLE provider, ULONG flags) {
-    return bcryptCloseAlgorithmProvider.Call(__real_BCryptCloseAlgorithmProvider, provider, flags);
-}
-
-}  // extern "C"
 
 namespace {
 
@@ -119,7 +64,7 @@ struct ObservedProvider {
 
 ObservedProvider::ObservedProvider(const ProviderStatuses& answers)
     : statuses(answers),
-      open(bcryptOpenAlgorithmProvider,
+      open(doubles::BCryptOpenAlgorithmProvider,
            [this](BCRYPT_ALG_HANDLE* opened, LPCWSTR algorithm, LPCWSTR implementation,
                   ULONG flags) {
                calls.emplace_back("open");
@@ -129,11 +74,11 @@ ObservedProvider::ObservedProvider(const ProviderStatuses& answers)
                if (statuses.open < 0) {
                    return statuses.open;
                }
-               __real_BCryptOpenAlgorithmProvider(opened, algorithm, implementation, flags);
+               BCryptOpenAlgorithmProvider(opened, algorithm, implementation, flags);
                provider = *opened;
                return statuses.open;
            }),
-      create(bcryptCreateHash,
+      create(doubles::BCryptCreateHash,
              [this](BCRYPT_ALG_HANDLE from, BCRYPT_HASH_HANDLE* created, PUCHAR object,
                     ULONG objectBytes, PUCHAR secret, ULONG secretBytes, ULONG flags) {
                  calls.emplace_back("create");
@@ -146,12 +91,11 @@ ObservedProvider::ObservedProvider(const ProviderStatuses& answers)
                  if (statuses.create < 0) {
                      return statuses.create;
                  }
-                 __real_BCryptCreateHash(from, created, object, objectBytes, secret, secretBytes,
-                                         flags);
+                 BCryptCreateHash(from, created, object, objectBytes, secret, secretBytes, flags);
                  hash = *created;
                  return statuses.create;
              }),
-      feed(bcryptHashData,
+      feed(doubles::BCryptHashData,
            [this](BCRYPT_HASH_HANDLE into, PUCHAR data, ULONG bytes, ULONG flags) {
                calls.push_back("hash " + std::to_string(bytes));
                EXPECT_EQ(into, hash);
@@ -160,10 +104,10 @@ ObservedProvider::ObservedProvider(const ProviderStatuses& answers)
                if (chunks == statuses.failingChunk && statuses.hash < 0) {
                    return statuses.hash;
                }
-               __real_BCryptHashData(into, data, bytes, flags);
+               BCryptHashData(into, data, bytes, flags);
                return statuses.hash < 0 ? 0 : statuses.hash;
            }),
-      finish(bcryptFinishHash,
+      finish(doubles::BCryptFinishHash,
              [this](BCRYPT_HASH_HANDLE of, PUCHAR output, ULONG bytes, ULONG flags) {
                  calls.emplace_back("finish");
                  EXPECT_EQ(of, hash);
@@ -172,21 +116,21 @@ ObservedProvider::ObservedProvider(const ProviderStatuses& answers)
                  if (statuses.finish < 0) {
                      return statuses.finish;
                  }
-                 __real_BCryptFinishHash(of, output, bytes, flags);
+                 BCryptFinishHash(of, output, bytes, flags);
                  return statuses.finish;
              }),
-      destroy(bcryptDestroyHash,
+      destroy(doubles::BCryptDestroyHash,
               [this](BCRYPT_HASH_HANDLE destroyed) {
                   calls.emplace_back("destroy");
                   EXPECT_EQ(destroyed, hash);
-                  __real_BCryptDestroyHash(destroyed);
+                  BCryptDestroyHash(destroyed);
                   return kInvalidHandle;
               }),
-      close(bcryptCloseAlgorithmProvider, [this](BCRYPT_ALG_HANDLE closed, ULONG flags) {
+      close(doubles::BCryptCloseAlgorithmProvider, [this](BCRYPT_ALG_HANDLE closed, ULONG flags) {
           calls.emplace_back("close");
           EXPECT_EQ(closed, provider);
           EXPECT_EQ(flags, 0U);
-          __real_BCryptCloseAlgorithmProvider(closed, flags);
+          BCryptCloseAlgorithmProvider(closed, flags);
           return kInvalidHandle;
       }) {}
 
@@ -299,7 +243,7 @@ TEST_F(FileSha256HexFailure, AReadThatFailsHardGivesNoDigestOfThePartBeforeIt) {
     for (const int readable : {0, 8192, 65536, 131072, 199999, 200000}) {
         SCOPED_TRACE(readable);
         const ObservedProvider provider;
-        const DamagedFile damaged(readFile, L"file", readable);
+        const DamagedFile damaged(L"file", readable);
         ExpectFailure("SHA256 verification failed");
         EXPECT_EQ(damaged.failures, 1) << "nothing is read after the failure";
         EXPECT_THAT(provider.calls, testing::Not(testing::Contains("finish")));

@@ -13,11 +13,11 @@
 #include <vector>
 
 #include "fixtures/directory_link.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/expect_file_system_error.h"
 #include "fixtures/file_content.h"
 #include "fixtures/open_handles.h"
 #include "fixtures/raised_errors.h"
-#include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
 #include "support/canonical_path.h"
 #include "support/directory_listing.h"
@@ -27,20 +27,6 @@
 #include "support/windows_api.h"
 
 namespace updater {
-
-REPLACE_IMPORTED(CopyFileW, copyFile)
-REPLACE_IMPORTED(CreateDirectoryW, createDirectory)
-REPLACE_IMPORTED(CreateFileW, createFile)
-REPLACE_IMPORTED(DeleteFileW, deleteFile)
-REPLACE_IMPORTED(FindClose, findClose)
-REPLACE_IMPORTED(FindFirstFileExW, findFirstFileEx)
-REPLACE_IMPORTED(FindNextFileW, findNextFile)
-REPLACE_IMPORTED(GetFileAttributesExW, getFileAttributesEx)
-REPLACE_IMPORTED(GetFileInformationByHandleEx, getFileInformationByHandleEx)
-REPLACE_IMPORTED(GetFinalPathNameByHandleW, getFinalPathNameByHandle)
-REPLACE_IMPORTED(GetFullPathNameW, getFullPathName)
-REPLACE_IMPORTED(RemoveDirectoryW, removeDirectory)
-REPLACE_IMPORTED(SetFileAttributesW, setFileAttributes)
 
 namespace {
 
@@ -87,11 +73,12 @@ TEST(CanonicalPathFailure, ThePrefixOfTheFinalPathCallIsTakenOff) {
     };
     const TemporaryDirectory directory;
     for (const FinalPathForm& form : forms) {
-        const ScopedReplacement<decltype(GetFinalPathNameByHandleW)> answering(
-            getFinalPathNameByHandle, [&form](HANDLE, LPWSTR buffer, DWORD units, DWORD flags) {
-                EXPECT_EQ(flags, 0U) << "normalised, with a drive letter";
-                return AnswerText(form.answer, buffer, units);
-            });
+        const ScopedReplacement answering(doubles::GetFinalPathNameByHandleW,
+                                          [&form](HANDLE, LPWSTR buffer, DWORD units, DWORD flags) {
+                                              EXPECT_EQ(flags, 0U)
+                                                  << "normalised, with a drive letter";
+                                              return AnswerText(form.answer, buffer, units);
+                                          });
         EXPECT_EQ(CanonicalPath(directory.path).native(), form.canonical);
         EXPECT_EQ(WeaklyCanonicalPath(directory.path).native(), form.canonical);
         EXPECT_EQ(WeaklyCanonicalPath(directory.path / L"missing").native(),
@@ -103,10 +90,10 @@ TEST(CanonicalPathFailure, EveryLengthAroundTheBuffersIsAnsweredWhole) {
     const TemporaryDirectory directory;
     for (std::size_t length = 240; length < 300; ++length) {
         const std::wstring path = L"C:\\" + std::wstring(length, L'x');
-        const ScopedReplacement<decltype(GetFinalPathNameByHandleW)> answering(
-            getFinalPathNameByHandle, [&path](HANDLE, LPWSTR buffer, DWORD units, DWORD) {
-                return AnswerText(L"\\\\?\\" + path, buffer, units);
-            });
+        const ScopedReplacement answering(doubles::GetFinalPathNameByHandleW,
+                                          [&path](HANDLE, LPWSTR buffer, DWORD units, DWORD) {
+                                              return AnswerText(L"\\\\?\\" + path, buffer, units);
+                                          });
         EXPECT_EQ(CanonicalPath(directory.path).native(), path);
     }
 }
@@ -114,15 +101,16 @@ TEST(CanonicalPathFailure, EveryLengthAroundTheBuffersIsAnsweredWhole) {
 TEST(CanonicalPathFailure, ARefusalOfEitherCallIsAnError) {
     const TemporaryDirectory directory;
     {
-        const ScopedReplacement<decltype(CreateFileW)> refusing(
-            createFile, [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+        const ScopedReplacement refusing(
+            doubles::CreateFileW,
+            [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
                 return FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
             });
         ExpectFailure([&] { CanonicalPath(directory.path); }, "canonical", ERROR_ACCESS_DENIED,
                       directory.path);
     }
-    const ScopedReplacement<decltype(GetFinalPathNameByHandleW)> refusing(
-        getFinalPathNameByHandle,
+    const ScopedReplacement refusing(
+        doubles::GetFinalPathNameByHandleW,
         [](HANDLE, LPWSTR, DWORD, DWORD) { return FailWith(ERROR_INVALID_FUNCTION, DWORD{0}); });
     ExpectFailure([&] { CanonicalPath(directory.path); }, "canonical", ERROR_INVALID_FUNCTION,
                   directory.path);
@@ -133,8 +121,8 @@ TEST(CanonicalPathFailure, ARefusalOfEitherCallIsAnError) {
 TEST(CanonicalPathFailure, OnlyTheAttributesAreOpenedAndEveryoneElseMayDoAnything) {
     const TemporaryDirectory directory;
     int opened = 0;
-    const ScopedReplacement<decltype(CreateFileW)> observed(
-        createFile,
+    const ScopedReplacement observed(
+        doubles::CreateFileW,
         [&opened](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                   DWORD disposition, DWORD flags, HANDLE file) {
             ++opened;
@@ -144,8 +132,7 @@ TEST(CanonicalPathFailure, OnlyTheAttributesAreOpenedAndEveryoneElseMayDoAnythin
             EXPECT_EQ(disposition, static_cast<DWORD>(OPEN_EXISTING));
             EXPECT_EQ(flags, static_cast<DWORD>(FILE_FLAG_BACKUP_SEMANTICS))
                 << "directories too, links followed";
-            return __real___imp_CreateFileW(path, access, share, security, disposition, flags,
-                                            file);
+            return CreateFileW(path, access, share, security, disposition, flags, file);
         });
     CanonicalPath(directory.path);
     EXPECT_EQ(opened, 1);
@@ -155,8 +142,8 @@ TEST(FileTypeFailure, OfALinkIsAskedWhileEveryoneElseMayDoAnythingWithItsTarget)
     const TemporaryDirectory directory;
     const DirectoryLink link(directory.path / L"link", directory.path);
     int opened = 0;
-    const ScopedReplacement<decltype(CreateFileW)> observed(
-        createFile,
+    const ScopedReplacement observed(
+        doubles::CreateFileW,
         [&opened](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                   DWORD disposition, DWORD flags, HANDLE file) {
             ++opened;
@@ -165,8 +152,7 @@ TEST(FileTypeFailure, OfALinkIsAskedWhileEveryoneElseMayDoAnythingWithItsTarget)
                       static_cast<DWORD>(FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
             EXPECT_EQ(flags, static_cast<DWORD>(FILE_FLAG_BACKUP_SEMANTICS))
                 << "directories too, links followed";
-            return __real___imp_CreateFileW(path, access, share, security, disposition, flags,
-                                            file);
+            return CreateFileW(path, access, share, security, disposition, flags, file);
         });
     EXPECT_EQ(QueryFileType(link.link, "o"), std::filesystem::file_type::directory);
     EXPECT_EQ(opened, 1);
@@ -190,8 +176,8 @@ TEST(WeaklyCanonicalPathFailure, WhatCannotBeFoundGoesOnWithTheParent) {
     for (const NotFoundCase& notFound : cases) {
         const std::wstring& canonical = notFound.canonical;
         std::vector<std::wstring> tried;
-        const ScopedReplacement<decltype(CreateFileW)> refusing(
-            createFile,
+        const ScopedReplacement refusing(
+            doubles::CreateFileW,
             [&](LPCWSTR name, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
                 tried.emplace_back(name);
                 return FailWith(notFound.error, INVALID_HANDLE_VALUE);
@@ -215,13 +201,13 @@ TEST(WeaklyCanonicalPathFailure, OtherErrorsAreRaisedAlsoFromTheMiddleOfThePath)
          std::initializer_list<DWORD>{ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_NOT_READY,
                                       ERROR_CANT_RESOLVE_FILENAME, ERROR_LOGON_FAILURE}) {
         for (const std::filesystem::path& failing : {path, directory.path}) {
-            const ScopedReplacement<decltype(CreateFileW)> refusing(
-                createFile,
+            const ScopedReplacement refusing(
+                doubles::CreateFileW,
                 [&](LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                     DWORD disposition, DWORD flags, HANDLE file) {
                     return failing == name ? FailWith(error, INVALID_HANDLE_VALUE)
-                                           : __real___imp_CreateFileW(name, access, share, security,
-                                                                      disposition, flags, file);
+                                           : CreateFileW(name, access, share, security, disposition,
+                                                         flags, file);
                 });
             ExpectFailure([&] { WeaklyCanonicalPath(path); }, "weakly_canonical", error, path);
         }
@@ -229,10 +215,10 @@ TEST(WeaklyCanonicalPathFailure, OtherErrorsAreRaisedAlsoFromTheMiddleOfThePath)
 }
 
 TEST(WeaklyCanonicalPathFailure, APathThatCannotBeMadeAbsoluteIsAnError) {
-    const ScopedReplacement<decltype(GetFullPathNameW)> refusing(
-        getFullPathName, [](LPCWSTR, DWORD, LPWSTR, LPWSTR*) {
-            return FailWith(ERROR_FILENAME_EXCED_RANGE, DWORD{0});
-        });
+    const ScopedReplacement refusing(doubles::GetFullPathNameW,
+                                     [](LPCWSTR, DWORD, LPWSTR, LPWSTR*) {
+                                         return FailWith(ERROR_FILENAME_EXCED_RANGE, DWORD{0});
+                                     });
     ExpectFailure([] { WeaklyCanonicalPath(L"C:\\\u7A0B\u5E8F"); }, "weakly_canonical",
                   ERROR_FILENAME_EXCED_RANGE, L"C:\\\u7A0B\u5E8F");
 }
@@ -250,7 +236,7 @@ struct CopyFilesFailure : testing::Test {
 
 TEST_F(CopyFilesFailure, AFullDiskIsAnErrorOfBothPaths) {
     int calls = 0;
-    const ScopedReplacement<decltype(CopyFileW)> refusing(copyFile, [&](LPCWSTR, LPCWSTR, BOOL) {
+    const ScopedReplacement refusing(doubles::CopyFileW, [&](LPCWSTR, LPCWSTR, BOOL) {
         ++calls;
         return FailWith(ERROR_DISK_FULL);
     });
@@ -261,11 +247,11 @@ TEST_F(CopyFilesFailure, AFullDiskIsAnErrorOfBothPaths) {
 
 TEST_F(CopyFilesFailure, OnlyACopyToANewFileRefusesAnExistingOne) {
     std::vector<BOOL> refusals;
-    const ScopedReplacement<decltype(CopyFileW)> observed(
-        copyFile, [&](LPCWSTR, LPCWSTR, BOOL refuseExisting) {
-            refusals.push_back(refuseExisting);
-            return TRUE;
-        });
+    const ScopedReplacement observed(doubles::CopyFileW,
+                                     [&](LPCWSTR, LPCWSTR, BOOL refuseExisting) {
+                                         refusals.push_back(refuseExisting);
+                                         return TRUE;
+                                     });
     CopyToNewFile(source, target);
     CopyOverFile(source, target);
     EXPECT_THAT(refusals, ElementsAre(TRUE, FALSE));
@@ -273,13 +259,12 @@ TEST_F(CopyFilesFailure, OnlyACopyToANewFileRefusesAnExistingOne) {
 
 // Windows refuses to overwrite a file with one of these attributes; Wine does it.
 TEST_F(CopyFilesFailure, AProtectedTargetIsReplaced) {
-    const ScopedReplacement<decltype(CopyFileW)> asOnWindows(
-        copyFile, [](LPCWSTR from, LPCWSTR to, BOOL refuseExisting) {
+    const ScopedReplacement asOnWindows(
+        doubles::CopyFileW, [](LPCWSTR from, LPCWSTR to, BOOL refuseExisting) {
             constexpr DWORD kProtected =
                 FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
-            return (GetFileAttributesW(to) & kProtected) != 0
-                       ? FailWith(ERROR_ACCESS_DENIED)
-                       : __real___imp_CopyFileW(from, to, refuseExisting);
+            return (GetFileAttributesW(to) & kProtected) != 0 ? FailWith(ERROR_ACCESS_DENIED)
+                                                              : CopyFileW(from, to, refuseExisting);
         });
     for (const DWORD attributes : std::initializer_list<DWORD>{
              FILE_ATTRIBUTE_READONLY, FILE_ATTRIBUTE_HIDDEN, FILE_ATTRIBUTE_SYSTEM,
@@ -295,13 +280,14 @@ TEST_F(CopyFilesFailure, AProtectedTargetIsReplaced) {
 TEST_F(CopyFilesFailure, ATargetThatStaysProtectedIsAnError) {
     SetFileAttributesW(target.c_str(), FILE_ATTRIBUTE_READONLY);
     int calls = 0;
-    const ScopedReplacement<decltype(CopyFileW)> refusing(copyFile, [&](LPCWSTR, LPCWSTR, BOOL) {
+    const ScopedReplacement refusing(doubles::CopyFileW, [&](LPCWSTR, LPCWSTR, BOOL) {
         ++calls;
         return FailWith(ERROR_ACCESS_DENIED);
     });
     {
-        const ScopedReplacement<decltype(SetFileAttributesW)> unchanging(
-            setFileAttributes, [](LPCWSTR, DWORD) { return FailWith(ERROR_WRITE_PROTECT); });
+        const ScopedReplacement unchanging(doubles::SetFileAttributesW, [](LPCWSTR, DWORD) {
+            return FailWith(ERROR_WRITE_PROTECT);
+        });
         ExpectFailure([this] { CopyOverFile(source, target); }, "copy_file", ERROR_ACCESS_DENIED,
                       source, target);
         EXPECT_EQ(calls, 1);
@@ -312,20 +298,20 @@ TEST_F(CopyFilesFailure, ATargetThatStaysProtectedIsAnError) {
 }
 
 TEST(FileSizeFailure, HasAHighHalf) {
-    const ScopedReplacement<decltype(GetFileAttributesExW)> answering(
-        getFileAttributesEx, [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID data) {
-            WIN32_FILE_ATTRIBUTE_DATA answer{};
-            answer.nFileSizeHigh = 1;
-            answer.nFileSizeLow = 0xFFFFFFFF;
-            std::memcpy(data, &answer, sizeof(answer));
-            return TRUE;
-        });
+    const ScopedReplacement answering(doubles::GetFileAttributesExW,
+                                      [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID data) {
+                                          WIN32_FILE_ATTRIBUTE_DATA answer{};
+                                          answer.nFileSizeHigh = 1;
+                                          answer.nFileSizeLow = 0xFFFFFFFF;
+                                          std::memcpy(data, &answer, sizeof(answer));
+                                          return TRUE;
+                                      });
     EXPECT_EQ(FileSize(L"C:\\x"), 0x1FFFFFFFFU);
 }
 
 TEST(FileTypeFailure, AQueryThatFailsForWhatExistsIsAnErrorOfItsOperation) {
-    const ScopedReplacement<decltype(GetFileAttributesExW)> refusing(
-        getFileAttributesEx,
+    const ScopedReplacement refusing(
+        doubles::GetFileAttributesExW,
         [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID) { return FailWith(ERROR_ACCESS_DENIED); });
     const std::filesystem::path path = L"C:\\\u7A0B\u5E8F";
     ExpectFailure([&] { FileSize(path); }, "file_size", ERROR_ACCESS_DENIED, path);
@@ -337,7 +323,7 @@ TEST(FileTypeFailure, AQueryThatFailsForWhatExistsIsAnErrorOfItsOperation) {
 struct ReparsePoint : testing::Test {
     TemporaryDirectory directory;
     ScopedReplacement<decltype(GetFileAttributesExW)> attributes{
-        getFileAttributesEx, [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID data) {
+        doubles::GetFileAttributesExW, [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID data) {
             WIN32_FILE_ATTRIBUTE_DATA answer{};
             answer.dwFileAttributes = FILE_ATTRIBUTE_REPARSE_POINT;
             std::memcpy(data, &answer, sizeof(answer));
@@ -351,17 +337,18 @@ TEST_F(ReparsePoint, WhoseTargetIsGoneIsNotFound) {
 
 TEST_F(ReparsePoint, ThatCannotBeOpenedOrQueriedIsAnError) {
     {
-        const ScopedReplacement<decltype(CreateFileW)> refusing(
-            createFile, [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+        const ScopedReplacement refusing(
+            doubles::CreateFileW,
+            [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
                 return FailWith(ERROR_CANT_RESOLVE_FILENAME, INVALID_HANDLE_VALUE);
             });
         ExpectFailure([this] { PathExists(directory.path); }, "exists", ERROR_CANT_RESOLVE_FILENAME,
                       directory.path);
     }
-    const ScopedReplacement<decltype(GetFileInformationByHandleEx)> refusing(
-        getFileInformationByHandleEx, [](HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD) {
-            return FailWith(ERROR_INVALID_PARAMETER);
-        });
+    const ScopedReplacement refusing(doubles::GetFileInformationByHandleEx,
+                                     [](HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD) {
+                                         return FailWith(ERROR_INVALID_PARAMETER);
+                                     });
     ExpectFailure([this] { PathExists(directory.path); }, "exists", ERROR_INVALID_PARAMETER,
                   directory.path);
 }
@@ -369,20 +356,20 @@ TEST_F(ReparsePoint, ThatCannotBeOpenedOrQueriedIsAnError) {
 TEST(CreateDirectoriesFailure, ADirectoryThatCannotBeMadeIsAnErrorOfTheWholePath) {
     const TemporaryDirectory directory;
     const std::filesystem::path path = directory.path / L"\u7A0B\u5E8F" / L"x";
-    const ScopedReplacement<decltype(CreateDirectoryW)> refusing(
-        createDirectory,
-        [](LPCWSTR, LPSECURITY_ATTRIBUTES) { return FailWith(ERROR_ACCESS_DENIED); });
+    const ScopedReplacement refusing(doubles::CreateDirectoryW, [](LPCWSTR, LPSECURITY_ATTRIBUTES) {
+        return FailWith(ERROR_ACCESS_DENIED);
+    });
     ExpectFailure([&] { CreateDirectories(path); }, "create_directories", ERROR_ACCESS_DENIED,
                   path);
 }
 
 TEST(CreateDirectoriesFailure, ADirectoryThatAnotherProcessMakesMeanwhileIsFine) {
     const TemporaryDirectory directory;
-    const ScopedReplacement<decltype(CreateDirectoryW)> overtaken(
-        createDirectory, [](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
-            __real___imp_CreateDirectoryW(path, security);
-            return FailWith(ERROR_ALREADY_EXISTS);
-        });
+    const ScopedReplacement overtaken(doubles::CreateDirectoryW,
+                                      [](LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
+                                          CreateDirectoryW(path, security);
+                                          return FailWith(ERROR_ALREADY_EXISTS);
+                                      });
     EXPECT_NO_THROW(CreateDirectories(directory.path / L"a" / L"b"));
     EXPECT_TRUE(PathExists(directory.path / L"a" / L"b"));
 }
@@ -392,7 +379,7 @@ TEST(RemoveFileFailure, AFileThatStaysProtectedIsAnError) {
     const std::filesystem::path file = directory.path / L"\u6587\u4EF6";
     WriteFileContent(file, "");
     int calls = 0;
-    const ScopedReplacement<decltype(DeleteFileW)> refusing(deleteFile, [&](LPCWSTR) {
+    const ScopedReplacement refusing(doubles::DeleteFileW, [&](LPCWSTR) {
         ++calls;
         return FailWith(ERROR_ACCESS_DENIED);
     });
@@ -405,12 +392,11 @@ TEST(RemoveFileFailure, AFileThatStaysProtectedIsAnError) {
 
 // Windows refuses to remove a read-only directory; Wine does it.
 TEST(RemoveTreeFailure, ReadOnlyDirectoriesAreRemoved) {
-    const ScopedReplacement<decltype(RemoveDirectoryW)> asOnWindows(
-        removeDirectory, [](LPCWSTR path) {
-            return (GetFileAttributesW(path) & FILE_ATTRIBUTE_READONLY) != 0
-                       ? FailWith(ERROR_ACCESS_DENIED)
-                       : __real___imp_RemoveDirectoryW(path);
-        });
+    const ScopedReplacement asOnWindows(doubles::RemoveDirectoryW, [](LPCWSTR path) {
+        return (GetFileAttributesW(path) & FILE_ATTRIBUTE_READONLY) != 0
+                   ? FailWith(ERROR_ACCESS_DENIED)
+                   : RemoveDirectoryW(path);
+    });
     const TemporaryDirectory directory;
     WriteFileContent(directory.path / L"tree" / L"folder" / L"file", "");
     // Wine keeps the attribute of a directory only together with another one.
@@ -431,15 +417,14 @@ TEST(RemoveTreeFailure, LinksAreRemovedAndNeverFollowed) {
     std::optional<DirectoryLink> inner(std::in_place,
                                        directory.path / L"tree" / L"folder" / L"link", target);
     std::optional<DirectoryLink> outer(std::in_place, directory.path / L"root link", target);
-    const ScopedReplacement<decltype(RemoveDirectoryW)> asOnWindows(
-        removeDirectory, [&](LPCWSTR path) {
-            std::optional<DirectoryLink>& link = outer && outer->link == path ? outer : inner;
-            if (link && link->link == path) {
-                link.reset();
-                return TRUE;
-            }
-            return __real___imp_RemoveDirectoryW(path);
-        });
+    const ScopedReplacement asOnWindows(doubles::RemoveDirectoryW, [&](LPCWSTR path) {
+        std::optional<DirectoryLink>& link = outer && outer->link == path ? outer : inner;
+        if (link && link->link == path) {
+            link.reset();
+            return TRUE;
+        }
+        return RemoveDirectoryW(path);
+    });
     RemoveTree(directory.path / L"tree");
     EXPECT_FALSE(inner.has_value());
     RemoveTree(directory.path / L"root link");
@@ -452,15 +437,14 @@ TEST(RemoveTreeFailure, LinksAreRemovedAndNeverFollowed) {
 TEST(RemoveTreeFailure, WhatOthersRemoveMeanwhileIsNoError) {
     const TemporaryDirectory directory;
     WriteFileContent(directory.path / L"tree" / L"folder" / L"file", "");
-    const ScopedReplacement<decltype(DeleteFileW)> overtaken(deleteFile, [](LPCWSTR path) {
-        __real___imp_DeleteFileW(path);
+    const ScopedReplacement overtaken(doubles::DeleteFileW, [](LPCWSTR path) {
+        DeleteFileW(path);
         return FailWith(ERROR_FILE_NOT_FOUND);
     });
-    const ScopedReplacement<decltype(RemoveDirectoryW)> overtakenToo(
-        removeDirectory, [](LPCWSTR path) {
-            __real___imp_RemoveDirectoryW(path);
-            return FailWith(ERROR_FILE_NOT_FOUND);
-        });
+    const ScopedReplacement overtakenToo(doubles::RemoveDirectoryW, [](LPCWSTR path) {
+        RemoveDirectoryW(path);
+        return FailWith(ERROR_FILE_NOT_FOUND);
+    });
     EXPECT_NO_THROW(RemoveTree(directory.path / L"tree"));
     EXPECT_THAT(ReadTreeContent(directory.path), IsEmpty());
 }
@@ -470,25 +454,25 @@ TEST(RemoveTreeFailure, EveryFailureIsOneOfTheRemoval) {
     const std::filesystem::path tree = directory.path / L"\u6811";
     WriteFileContent(tree / L"folder" / L"file", "");
     {
-        const ScopedReplacement<decltype(DeleteFileW)> refusing(
-            deleteFile, [](LPCWSTR) { return FailWith(ERROR_SHARING_VIOLATION); });
+        const ScopedReplacement refusing(doubles::DeleteFileW,
+                                         [](LPCWSTR) { return FailWith(ERROR_SHARING_VIOLATION); });
         ExpectFailure([&] { RemoveTree(tree); }, "remove_all", ERROR_SHARING_VIOLATION,
                       tree / L"folder" / L"file");
     }
     {
-        const ScopedReplacement<decltype(FindFirstFileExW)> refusing(
-            findFirstFileEx, [&](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data,
-                                 FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+        const ScopedReplacement refusing(
+            doubles::FindFirstFileExW,
+            [&](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data, FINDEX_SEARCH_OPS operation,
+                LPVOID filter, DWORD flags) {
                 return (tree / L"folder" / L"*") == path
                            ? FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE)
-                           : __real___imp_FindFirstFileExW(path, level, data, operation, filter,
-                                                           flags);
+                           : FindFirstFileExW(path, level, data, operation, filter, flags);
             });
         ExpectFailure([&] { RemoveTree(tree); }, "remove_all", ERROR_ACCESS_DENIED,
                       tree / L"folder");
     }
-    const ScopedReplacement<decltype(RemoveDirectoryW)> refusing(
-        removeDirectory, [](LPCWSTR) { return FailWith(ERROR_DIR_NOT_EMPTY); });
+    const ScopedReplacement refusing(doubles::RemoveDirectoryW,
+                                     [](LPCWSTR) { return FailWith(ERROR_DIR_NOT_EMPTY); });
     ExpectFailure([&] { RemoveTree(tree); }, "remove_all", ERROR_DIR_NOT_EMPTY, tree / L"folder");
 }
 
@@ -502,8 +486,7 @@ struct DirectoryListingFailure : testing::Test {
         if (refused == path) {
             return FailWith(refusal, INVALID_HANDLE_VALUE);
         }
-        const HANDLE search =
-            __real___imp_FindFirstFileExW(path, level, data, operation, filter, flags);
+        const HANDLE search = FindFirstFileExW(path, level, data, operation, filter, flags);
         openSearches += search != INVALID_HANDLE_VALUE ? 1 : 0;
         return search;
     }
@@ -514,10 +497,10 @@ struct DirectoryListingFailure : testing::Test {
     DWORD refusal = ERROR_ACCESS_DENIED;
     int openSearches = 0;
     ScopedReplacement<decltype(FindFirstFileExW)> open{
-        findFirstFileEx, [this](auto... arguments) { return Open(arguments...); }};
-    ScopedReplacement<decltype(FindClose)> close{findClose, [this](HANDLE search) {
+        doubles::FindFirstFileExW, [this](auto... arguments) { return Open(arguments...); }};
+    ScopedReplacement<decltype(FindClose)> close{doubles::FindClose, [this](HANDLE search) {
                                                      --openSearches;
-                                                     return __real___imp_FindClose(search);
+                                                     return FindClose(search);
                                                  }};
 };
 
@@ -542,9 +525,9 @@ TEST_F(DirectoryListingFailure, ASubdirectoryThatMayNotBeOpenedIsAnErrorOfTheAdv
 TEST_F(DirectoryListingFailure, AnAdvanceThatFails) {
     int advances = 0;
     int failingAdvance = 0;
-    const ScopedReplacement<decltype(FindNextFileW)> failing(
-        findNextFile, [&](HANDLE search, LPWIN32_FIND_DATAW data) {
-            const BOOL advanced = __real___imp_FindNextFileW(search, data);
+    const ScopedReplacement failing(
+        doubles::FindNextFileW, [&](HANDLE search, LPWIN32_FIND_DATAW data) {
+            const BOOL advanced = FindNextFileW(search, data);
             return ++advances == failingAdvance ? FailWith(ERROR_NETNAME_DELETED) : advanced;
         });
     VisitDirectory(directory.path, Ignore);
@@ -583,7 +566,7 @@ TEST(VisitTreeDepth, ThousandsOfLevelsAreReached) {
     std::size_t opened = 0;
     std::size_t closed = 0;
     const ScopedReplacement<decltype(FindFirstFileExW)> open{
-        findFirstFileEx,
+        doubles::FindFirstFileExW,
         [&](LPCWSTR, FINDEX_INFO_LEVELS, LPVOID data, FINDEX_SEARCH_OPS, LPVOID, DWORD) {
             WIN32_FIND_DATAW entry{};
             entry.dwFileAttributes =
@@ -593,9 +576,10 @@ TEST(VisitTreeDepth, ThousandsOfLevelsAreReached) {
             return reinterpret_cast<HANDLE>(opened);
         }};
     const ScopedReplacement<decltype(FindNextFileW)> advance{
-        findNextFile, [](HANDLE, LPWIN32_FIND_DATAW) { return FailWith(ERROR_NO_MORE_FILES); }};
+        doubles::FindNextFileW,
+        [](HANDLE, LPWIN32_FIND_DATAW) { return FailWith(ERROR_NO_MORE_FILES); }};
     const ScopedReplacement<decltype(FindClose)> close{
-        findClose, [&](auto search) {
+        doubles::FindClose, [&](auto search) {
             EXPECT_EQ(search, reinterpret_cast<HANDLE>(opened - closed));
             ++closed;
             return TRUE;
@@ -629,10 +613,10 @@ TEST_F(DirectoryListingFailure, AReparsePointIsASymbolicLinkOrUnknownByItsTag) {
         {FILE_ATTRIBUTE_NORMAL, IO_REPARSE_TAG_SYMLINK, file_type::regular},
     };
     for (const auto& [attributes, tag, type] : cases) {
-        const ScopedReplacement<decltype(FindNextFileW)> changing(
-            findNextFile,
+        const ScopedReplacement changing(
+            doubles::FindNextFileW,
             [&, attributes = attributes, tag = tag](HANDLE search, LPWIN32_FIND_DATAW data) {
-                const BOOL advanced = __real___imp_FindNextFileW(search, data);
+                const BOOL advanced = FindNextFileW(search, data);
                 data->dwFileAttributes = attributes;
                 data->dwReserved0 = tag;
                 return advanced;
@@ -644,11 +628,11 @@ TEST_F(DirectoryListingFailure, AReparsePointIsASymbolicLinkOrUnknownByItsTag) {
 }
 
 TEST_F(DirectoryListingFailure, NothingIsAskedAboutAnEntry) {
-    const ScopedReplacement<decltype(GetFileAttributesExW)> gone(
-        getFileAttributesEx, [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID) {
-            ADD_FAILURE() << "a query";
-            return FailWith(ERROR_FILE_NOT_FOUND);
-        });
+    const ScopedReplacement gone(doubles::GetFileAttributesExW,
+                                 [](LPCWSTR, GET_FILEEX_INFO_LEVELS, LPVOID) {
+                                     ADD_FAILURE() << "a query";
+                                     return FailWith(ERROR_FILE_NOT_FOUND);
+                                 });
     std::vector<std::wstring> entries;
     VisitTree(directory.path,
               [&](const ListedEntry& entry) { entries.push_back(entry.relativePath.native()); });

@@ -21,54 +21,16 @@
 #include <string_view>
 #include <vector>
 
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/expect_file_system_error.h"
 #include "fixtures/file_content.h"
 #include "fixtures/open_handles.h"
 #include "fixtures/programs/program_report.h"
 #include "fixtures/programs/running_program.h"
 #include "fixtures/raised_errors.h"
-#include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
 
 namespace updater {
-
-REPLACE_IMPORTED(CoCreateGuid, coCreateGuid)
-REPLACE_IMPORTED(CreateFileW, createFile)
-REPLACE_IMPORTED(CreateProcessW, createProcess)
-REPLACE_IMPORTED(GetExitCodeProcess, getExitCodeProcess)
-REPLACE_IMPORTED(GetTokenInformation, getTokenInformation)
-REPLACE_IMPORTED(OpenProcess, openProcess)
-REPLACE_IMPORTED(OpenProcessToken, openProcessToken)
-REPLACE_IMPORTED(QueryFullProcessImageNameW, queryFullProcessImageName)
-REPLACE_IMPORTED(WaitForSingleObject, waitForSingleObject)
-
-namespace {
-
-Replacement<decltype(CreateToolhelp32Snapshot)> createToolhelp32Snapshot;
-Replacement<decltype(Process32FirstW)> process32First;
-Replacement<decltype(Process32NextW)> process32Next;
-
-}  // namespace
-
-extern "C" {
-
-extern decltype(CreateToolhelp32Snapshot) __real_CreateToolhelp32Snapshot;
-extern decltype(Process32FirstW) __real_Process32FirstW;
-extern decltype(Process32NextW) __real_Process32NextW;
-
-HANDLE WINAPI __wrap_CreateToolhelp32Snapshot(DWORD flags, DWORD processId) {
-    return createToolhelp32Snapshot.Call(__real_CreateToolhelp32Snapshot, flags, processId);
-}
-
-BOOL WINAPI __wrap_Process32FirstW(HANDLE snapshot, LPPROCESSENTRY32W entry) {
-    return process32First.Call(__real_Process32FirstW, snapshot, entry);
-}
-
-BOOL WINAPI __wrap_Process32NextW(HANDLE snapshot, LPPROCESSENTRY32W entry) {
-    return process32Next.Call(__real_Process32NextW, snapshot, entry);
-}
-
-}  // extern "C"
 
 namespace {
 
@@ -85,48 +47,48 @@ void ExpectFailure(const std::function<void()>& action, const char* message) {
 }
 
 TEST(IsProcessElevatedFailure, ATokenThatCannotBeOpened) {
-    const ScopedReplacement<decltype(OpenProcessToken)> refusing(
-        openProcessToken, [](HANDLE, DWORD, PHANDLE) { return FailWith(ERROR_ACCESS_DENIED); });
+    const ScopedReplacement refusing(doubles::OpenProcessToken, [](HANDLE, DWORD, PHANDLE) {
+        return FailWith(ERROR_ACCESS_DENIED);
+    });
     ExpectFailure(IsProcessElevated, "Cannot inspect process token");
 }
 
 TEST(IsProcessElevatedFailure, ATokenThatCannotBeQueriedIsClosed) {
-    const ScopedReplacement<decltype(GetTokenInformation)> refusing(
-        getTokenInformation, [](HANDLE, TOKEN_INFORMATION_CLASS, LPVOID, DWORD, PDWORD) {
-            return FailWith(ERROR_ACCESS_DENIED);
-        });
+    const ScopedReplacement refusing(doubles::GetTokenInformation,
+                                     [](HANDLE, TOKEN_INFORMATION_CLASS, LPVOID, DWORD, PDWORD) {
+                                         return FailWith(ERROR_ACCESS_DENIED);
+                                     });
     ExpectFailure(IsProcessElevated, "Cannot inspect elevation");
 }
 
 TEST(IsProcessElevatedFailure, TheTokenIsOnlyQueriedAndEveryValueButZeroMeansElevated) {
-    const ScopedReplacement<decltype(OpenProcessToken)> observedOpen(
-        openProcessToken, [](HANDLE process, DWORD access, PHANDLE token) {
-            EXPECT_EQ(process, GetCurrentProcess());
-            EXPECT_EQ(access, 8U);
-            return __real___imp_OpenProcessToken(process, access, token);
-        });
+    const ScopedReplacement observedOpen(doubles::OpenProcessToken,
+                                         [](HANDLE process, DWORD access, PHANDLE token) {
+                                             EXPECT_EQ(process, GetCurrentProcess());
+                                             EXPECT_EQ(access, 8U);
+                                             return OpenProcessToken(process, access, token);
+                                         });
     for (const DWORD value : std::initializer_list<DWORD>{0U, 1U, 2U, 0x80000000U}) {
-        const ScopedReplacement<decltype(GetTokenInformation)> answering(
-            getTokenInformation, [value](HANDLE, TOKEN_INFORMATION_CLASS information, LPVOID buffer,
-                                         DWORD bytes, PDWORD returned) {
-                EXPECT_EQ(information, 20);
-                EXPECT_EQ(bytes, 4U);
-                std::memcpy(buffer, &value, sizeof(value));
-                *returned = sizeof(value);
-                return TRUE;
-            });
+        const ScopedReplacement answering(doubles::GetTokenInformation,
+                                          [value](HANDLE, TOKEN_INFORMATION_CLASS information,
+                                                  LPVOID buffer, DWORD bytes, PDWORD returned) {
+                                              EXPECT_EQ(information, 20);
+                                              EXPECT_EQ(bytes, 4U);
+                                              std::memcpy(buffer, &value, sizeof(value));
+                                              *returned = sizeof(value);
+                                              return TRUE;
+                                          });
         EXPECT_EQ(IsProcessElevated(), value != 0);
     }
 }
 
 TEST(CreateJobIdentityFailure, AGuidThatCannotBeMade) {
-    const ScopedReplacement<decltype(CoCreateGuid)> refusing(coCreateGuid,
-                                                             [](GUID*) { return E_FAIL; });
+    const ScopedReplacement refusing(doubles::CoCreateGuid, [](GUID*) { return E_FAIL; });
     ExpectFailure(CreateJobIdentity, "Cannot create update job identity");
 }
 
 TEST(CreateJobIdentityFailure, ASuccessCodeOtherThanZeroIsNoFailure) {
-    const ScopedReplacement<decltype(CoCreateGuid)> answering(coCreateGuid, [](GUID* identity) {
+    const ScopedReplacement answering(doubles::CoCreateGuid, [](GUID* identity) {
         *identity = {0x0ABCDEF1, 0x2345, 0x6789, {0xAB, 0xCD, 0xEF, 0x01, 0x23, 0x45, 0x67, 0x89}};
         return S_FALSE;
     });
@@ -134,22 +96,22 @@ TEST(CreateJobIdentityFailure, ASuccessCodeOtherThanZeroIsNoFailure) {
 }
 
 TEST(GetProcessImagePathFailure, AQueryThatFails) {
-    const ScopedReplacement<decltype(QueryFullProcessImageNameW)> refusing(
-        queryFullProcessImageName,
+    const ScopedReplacement refusing(
+        doubles::QueryFullProcessImageNameW,
         [](HANDLE, DWORD, LPWSTR, PDWORD) { return FailWith(ERROR_ACCESS_DENIED); });
     ExpectFailure([] { GetProcessImagePath(GetCurrentProcess()); },
                   "Cannot inspect application process");
 }
 
 TEST(GetProcessImagePathFailure, TheLongestPathFitsAndIsCutToItsLength) {
-    const ScopedReplacement<decltype(QueryFullProcessImageNameW)> answering(
-        queryFullProcessImageName, [](HANDLE, DWORD flags, LPWSTR text, PDWORD units) {
-            EXPECT_EQ(flags, 0U);
-            EXPECT_EQ(*units, 32768U);
-            std::fill(text, text + 32767, L'x');
-            *units = 32767;
-            return TRUE;
-        });
+    const ScopedReplacement answering(doubles::QueryFullProcessImageNameW,
+                                      [](HANDLE, DWORD flags, LPWSTR text, PDWORD units) {
+                                          EXPECT_EQ(flags, 0U);
+                                          EXPECT_EQ(*units, 32768U);
+                                          std::fill(text, text + 32767, L'x');
+                                          *units = 32767;
+                                          return TRUE;
+                                      });
     EXPECT_EQ(GetProcessImagePath(GetCurrentProcess()), std::wstring(32767, L'x'));
 }
 
@@ -161,35 +123,36 @@ struct EnsureNoOtherInstanceFailure : testing::Test {
 };
 
 TEST_F(EnsureNoOtherInstanceFailure, ASnapshotThatCannotBeTaken) {
-    const ScopedReplacement<decltype(CreateToolhelp32Snapshot)> refusing(
-        createToolhelp32Snapshot,
-        [](DWORD, DWORD) { return FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE); });
+    const ScopedReplacement refusing(doubles::CreateToolhelp32Snapshot, [](DWORD, DWORD) {
+        return FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
+    });
     ExpectFailure([this] { Scan(); }, "Cannot enumerate running applications");
 }
 
 TEST_F(EnsureNoOtherInstanceFailure, ASnapshotThatCannotBeReadIsClosed) {
-    const ScopedReplacement<decltype(Process32FirstW)> refusing(
-        process32First, [](HANDLE, LPPROCESSENTRY32W) { return FailWith(ERROR_ACCESS_DENIED); });
+    const ScopedReplacement refusing(doubles::Process32FirstW, [](HANDLE, LPPROCESSENTRY32W) {
+        return FailWith(ERROR_ACCESS_DENIED);
+    });
     ExpectFailure([this] { Scan(); }, "Cannot enumerate running applications");
 }
 
 TEST_F(EnsureNoOtherInstanceFailure, TheSnapshotIsOfAllProcessesInEntriesOfTheWideForm) {
     int snapshots = 0;
-    const ScopedReplacement<decltype(CreateToolhelp32Snapshot)> observedSnapshot(
-        createToolhelp32Snapshot, [&snapshots](DWORD flags, DWORD processId) {
-            ++snapshots;
-            EXPECT_EQ(flags, 2U);
-            EXPECT_EQ(processId, 0U);
-            return __real_CreateToolhelp32Snapshot(flags, processId);
-        });
+    const ScopedReplacement observedSnapshot(doubles::CreateToolhelp32Snapshot,
+                                             [&snapshots](DWORD flags, DWORD processId) {
+                                                 ++snapshots;
+                                                 EXPECT_EQ(flags, 2U);
+                                                 EXPECT_EQ(processId, 0U);
+                                                 return CreateToolhelp32Snapshot(flags, processId);
+                                             });
     int readings = 0;
-    const ScopedReplacement<decltype(Process32FirstW)> observedFirst(
-        process32First, [&readings](HANDLE snapshot, LPPROCESSENTRY32W entry) {
+    const ScopedReplacement observedFirst(
+        doubles::Process32FirstW, [&readings](HANDLE snapshot, LPPROCESSENTRY32W entry) {
             ++readings;
             PROCESSENTRY32W expected{};
             expected.dwSize = 568;
             EXPECT_EQ(std::memcmp(entry, &expected, sizeof(expected)), 0);
-            return __real_Process32FirstW(snapshot, entry);
+            return Process32FirstW(snapshot, entry);
         });
     Scan();
     EXPECT_EQ(snapshots, 1);
@@ -209,17 +172,16 @@ TEST_F(EnsureNoOtherInstanceFailure, TheFirstAndTheLastProcessCountToo) {
     const PROCESSENTRY32W other = entryOf(L"other.exe");
 
     for (const bool instanceFirst : {true, false}) {
-        const ScopedReplacement<decltype(Process32FirstW)> first(
-            process32First, [&](HANDLE, LPPROCESSENTRY32W entry) {
-                *entry = instanceFirst ? instance : other;
-                return TRUE;
-            });
+        const ScopedReplacement first(doubles::Process32FirstW,
+                                      [&](HANDLE, LPPROCESSENTRY32W entry) {
+                                          *entry = instanceFirst ? instance : other;
+                                          return TRUE;
+                                      });
         int calls = 0;
-        const ScopedReplacement<decltype(Process32NextW)> next(
-            process32Next, [&](HANDLE, LPPROCESSENTRY32W entry) {
-                *entry = instanceFirst ? other : instance;
-                return ++calls == 1 ? TRUE : FALSE;
-            });
+        const ScopedReplacement next(doubles::Process32NextW, [&](HANDLE, LPPROCESSENTRY32W entry) {
+            *entry = instanceFirst ? other : instance;
+            return ++calls == 1 ? TRUE : FALSE;
+        });
         ExpectFailure([this] { Scan(); }, kRunning);
     }
 }
@@ -227,8 +189,8 @@ TEST_F(EnsureNoOtherInstanceFailure, TheFirstAndTheLastProcessCountToo) {
 TEST_F(EnsureNoOtherInstanceFailure, AnInstanceThatCannotBeOpenedBlocksWhereverItLives) {
     for (const wchar_t* place : {L"corvellan.exe", L"elsewhere\\corvellan.exe"}) {
         const RunningProgram program(directory.path / place);
-        const ScopedReplacement<decltype(OpenProcess)> refusing(
-            openProcess, [&program](DWORD access, BOOL inherit, DWORD processId) {
+        const ScopedReplacement refusing(
+            doubles::OpenProcess, [&program](DWORD access, BOOL inherit, DWORD processId) {
                 EXPECT_EQ(access, 0x101000U);
                 EXPECT_EQ(inherit, FALSE);
                 EXPECT_EQ(processId, program.processId) << "only an instance is opened";
@@ -240,20 +202,20 @@ TEST_F(EnsureNoOtherInstanceFailure, AnInstanceThatCannotBeOpenedBlocksWhereverI
 
 TEST_F(EnsureNoOtherInstanceFailure, TheAllowedInstanceIsNotEvenOpened) {
     const RunningProgram program(application);
-    const ScopedReplacement<decltype(OpenProcess)> refusing(
-        openProcess, [](DWORD, BOOL, DWORD) { return HANDLE{nullptr}; });
+    const ScopedReplacement refusing(doubles::OpenProcess,
+                                     [](DWORD, BOOL, DWORD) { return HANDLE{nullptr}; });
     EXPECT_NO_THROW(EnsureNoOtherInstance(application, program.processId));
 }
 
 TEST_F(EnsureNoOtherInstanceFailure, AnInstanceThatEndsBetweenSnapshotAndCheckIsSkipped) {
     const RunningProgram program(application);
     bool ended = false;
-    const ScopedReplacement<decltype(OpenProcess)> endingFirst(
-        openProcess, [&](DWORD access, BOOL inherit, DWORD processId) {
-            program.End();
-            ended = true;
-            return __real___imp_OpenProcess(access, inherit, processId);
-        });
+    const ScopedReplacement endingFirst(doubles::OpenProcess,
+                                        [&](DWORD access, BOOL inherit, DWORD processId) {
+                                            program.End();
+                                            ended = true;
+                                            return OpenProcess(access, inherit, processId);
+                                        });
     EXPECT_NO_THROW(Scan());
     EXPECT_TRUE(ended) << "the snapshot held the instance";
 }
@@ -262,19 +224,19 @@ TEST_F(EnsureNoOtherInstanceFailure, OnlyASatisfiedWaitOfNoTimeMeansEnded) {
     const RunningProgram program(application);
     for (const DWORD result : std::initializer_list<DWORD>{static_cast<DWORD>(WAIT_TIMEOUT),
                                                            static_cast<DWORD>(WAIT_FAILED)}) {
-        const ScopedReplacement<decltype(WaitForSingleObject)> answering(
-            waitForSingleObject, [result](HANDLE, DWORD milliseconds) {
-                EXPECT_EQ(milliseconds, 0U);
-                return result;
-            });
+        const ScopedReplacement answering(doubles::WaitForSingleObject,
+                                          [result](HANDLE, DWORD milliseconds) {
+                                              EXPECT_EQ(milliseconds, 0U);
+                                              return result;
+                                          });
         ExpectFailure([this] { Scan(); }, kRunning);
     }
 }
 
 TEST_F(EnsureNoOtherInstanceFailure, AnInstanceWhoseImagePathCannotBeRead) {
     const RunningProgram program(application);
-    const ScopedReplacement<decltype(QueryFullProcessImageNameW)> refusing(
-        queryFullProcessImageName,
+    const ScopedReplacement refusing(
+        doubles::QueryFullProcessImageNameW,
         [](HANDLE, DWORD, LPWSTR, PDWORD) { return FailWith(ERROR_ACCESS_DENIED); });
     ExpectFailure([this] { Scan(); }, "Cannot inspect application process");
 }
@@ -288,21 +250,19 @@ TEST_F(EnsureNoOtherInstanceFailure, PathsThatCannotBeResolvedTheApplicationsFir
             if (refused.empty() || refused == path) {
                 return FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
             }
-            return __real___imp_CreateFileW(path, access, share, security, disposition, flags,
-                                            file);
+            return CreateFileW(path, access, share, security, disposition, flags, file);
         };
     };
     const std::filesystem::path installed = directory.path / L"installed" / L"corvellan.exe";
     WriteFileContent(installed, "");
     ExpectNoHandleLeft([&] {
-        const ScopedReplacement<decltype(CreateFileW)> refusing(createFile,
-                                                                resolveAllBut(elsewhere.path));
+        const ScopedReplacement refusing(doubles::CreateFileW, resolveAllBut(elsewhere.path));
         ExpectFileSystemError([&] { EnsureNoOtherInstance(installed, program.processId); },
                               "weakly_canonical", ERROR_ACCESS_DENIED, elsewhere.path);
     });
     ExpectNoHandleLeft([&] {
         const std::filesystem::path all;
-        const ScopedReplacement<decltype(CreateFileW)> refusing(createFile, resolveAllBut(all));
+        const ScopedReplacement refusing(doubles::CreateFileW, resolveAllBut(all));
         ExpectFileSystemError([&] { EnsureNoOtherInstance(installed, 0); }, "weakly_canonical",
                               ERROR_ACCESS_DENIED, installed);
         ExpectFileSystemError([&] { IsSamePath(application, installed); }, "weakly_canonical",
@@ -324,8 +284,8 @@ TEST_F(LaunchProcessFailure, TheProcessIsCreatedWithExactlyTheseArguments) {
     const std::filesystem::path report = directory.path / L"report";
     for (const std::wstring& arguments : {ReportArguments(report, 0) + L" x", std::wstring()}) {
         int calls = 0;
-        const ScopedReplacement<decltype(CreateProcessW)> observed(
-            createProcess,
+        const ScopedReplacement observed(
+            doubles::CreateProcessW,
             [&](LPCWSTR application, LPWSTR commandLine, LPSECURITY_ATTRIBUTES processSecurity,
                 LPSECURITY_ATTRIBUTES threadSecurity, BOOL inherit, DWORD flags, LPVOID environment,
                 LPCWSTR workingDirectory, LPSTARTUPINFOW startup, LPPROCESS_INFORMATION created) {
@@ -347,9 +307,9 @@ TEST_F(LaunchProcessFailure, TheProcessIsCreatedWithExactlyTheseArguments) {
                 const wchar_t first = commandLine[0];
                 commandLine[0] = L'#';
                 commandLine[0] = first;
-                return __real___imp_CreateProcessW(application, commandLine, processSecurity,
-                                                   threadSecurity, inherit, flags, environment,
-                                                   workingDirectory, startup, created);
+                return CreateProcessW(application, commandLine, processSecurity, threadSecurity,
+                                      inherit, flags, environment, workingDirectory, startup,
+                                      created);
             });
         LaunchProcess(program, arguments, directory.path, LaunchWait::UntilExit);
         EXPECT_EQ(calls, 1) << "nothing is retried";
@@ -359,9 +319,10 @@ TEST_F(LaunchProcessFailure, TheProcessIsCreatedWithExactlyTheseArguments) {
 TEST_F(LaunchProcessFailure, AFailureCarriesTheErrorNumberInDecimal) {
     for (const DWORD error : std::initializer_list<DWORD>{0U, 5U, 740U, 1223U, 0x80070005U}) {
         int calls = 0;
-        const ScopedReplacement<decltype(CreateProcessW)> refusing(
-            createProcess, [&](LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL,
-                               DWORD, LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION) {
+        const ScopedReplacement refusing(
+            doubles::CreateProcessW,
+            [&](LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID,
+                LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION) {
                 ++calls;
                 return FailWith(error);
             });
@@ -373,60 +334,58 @@ TEST_F(LaunchProcessFailure, AFailureCarriesTheErrorNumberInDecimal) {
 
 TEST(AwaitExitCodeFailure, TheWaitHasNoLimitAndAnExitCodeThatCannotBeReadIsOne) {
     int waits = 0;
-    const ScopedReplacement<decltype(WaitForSingleObject)> observed(
-        waitForSingleObject, [&waits](auto process, DWORD milliseconds) {
-            ++waits;
-            EXPECT_EQ(process, GetCurrentProcess());
-            EXPECT_EQ(milliseconds, INFINITE);
-            return WAIT_OBJECT_0;
-        });
+    const ScopedReplacement observed(doubles::WaitForSingleObject,
+                                     [&waits](auto process, DWORD milliseconds) {
+                                         ++waits;
+                                         EXPECT_EQ(process, GetCurrentProcess());
+                                         EXPECT_EQ(milliseconds, INFINITE);
+                                         return WAIT_OBJECT_0;
+                                     });
     EXPECT_EQ(AwaitExitCode(GetCurrentProcess()), 259U) << "still active";
     EXPECT_EQ(waits, 1);
-    const ScopedReplacement<decltype(GetExitCodeProcess)> refusing(
-        getExitCodeProcess, [](HANDLE, LPDWORD) { return FailWith(ERROR_ACCESS_DENIED); });
+    const ScopedReplacement refusing(doubles::GetExitCodeProcess,
+                                     [](HANDLE, LPDWORD) { return FailWith(ERROR_ACCESS_DENIED); });
     EXPECT_EQ(AwaitExitCode(GetCurrentProcess()), 1U);
     EXPECT_EQ(waits, 2);
 }
 
 TEST(IsSignalledWithinFailure, OnlyASatisfiedWaitCounts) {
     for (const DWORD result : std::initializer_list<DWORD>{0x00U, 0x80U, 0x102U, 0xFFFFFFFFU}) {
-        const ScopedReplacement<decltype(WaitForSingleObject)> answering(
-            waitForSingleObject, [result](HANDLE, DWORD milliseconds) {
-                EXPECT_EQ(milliseconds, 250U);
-                return result;
-            });
+        const ScopedReplacement answering(doubles::WaitForSingleObject,
+                                          [result](HANDLE, DWORD milliseconds) {
+                                              EXPECT_EQ(milliseconds, 250U);
+                                              return result;
+                                          });
         EXPECT_EQ(IsSignalledWithin(GetCurrentProcess(), 250), result == WAIT_OBJECT_0);
     }
 }
 
 TEST_F(LaunchProcessFailure, AWaitingLaunchWaitsWithoutALimit) {
     std::vector<DWORD> waits;
-    const ScopedReplacement<decltype(WaitForSingleObject)> observed(
-        waitForSingleObject, [&](HANDLE process, DWORD milliseconds) {
-            waits.push_back(milliseconds);
-            return __real___imp_WaitForSingleObject(process, milliseconds);
-        });
+    const ScopedReplacement observed(doubles::WaitForSingleObject,
+                                     [&](HANDLE process, DWORD milliseconds) {
+                                         waits.push_back(milliseconds);
+                                         return WaitForSingleObject(process, milliseconds);
+                                     });
     LaunchProcess(program, L"", directory.path, LaunchWait::UntilExit);
     EXPECT_THAT(waits, testing::ElementsAre(INFINITE));
 }
 
 TEST_F(LaunchProcessFailure, ALaunchWithoutWaitingNeitherWaitsNorReadsTheExitCode) {
-    const ScopedReplacement<decltype(WaitForSingleObject)> noWait(
-        waitForSingleObject, [](HANDLE, DWORD) {
-            ADD_FAILURE() << "waited for";
-            return static_cast<DWORD>(WAIT_FAILED);
-        });
-    const ScopedReplacement<decltype(GetExitCodeProcess)> noExitCode(getExitCodeProcess,
-                                                                     [](HANDLE, LPDWORD) {
-                                                                         ADD_FAILURE() << "read";
-                                                                         return FALSE;
-                                                                     });
+    const ScopedReplacement noWait(doubles::WaitForSingleObject, [](HANDLE, DWORD) {
+        ADD_FAILURE() << "waited for";
+        return static_cast<DWORD>(WAIT_FAILED);
+    });
+    const ScopedReplacement noExitCode(doubles::GetExitCodeProcess, [](HANDLE, LPDWORD) {
+        ADD_FAILURE() << "read";
+        return FALSE;
+    });
     EXPECT_EQ(LaunchProcess(program, L"", directory.path.parent_path(), LaunchWait::None), 0U);
 }
 
 TEST_F(LaunchProcessFailure, AnExitCodeThatCannotBeReadIsOne) {
-    const ScopedReplacement<decltype(GetExitCodeProcess)> refusing(
-        getExitCodeProcess, [](HANDLE, LPDWORD) { return FailWith(ERROR_ACCESS_DENIED); });
+    const ScopedReplacement refusing(doubles::GetExitCodeProcess,
+                                     [](HANDLE, LPDWORD) { return FailWith(ERROR_ACCESS_DENIED); });
     ExpectNoHandleLeft([this] {
         EXPECT_EQ(LaunchProcess(program, ReportArguments(directory.path / L"report", 0),
                                 directory.path, LaunchWait::UntilExit),

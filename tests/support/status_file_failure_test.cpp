@@ -7,18 +7,14 @@
 #include <string>
 
 #include "fixtures/damaged_file.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
-#include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
 #include "support/status_file.h"
 #include "support/windows_api.h"
 
 namespace updater {
-
-REPLACE_IMPORTED(MoveFileExW, moveFileEx)
-REPLACE_IMPORTED(ReadFile, readFile)
-REPLACE_IMPORTED(WriteFile, writeFile)
 
 namespace {
 
@@ -28,15 +24,15 @@ using testing::Pair;
 TEST(WriteUpdateStatusFailure, TheMoveReplacesAndReachesTheDisk) {
     const TemporaryDirectory job;
     int moves = 0;
-    const ScopedReplacement<decltype(MoveFileExW)> observedMove(
-        moveFileEx, [&](LPCWSTR source, LPCWSTR target, DWORD flags) {
+    const ScopedReplacement observedMove(
+        doubles::MoveFileExW, [&](LPCWSTR source, LPCWSTR target, DWORD flags) {
             ++moves;
             EXPECT_EQ(source, (job.path / L"status.tmp").native());
             EXPECT_EQ(target, (job.path / L"status.json").native());
             EXPECT_EQ(flags, 9U);
             EXPECT_EQ(ReadFileContent(source), R"({"state":"ready","message":"m","exitCode":0})")
                 << "closed and complete before the move";
-            return __real___imp_MoveFileExW(source, target, flags);
+            return MoveFileExW(source, target, flags);
         });
     WriteUpdateStatus(job.path, kStateReady, "m", 0);
     EXPECT_EQ(moves, 1);
@@ -45,8 +41,9 @@ TEST(WriteUpdateStatusFailure, TheMoveReplacesAndReachesTheDisk) {
 TEST(WriteUpdateStatusFailure, AFailedMoveKeepsTheOldRecordAndTheTemporaryFile) {
     const TemporaryDirectory job;
     WriteUpdateStatus(job.path, kStateReady, "old", 0);
-    const ScopedReplacement<decltype(MoveFileExW)> failingMove(
-        moveFileEx, [](LPCWSTR, LPCWSTR, DWORD) { return FailWith(ERROR_ACCESS_DENIED); });
+    const ScopedReplacement failingMove(doubles::MoveFileExW, [](LPCWSTR, LPCWSTR, DWORD) {
+        return FailWith(ERROR_ACCESS_DENIED);
+    });
     EXPECT_THAT([&] { WriteUpdateStatus(job.path, kStateFailed, "new", 1); },
                 RaisesError("Cannot write update status"));
     EXPECT_THAT(
@@ -58,10 +55,10 @@ TEST(WriteUpdateStatusFailure, AFailedMoveKeepsTheOldRecordAndTheTemporaryFile) 
 TEST(WriteUpdateStatusFailure, AFailedWriteShowsOnlyInWhatIsMovedIntoPlace) {
     const TemporaryDirectory job;
     {
-        const ScopedReplacement<decltype(WriteFile)> fullDisk(
-            writeFile, [](HANDLE, LPCVOID, DWORD, LPDWORD, LPOVERLAPPED) {
-                return FailWith(ERROR_DISK_FULL);
-            });
+        const ScopedReplacement fullDisk(doubles::WriteFile,
+                                         [](HANDLE, LPCVOID, DWORD, LPDWORD, LPOVERLAPPED) {
+                                             return FailWith(ERROR_DISK_FULL);
+                                         });
         EXPECT_NO_THROW(WriteUpdateStatus(job.path, kStateReady, "m", 0));
     }
     EXPECT_THAT(ReadTreeContent(job.path), ElementsAre(Pair(L"status.json", "")));
@@ -74,7 +71,7 @@ TEST(ReadStatusReportFailure, AReadThatFailsHardLeavesThePlaceEmpty) {
     // At the start, within the first portion, after it, and where the end should be seen.
     for (const int readable : {0, 8192, 65536, 70000}) {
         SCOPED_TRACE(readable);
-        const DamagedFile damaged(readFile, kStatusFile, readable);
+        const DamagedFile damaged(kStatusFile, readable);
         EXPECT_EQ(ReadStatusReport(job.path), emptyReport);
         EXPECT_EQ(damaged.failures, 1);
     }

@@ -9,46 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/raised_errors.h"
-#include "fixtures/replacement.h"
 #include "support/stand_ins/version_program.h"
 #include "support/version_information.h"
 #include "support/windows_api.h"
 
 namespace updater {
-
-REPLACE_IMPORTED(RegGetValueW, regGetValue)
-REPLACE_IMPORTED(RegOpenKeyExW, regOpenKeyEx)
-REPLACE_IMPORTED(RegSetValueExW, regSetValueEx)
-REPLACE_IMPORTED(RegCloseKey, regCloseKey)
-
-namespace {
-
-Replacement<decltype(GetFileVersionInfoSizeW)> getFileVersionInfoSize;
-Replacement<decltype(GetFileVersionInfoW)> getFileVersionInfo;
-Replacement<decltype(VerQueryValueW)> verQueryValue;
-
-}  // namespace
-
-extern "C" {
-
-extern decltype(GetFileVersionInfoSizeW) __real_GetFileVersionInfoSizeW;
-extern decltype(GetFileVersionInfoW) __real_GetFileVersionInfoW;
-extern decltype(VerQueryValueW) __real_VerQueryValueW;
-
-DWORD WINAPI __wrap_GetFileVersionInfoSizeW(LPCWSTR file, LPDWORD handle) {
-    return getFileVersionInfoSize.Call(__real_GetFileVersionInfoSizeW, file, handle);
-}
-
-BOOL WINAPI __wrap_GetFileVersionInfoW(LPCWSTR file, DWORD handle, DWORD bytes, LPVOID data) {
-    return getFileVersionInfo.Call(__real_GetFileVersionInfoW, file, handle, bytes, data);
-}
-
-BOOL WINAPI __wrap_VerQueryValueW(LPCVOID resource, LPCWSTR block, LPVOID* value, PUINT bytes) {
-    return verQueryValue.Call(__real_VerQueryValueW, resource, block, value, bytes);
-}
-
-}  // extern "C"
 
 namespace {
 
@@ -68,22 +35,23 @@ struct ReadExecutableVersionFailure : testing::Test {
 };
 
 TEST_F(ReadExecutableVersionFailure, AResourceThatCannotBeReadAfterAll) {
-    const ScopedReplacement<decltype(GetFileVersionInfoW)> refusing(
-        getFileVersionInfo, [](LPCWSTR, DWORD, DWORD, LPVOID) { return FALSE; });
+    const ScopedReplacement refusing(doubles::GetFileVersionInfoW,
+                                     [](LPCWSTR, DWORD, DWORD, LPVOID) { return FALSE; });
     ExpectFailure("Cannot read installed executable version");
 }
 
 TEST_F(ReadExecutableVersionFailure, AQueryThatFails) {
-    const ScopedReplacement<decltype(VerQueryValueW)> refusing(
-        verQueryValue, [](LPCVOID, LPCWSTR, LPVOID*, PUINT) { return FALSE; });
+    const ScopedReplacement refusing(doubles::VerQueryValueW,
+                                     [](LPCVOID, LPCWSTR, LPVOID*, PUINT) { return FALSE; });
     ExpectFailure("Executable version is missing");
 }
 
 TEST_F(ReadExecutableVersionFailure, FixedInformationOfFewerThan52Bytes) {
     for (const UINT length : {0U, 51U}) {
-        const ScopedReplacement<decltype(VerQueryValueW)> answering(
-            verQueryValue, [length](LPCVOID resource, LPCWSTR block, LPVOID* value, PUINT bytes) {
-                const BOOL answer = __real_VerQueryValueW(resource, block, value, bytes);
+        const ScopedReplacement answering(
+            doubles::VerQueryValueW,
+            [length](LPCVOID resource, LPCWSTR block, LPVOID* value, PUINT bytes) {
+                const BOOL answer = VerQueryValueW(resource, block, value, bytes);
                 *bytes = length;
                 return answer;
             });
@@ -95,33 +63,32 @@ TEST_F(ReadExecutableVersionFailure, TheRootOfAZeroFilledBufferOfExactlyTheSizeI
     VS_FIXEDFILEINFO information{};
     information.dwFileVersionMS = 0x000A0000;
     information.dwFileVersionLS = 0x4A610001;
-    const ScopedReplacement<decltype(GetFileVersionInfoSizeW)> sized(
-        getFileVersionInfoSize, [this](LPCWSTR file, LPDWORD) {
-            EXPECT_EQ(file, program.native());
-            return kSize;
-        });
-    const ScopedReplacement<decltype(GetFileVersionInfoW)> filled(
-        getFileVersionInfo, [this](LPCWSTR file, DWORD handle, DWORD bytes, LPVOID data) {
+    const ScopedReplacement sized(doubles::GetFileVersionInfoSizeW, [this](LPCWSTR file, LPDWORD) {
+        EXPECT_EQ(file, program.native());
+        return kSize;
+    });
+    const ScopedReplacement filled(
+        doubles::GetFileVersionInfoW, [this](LPCWSTR file, DWORD handle, DWORD bytes, LPVOID data) {
             EXPECT_EQ(file, program.native());
             EXPECT_EQ(handle, 0U);
             EXPECT_EQ(bytes, kSize);
             const auto* first = static_cast<const char*>(data);
-            EXPECT_TRUE(std::all_of(first, first + kSize, [](char byte) { return byte == 0; }));
+            EXPECT_TRUE(std::all_of(first, first + kSize, [](char unit) { return unit == 0; }));
             return TRUE;
         });
-    const ScopedReplacement<decltype(VerQueryValueW)> queried(
-        verQueryValue, [&](LPCVOID, LPCWSTR block, LPVOID* value, PUINT bytes) {
-            EXPECT_STREQ(block, L"\\");
-            *value = &information;
-            *bytes = sizeof(information);
-            return TRUE;
-        });
+    const ScopedReplacement queried(doubles::VerQueryValueW,
+                                    [&](LPCVOID, LPCWSTR block, LPVOID* value, PUINT bytes) {
+                                        EXPECT_STREQ(block, L"\\");
+                                        *value = &information;
+                                        *bytes = sizeof(information);
+                                        return TRUE;
+                                    });
     EXPECT_EQ(ReadExecutableVersion(program), L"10.0.19041.1");
 }
 
 TEST(ReadRegisteredVersionFailure, OnlyATextOfThe64BitViewIsAskedForIntoAZeroFilledBuffer) {
-    const ScopedReplacement<decltype(RegGetValueW)> answering(
-        regGetValue,
+    const ScopedReplacement answering(
+        doubles::RegGetValueW,
         [](auto hive, LPCWSTR key, LPCWSTR value, DWORD flags, LPDWORD, PVOID data, auto bytes) {
             EXPECT_EQ(hive, HKEY_LOCAL_MACHINE);
             EXPECT_STREQ(key, kEntryKey);
@@ -129,7 +96,7 @@ TEST(ReadRegisteredVersionFailure, OnlyATextOfThe64BitViewIsAskedForIntoAZeroFil
             EXPECT_EQ(flags, 0x10002U);
             EXPECT_EQ(*bytes, 1024U);
             const auto* first = static_cast<const char*>(data);
-            EXPECT_TRUE(std::all_of(first, first + 1024, [](char byte) { return byte == 0; }));
+            EXPECT_TRUE(std::all_of(first, first + 1024, [](char unit) { return unit == 0; }));
             std::memcpy(data, L"1.0", sizeof(L"1.0"));
             return LSTATUS{ERROR_SUCCESS};
         });
@@ -137,8 +104,8 @@ TEST(ReadRegisteredVersionFailure, OnlyATextOfThe64BitViewIsAskedForIntoAZeroFil
 }
 
 TEST(ReadRegisteredVersionFailure, AFailedReadGivesAnEmptyTextWhateverWasLeftInTheBuffer) {
-    const ScopedReplacement<decltype(RegGetValueW)> failing(
-        regGetValue, [](HKEY, LPCWSTR, LPCWSTR, DWORD, LPDWORD, PVOID data, LPDWORD) {
+    const ScopedReplacement failing(
+        doubles::RegGetValueW, [](HKEY, LPCWSTR, LPCWSTR, DWORD, LPDWORD, PVOID data, LPDWORD) {
             std::memcpy(data, L"1.0", sizeof(L"1.0"));
             return LSTATUS{ERROR_MORE_DATA};
         });
@@ -163,7 +130,7 @@ const HKEY kOpenedKey = reinterpret_cast<HKEY>(0x1234);
 ObservedRegistry::ObservedRegistry(LSTATUS ofOpen, LSTATUS ofSet)
     : openStatus(ofOpen),
       setStatus(ofSet),
-      open(regOpenKeyEx,
+      open(doubles::RegOpenKeyExW,
            [this](HKEY hive, LPCWSTR key, DWORD options, REGSAM access, PHKEY opened) {
                calls.emplace_back("open");
                EXPECT_EQ(hive, HKEY_LOCAL_MACHINE);
@@ -175,7 +142,7 @@ ObservedRegistry::ObservedRegistry(LSTATUS ofOpen, LSTATUS ofSet)
                }
                return openStatus;
            }),
-      set(regSetValueEx,
+      set(doubles::RegSetValueExW,
           [this](HKEY key, LPCWSTR name, DWORD reserved, DWORD type, const BYTE* data,
                  DWORD bytes) {
               calls.push_back("set " + std::to_string(bytes));
@@ -186,7 +153,7 @@ ObservedRegistry::ObservedRegistry(LSTATUS ofOpen, LSTATUS ofSet)
               EXPECT_STREQ(reinterpret_cast<const wchar_t*>(data), L"1.0.0.0");
               return setStatus;
           }),
-      close(regCloseKey, [this](HKEY key) {
+      close(doubles::RegCloseKey, [this](HKEY key) {
           calls.emplace_back("close");
           EXPECT_EQ(key, kOpenedKey);
           return LSTATUS{ERROR_SUCCESS};

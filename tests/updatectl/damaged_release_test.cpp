@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "fixtures/damaged_file.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
-#include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_digest.h"
 #include "support/handle.h"
@@ -20,8 +20,6 @@
 #include "updatectl/tool_call.h"
 
 namespace updater {
-
-REPLACE_IMPORTED(ReadFile, readFile)
 
 namespace {
 
@@ -74,7 +72,7 @@ struct DamagedRelease : testing::TestWithParam<int> {
     std::filesystem::path release = directory.path / L"release";
     std::size_t readable = static_cast<std::size_t>(GetParam());
     std::string digestOfBeginning;
-    DamagedFile damaged{readFile, L"app.so", GetParam()};
+    DamagedFile damaged{L"app.so", GetParam()};
 };
 
 INSTANTIATE_TEST_SUITE_P(ReadableBytes, DamagedRelease, testing::Values(0, 8192, 65536, 99999));
@@ -110,8 +108,7 @@ TEST(DamagedList, DoesNotVerifyARelease) {
     WriteFileContent(release.path / L"app.so", "abc");
     const std::string line = "app.so\t" + FileSha256Hex(release.path / L"app.so") + "\n";
     WriteFileContent(release.path / L"program-files.tsv", line + line);
-    const DamagedFile damaged(readFile, L"program-files.tsv",
-                              static_cast<std::int64_t>(line.size()));
+    const DamagedFile damaged(L"program-files.tsv", static_cast<std::int64_t>(line.size()));
     const ToolResult result = CallHere({L"verify", release.path.native()});
     EXPECT_EQ(result.exitCode, 1U);
     EXPECT_EQ(result.output,

@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "fixtures/directory_link.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
-#include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/program_assets.h"
 #include "support/file_system.h"

@@ -1,11 +1,6 @@
 #include "updatectl/owner_double.h"
 
-// After the Windows types that it needs.
-#include <sddl.h>
-
 namespace updater {
-
-REPLACE_IMPORTED(GetNamedSecurityInfoW, getNamedSecurityInfo)
 
 namespace {
 
@@ -21,7 +16,7 @@ DWORD TellOwner(const wchar_t* descriptorText, PSID* owner, PSECURITY_DESCRIPTOR
 }  // namespace
 
 ReportedOwner::ReportedOwner(const wchar_t* descriptorText)
-    : replacement(getNamedSecurityInfo,
+    : replacement(doubles::GetNamedSecurityInfoW,
                   [descriptorText](LPCWSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID* owner,
                                    PSID*, PACL*, PACL*, PSECURITY_DESCRIPTOR* descriptor) {
                       return TellOwner(descriptorText, owner, descriptor);

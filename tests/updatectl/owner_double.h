@@ -1,15 +1,11 @@
 #pragma once
 
-#include "fixtures/replacement.h"
-#include "support/windows_api.h"
-
-// After the Windows types that it needs.
-#include <aclapi.h>
+#include "fixtures/doubles/windows_doubles.h"
 
 namespace updater {
 
 /// Until the end of the scope every file has the owner that this security descriptor, as text,
-/// names: none if it names none. The test program replaces `__imp_GetNamedSecurityInfoW`.
+/// names: none if it names none.
 struct ReportedOwner {
     explicit ReportedOwner(const wchar_t* descriptorText);
     ~ReportedOwner() = default;

@@ -5,15 +5,13 @@
 #include <algorithm>
 
 #include "fixtures/directory_link.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
-#include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_system.h"
 #include "support/windows_api.h"
 
 namespace updater {
-
-REPLACE_IMPORTED(FindFirstFileExW, findFirstFileEx)
 
 namespace {
 
@@ -75,9 +73,9 @@ TEST(ProgramTree, FindsFaultWithADirectoryThatCannotBeListedAndGoesOn) {
     for (const wchar_t* file : {L"a", L"locked\\b", L"z\\c"}) {
         WriteFileContent(directory.path / file, "x");
     }
-    const ScopedReplacement<decltype(FindFirstFileExW)> locked(
-        findFirstFileEx, [](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
-                            FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
+    const ScopedReplacement locked(
+        doubles::FindFirstFileExW, [](LPCWSTR pattern, FINDEX_INFO_LEVELS level, LPVOID data,
+                                      FINDEX_SEARCH_OPS operation, LPVOID filter, DWORD flags) {
             if (std::wstring_view(pattern).ends_with(L"\\locked\\*")) {
                 return FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
             }

@@ -3,9 +3,10 @@
 
 #include <gmock/gmock.h>
 
+#include "fixtures/doubles/updater_doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
-#include "fixtures/replacement.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_system.h"
 #include "support/handle.h"
@@ -25,10 +26,6 @@
 namespace updater {
 namespace {
 
-Replacement<decltype(OpenProcessToken)> openProcessToken;
-Replacement<decltype(GetTokenInformation)> getTokenInformation;
-Replacement<decltype(ReadExecutableVersion)> readExecutableVersion;
-
 // Until the end of the scope every file belongs to all users.
 struct ForeignOwner {
     ReportedOwner allUsers{L"O:BU"};
@@ -37,18 +34,17 @@ struct ForeignOwner {
 TEST(Refusal, OfTheTokenIsAFailureToReadAnOwner) {
     const TemporaryDirectory directory;
     {
-        const ScopedReplacement<decltype(OpenProcessToken)> refusal(
-            openProcessToken, [](HANDLE, DWORD, PHANDLE) {
-                SetLastError(ERROR_ACCESS_DENIED);
-                return FALSE;
-            });
-        EXPECT_THROW(IsOwnedByAdministrator(directory.path), std::system_error);
-    }
-    const ScopedReplacement<decltype(GetTokenInformation)> refusal(
-        getTokenInformation, [](HANDLE, TOKEN_INFORMATION_CLASS, LPVOID, DWORD, PDWORD) {
+        const ScopedReplacement refusal(doubles::OpenProcessToken, [](HANDLE, DWORD, PHANDLE) {
             SetLastError(ERROR_ACCESS_DENIED);
             return FALSE;
         });
+        EXPECT_THROW(IsOwnedByAdministrator(directory.path), std::system_error);
+    }
+    const ScopedReplacement refusal(doubles::GetTokenInformation,
+                                    [](HANDLE, TOKEN_INFORMATION_CLASS, LPVOID, DWORD, PDWORD) {
+                                        SetLastError(ERROR_ACCESS_DENIED);
+                                        return FALSE;
+                                    });
     EXPECT_THROW(IsOwnedByAdministrator(directory.path), std::system_error);
 }
 
@@ -102,8 +98,8 @@ TEST_F(InterruptedUpdateTest, IsNotRestoredFromAForeignStagingDirectory) {
 }
 
 TEST_F(InterruptedUpdateTest, IsNotCalledRestoredWhenTheVersionIsAnother) {
-    const ScopedReplacement<decltype(ReadExecutableVersion)> otherVersion(
-        readExecutableVersion, [this](const std::filesystem::path& executable) {
+    const ScopedReplacement otherVersion(
+        doubles::ReadExecutableVersion, [this](const std::filesystem::path& executable) {
             return executable == install / L"corvellan.exe" ? std::wstring(L"9.9.9.9")
                                                             : ReadExecutableVersion(executable);
         });
@@ -117,25 +113,4 @@ TEST_F(InterruptedUpdateTest, IsRestoredOtherwise) {
 }
 
 }  // namespace
-
 }  // namespace updater
-
-extern "C" {
-extern decltype(&OpenProcessToken) __real___imp_OpenProcessToken;
-decltype(&OpenProcessToken) __wrap___imp_OpenProcessToken =
-    updater::ImportDouble<updater::openProcessToken, __real___imp_OpenProcessToken>::Call;
-extern decltype(&GetTokenInformation) __real___imp_GetTokenInformation;
-decltype(&GetTokenInformation) __wrap___imp_GetTokenInformation =
-    updater::ImportDouble<updater::getTokenInformation, __real___imp_GetTokenInformation>::Call;
-
-// updater::ReadExecutableVersion(std::filesystem::path const&)
-decltype(updater::ReadExecutableVersion)
-    __real__ZN7updater21ReadExecutableVersionERKNSt10filesystem7__cxx114pathE;
-decltype(updater::ReadExecutableVersion)
-    __wrap__ZN7updater21ReadExecutableVersionERKNSt10filesystem7__cxx114pathE;
-std::wstring __wrap__ZN7updater21ReadExecutableVersionERKNSt10filesystem7__cxx114pathE(
-    const std::filesystem::path& executable) {
-    return updater::readExecutableVersion.Call(
-        __real__ZN7updater21ReadExecutableVersionERKNSt10filesystem7__cxx114pathE, executable);
-}
-}

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/processes/process_start.h"
 #include "fixtures/processes/simulated_time.h"
 #include "fixtures/processes/status_history.h"
-#include "fixtures/processes/windows_doubles.h"
 #include "fixtures/temporary_directory.h"
 #include "fixtures/uninstall_entry.h"
 #include "worker/installation.h"
@@ -85,14 +85,14 @@ struct InstallationWorld {
     StatusHistory status;
     ProcessStarts processes;
     ScopedReplacement<decltype(Process32FirstW)> firstProcess{
-        doubles::process32First, std::bind_front(&InstallationWorld::OnFirstProcess, this)};
+        doubles::Process32FirstW, std::bind_front(&InstallationWorld::OnFirstProcess, this)};
     ScopedReplacement<decltype(GetFileVersionInfoSizeW)> versionInfoSize{
-        doubles::getFileVersionInfoSize,
+        doubles::GetFileVersionInfoSizeW,
         std::bind_front(&InstallationWorld::OnVersionInfoSize, this)};
     ScopedReplacement<decltype(RegGetValueW)> regGetValue{
-        doubles::regGetValue, std::bind_front(&InstallationWorld::OnRegGetValue, this)};
+        doubles::RegGetValueW, std::bind_front(&InstallationWorld::OnRegGetValue, this)};
     ScopedReplacement<decltype(CopyFileW)> copyFile{
-        doubles::copyFile, std::bind_front(&InstallationWorld::OnCopyFile, this)};
+        doubles::CopyFileW, std::bind_front(&InstallationWorld::OnCopyFile, this)};
 };
 
 }  // namespace updater

@@ -167,8 +167,8 @@ TEST_F(StagedInstaller, NeverReplacesAFile) {
 
 TEST_F(StagedInstaller, RefusesAnotherSizeWithoutComputingTheDigest) {
     int digests = 0;
-    const ScopedReplacement<decltype(BCryptOpenAlgorithmProvider)> provider(
-        doubles::bcryptOpenAlgorithmProvider,
+    const ScopedReplacement provider(
+        doubles::BCryptOpenAlgorithmProvider,
         [&](BCRYPT_ALG_HANDLE* handle, LPCWSTR identifier, LPCWSTR implementation, ULONG flags) {
             ++digests;
             return BCryptOpenAlgorithmProvider(handle, identifier, implementation, flags);
@@ -207,7 +207,7 @@ TEST_F(StagedInstaller, RefusesAnyOtherDigestText) {
 // Does something right after the copy was made.
 struct AfterCopy {
     explicit AfterCopy(std::function<void()> action)
-        : copyFile(doubles::copyFile, [action](LPCWSTR source, LPCWSTR target, BOOL failing) {
+        : copyFile(doubles::CopyFileW, [action](LPCWSTR source, LPCWSTR target, BOOL failing) {
               const BOOL done = CopyFileW(source, target, failing);
               action();
               return done;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "fixtures/processes/windows_doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 
 namespace updater {
 
@@ -75,18 +75,18 @@ struct StagingWorld {
     void Release(void* memory);
 
     ScopedReplacement<decltype(SHGetKnownFolderPath)> knownFolderPath{
-        doubles::shGetKnownFolderPath, std::bind_front(&StagingWorld::OnKnownFolderPath, this)};
+        doubles::SHGetKnownFolderPath, std::bind_front(&StagingWorld::OnKnownFolderPath, this)};
     ScopedReplacement<decltype(CoCreateGuid)> createGuid{
-        doubles::coCreateGuid, std::bind_front(&StagingWorld::OnCreateGuid, this)};
+        doubles::CoCreateGuid, std::bind_front(&StagingWorld::OnCreateGuid, this)};
     ScopedReplacement<decltype(ConvertStringSecurityDescriptorToSecurityDescriptorW)> convertSddl{
-        doubles::convertStringSecurityDescriptorToSecurityDescriptor,
+        doubles::ConvertStringSecurityDescriptorToSecurityDescriptorW,
         std::bind_front(&StagingWorld::OnConvertSddl, this)};
     ScopedReplacement<decltype(CreateDirectoryW)> createDirectory{
-        doubles::createDirectory, std::bind_front(&StagingWorld::OnCreateDirectory, this)};
+        doubles::CreateDirectoryW, std::bind_front(&StagingWorld::OnCreateDirectory, this)};
     ScopedReplacement<decltype(LocalFree)> localFree{
-        doubles::localFree, std::bind_front(&StagingWorld::OnLocalFree, this)};
+        doubles::LocalFree, std::bind_front(&StagingWorld::OnLocalFree, this)};
     ScopedReplacement<decltype(CoTaskMemFree)> taskMemFree{
-        doubles::coTaskMemFree, std::bind_front(&StagingWorld::OnTaskMemFree, this)};
+        doubles::CoTaskMemFree, std::bind_front(&StagingWorld::OnTaskMemFree, this)};
 };
 
 }  // namespace updater

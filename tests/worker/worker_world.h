@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/processes/stand_in_process.h"
-#include "fixtures/processes/windows_doubles.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
 #include "support/updater_arguments.h"
@@ -85,16 +85,16 @@ struct WorkerWorld {
     BOOL OnSetEvent(HANDLE event);
 
     ScopedReplacement<decltype(GetTokenInformation)> getTokenInformation{
-        doubles::getTokenInformation, std::bind_front(&WorkerWorld::OnGetTokenInformation, this)};
+        doubles::GetTokenInformation, std::bind_front(&WorkerWorld::OnGetTokenInformation, this)};
     ScopedReplacement<decltype(CreateMutexW)> createMutex{
-        doubles::createMutex, std::bind_front(&WorkerWorld::OnCreateMutex, this)};
+        doubles::CreateMutexW, std::bind_front(&WorkerWorld::OnCreateMutex, this)};
     ScopedReplacement<decltype(OpenProcess)> openProcess{
-        doubles::openProcess, std::bind_front(&WorkerWorld::OnOpenProcess, this)};
+        doubles::OpenProcess, std::bind_front(&WorkerWorld::OnOpenProcess, this)};
     ScopedReplacement<decltype(QueryFullProcessImageNameW)> queryImageName{
-        doubles::queryFullProcessImageName, std::bind_front(&WorkerWorld::OnQueryImageName, this)};
+        doubles::QueryFullProcessImageNameW, std::bind_front(&WorkerWorld::OnQueryImageName, this)};
     ScopedReplacement<decltype(OpenEventW)> openEvent{
-        doubles::openEvent, std::bind_front(&WorkerWorld::OnOpenEvent, this)};
-    ScopedReplacement<decltype(SetEvent)> setEvent{doubles::setEvent,
+        doubles::OpenEventW, std::bind_front(&WorkerWorld::OnOpenEvent, this)};
+    ScopedReplacement<decltype(SetEvent)> setEvent{doubles::SetEvent,
                                                    std::bind_front(&WorkerWorld::OnSetEvent, this)};
 };
 

@@ -22,10 +22,10 @@ struct FullDisk {
     FullDisk(int fullFrom, Remains remainsOfCopy)
         : firstWithoutSpace(fullFrom),
           remains(remainsOfCopy),
-          enoughSpace(doubles::copyFile.active) {
-        doubles::copyFile.Set(std::bind_front(&FullDisk::OnCopyFile, this));
+          enoughSpace(doubles::CopyFileW.active) {
+        doubles::CopyFileW.Set(std::bind_front(&FullDisk::OnCopyFile, this));
     }
-    ~FullDisk() { doubles::copyFile.Set(enoughSpace); }
+    ~FullDisk() { doubles::CopyFileW.Set(enoughSpace); }
     FullDisk(const FullDisk&) = delete;
     FullDisk& operator=(const FullDisk&) = delete;
 

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "app/dispatch.h"
+#include "fixtures/doubles/scoped_command_line.h"
 #include "fixtures/file_content.h"
 #include "fixtures/tree_content.h"
 #include "fixtures/updater_command_line.h"
@@ -130,13 +131,11 @@ void WorkerRun::Run() {
             Reach(Moment::BeforeSetup);
         }
     };
-    doubles::process32First.Set(std::bind_front(&WorkerRun::OnFirstProcess, this));
+    doubles::Process32FirstW.Set(std::bind_front(&WorkerRun::OnFirstProcess, this));
     before = InstalledTree();
     UpdaterArguments options = world.arguments;
     options.erase(kWorkerFlag);
-    std::wstring commandLine = L"updater.exe " + CommandLineOf(kWorkerFlag, options);
-    const ScopedReplacement<decltype(GetCommandLineW)> getCommandLine(
-        doubles::getCommandLine, [&commandLine] { return commandLine.data(); });
+    const ScopedCommandLine commandLine(L"updater.exe " + CommandLineOf(kWorkerFlag, options));
     exitCode = RunUpdater();
     EXPECT_TRUE(plan.empty()) << "A planned moment was not reached";
 }

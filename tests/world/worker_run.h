@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "fixtures/processes/windows_doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/tree_content.h"
 #include "worker/worker_world.h"
 
