@@ -115,7 +115,7 @@ TEST_F(FileAccessFailure, ReadsThatBringLessThanTheyAreAskedForMakeNoEnd) {
         read.append(portion.begin(), portion.end());
         return true;
     }));
-    EXPECT_EQ(read, content);
+    EXPECT_TRUE(read == content) << "too long to be shown";
     EXPECT_THAT(sizes, ElementsAre(65536, 65536, content.size() - 131072));
 }
 
@@ -160,7 +160,7 @@ TEST_F(FileAccessFailure, ContentIsWrittenInPortionsAndGoesOnWhereAWriteStopped)
             return WriteFile(opened, data, std::min<DWORD>(bytes, 60000), written, overlapped);
         });
     EXPECT_TRUE(OverwriteFile(file, content));
-    EXPECT_EQ(ReadFileContent(file), content);
+    EXPECT_TRUE(ReadFileContent(file) == content) << "too long to be shown";
     EXPECT_THAT(asked, ElementsAre(65536, 65536, content.size() - 120000));
 }
 

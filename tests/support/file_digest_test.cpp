@@ -21,15 +21,6 @@ namespace updater {
 
 namespace {
 
-// Bytes that repeat with a period that no block or chunk size is a multiple of.
-std::string PatternOfSize(std::size_t size) {
-    std::string content(size, '\0');
-    for (std::size_t index = 0; index < size; ++index) {
-        content[index] = static_cast<char>(index % 251);
-    }
-    return content;
-}
-
 struct DigestCase {
     std::size_t size;
     std::string_view digest;

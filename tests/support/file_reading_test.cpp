@@ -19,15 +19,6 @@ namespace updater {
 
 namespace {
 
-// Bytes that repeat with a period that the size of a portion is no multiple of.
-std::string PatternOfSize(std::size_t size) {
-    std::string content(size, '\0');
-    for (std::size_t index = 0; index < size; ++index) {
-        content[index] = static_cast<char>(index % 251);
-    }
-    return content;
-}
-
 struct FileReading : testing::Test {
     // Returns the portions that the file is handed over in, and expects it to be read to its end.
     std::vector<std::string> Portions() const {
