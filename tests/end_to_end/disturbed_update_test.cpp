@@ -81,11 +81,13 @@ TEST_F(DisturbedUpdate, IsNotRolledBackWithoutItsBackup) {
 }
 
 TEST_F(DisturbedUpdate, ReportsAnApplicationThatCannotBeStartedAgain) {
-    CarryOutUpdate();
-    AwaitRecord("installing");
+    BeginUpdate();
+    AwaitWorker();
     {
-        const ProcessPause pause(BrokerId());
-        AwaitEnd(helper.get(), "the worker's end");
+        // The broker waits for its end.
+        const ProcessPause pause(GetProcessId(helper.get()));
+        CloseApplication(application);
+        AwaitEnd(worker.get(), "the worker's end");
         std::filesystem::rename(job.installDirectory / L"corvellan.exe",
                                 job.installDirectory / L"moved.exe");
     }

@@ -173,6 +173,7 @@ std::uint32_t WholeUpdate::AwaitBroker() {
 }
 
 void WholeUpdate::NoteRecord() {
+    NoteState();
     const bool workerRuns = worker && !HasEnded(worker.get());
     const ProcessPause pause(workerRuns ? GetProcessId(worker.get()) : 0);
     constexpr double kTicksInASecond = 1e7;
@@ -203,11 +204,7 @@ void WholeUpdate::Attend() {
     if (watchesProcesses || holdsBroker) {
         FindProcesses();
     }
-    const std::optional<RecordMark> mark = MarkOfLastRecord(job.jobDirectory);
-    if (mark && mark != seenMark) {
-        seenMark = mark;
-        states.push_back(LastState(job.jobDirectory).value_or("?"));
-    }
+    NoteState();
     if (grantsRights && IsSignalledWithin(asked.get(), 0) &&
         !IsSignalledWithin(answered.get(), 0)) {
         if (holdsBroker) {
@@ -239,6 +236,14 @@ void WholeUpdate::RaiseStory(const std::string& beginning) const {
     }
     throw std::runtime_error(story + "\n  now " + LastRecordText(job.jobDirectory) +
                              FailureOfStandIn(job));
+}
+
+void WholeUpdate::NoteState() {
+    const std::optional<RecordMark> mark = MarkOfLastRecord(job.jobDirectory);
+    if (mark && mark != seenMark) {
+        seenMark = mark;
+        states.push_back(LastState(job.jobDirectory).value_or("?"));
+    }
 }
 
 bool WholeUpdate::HasBrokerEnded() const {

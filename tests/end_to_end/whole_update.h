@@ -157,6 +157,7 @@ struct WholeUpdate {
     bool applicationFollows = false;
 
     void FindProcesses();
+    void NoteState();
     void HoldBrokerUp();
     [[nodiscard]] bool HasHelperEnded() const;
 };

@@ -42,15 +42,30 @@ struct UpdateStoppedAtRecord : KilledUpdate {
     }
 
     bool HasCome() {
-        if (!pause && HasState("installing") && state == outcome) {
-            // The broker would see the end of the helper, which is about to follow the worker's.
-            pause.emplace(GetProcessId(victim == Victim::Broker ? helper.get() : worker.get()));
+        if (state == outcome && victim == Victim::Broker) {
+            HoldHelperUp();
         }
-        if (pause && victim == Victim::Worker) {
-            // So little at a time that it comes to no end between its record and the next look.
-            LetRunFor(std::chrono::milliseconds(1), *pause);
+        if (state == outcome && victim == Victim::Worker) {
+            LetWorkerRunALittle();
         }
         return HasState(state) || (worker && HasEnded(worker.get()));
+    }
+
+    /// The broker waits for the helper's end, which follows the worker's.
+    void HoldHelperUp() {
+        if (!pause && worker && HasState("ready")) {
+            pause.emplace(GetProcessId(helper.get()));
+        }
+    }
+
+    /// So little at a time that it comes to no end between its record and the next look.
+    void LetWorkerRunALittle() {
+        if (!pause && HasState("installing")) {
+            pause.emplace(GetProcessId(worker.get()));
+        }
+        if (pause) {
+            LetRunFor(std::chrono::milliseconds(1), *pause);
+        }
     }
 
     Victim victim;

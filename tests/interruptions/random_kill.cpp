@@ -34,8 +34,9 @@ struct Lifetimes {
 
 Lifetimes MeasureUndisturbedRun() {
     UpdateScene update;
-    update.CarryOutUpdate();
+    update.BeginUpdate();
     update.AwaitWorker();
+    CloseApplication(update.application);
     update.AwaitBroker();
     return {Seconds(RunningTime(update.broker.get())), Seconds(RunningTime(update.worker.get()))};
 }
