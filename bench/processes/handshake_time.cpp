@@ -44,7 +44,7 @@ struct Handshake {
 };
 
 updater::StartedProgram StartUnelevated(updater::ProgramStart start) {
-    start.token = updater::StartToken::Linked;
+    start.token = updater::StartToken::Limited;
     return updater::StartProgram(start);
 }
 

@@ -18,6 +18,9 @@ import { outcomes, scenes } from "./scenes.mjs";
 // What a command of the build machine comes down to here. The demo's building has been done.
 const hostCommands = new Map([["scripts/demo", ["wine", ["build/mingw-debug/tests/demo/demo-driver.exe"]]]]);
 
+// Some steps need an administrator's prompt, and it serves the others, too.
+const administratorsPrompt = "build/mingw-debug/tests/elevation/administrators-prompt.exe";
+
 export function runConsoles(world, pages, report) {
   let commands = 0;
   const omitted = [];
@@ -102,8 +105,9 @@ function runOnWindows(world, place, text) {
   mkdirSync(world.scratch, { recursive: true });
   const script = ["@echo off", `set PATH=${world.path};%PATH%`, text, "exit /b %ERRORLEVEL%", ""];
   writeFileSync(join(world.scratch, "step.cmd"), script.join("\r\n"));
+  const tokens = [join(world.root, administratorsPrompt), "cmd", "/c", "C:\\corvellan-docs\\step.cmd"];
   const options = { ...world.spawning, cwd: hostDirectory };
-  return finished(spawnSync("wine", ["cmd", "/c", "C:\\corvellan-docs\\step.cmd"], options));
+  return finished(spawnSync("wine", tokens, options));
 }
 
 function finished({ error, status, signal, stdout, stderr }) {

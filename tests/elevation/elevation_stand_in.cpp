@@ -1,5 +1,6 @@
-// Stands in for the prompt that asks for administrator rights, where the shell's "runas" verb
-// starts a program without elevating it. The stand-in has the updater's place and name, P:
+// Stands in for the prompt that asks for administrator rights. Wine shows none: with Wine 8 the
+// shell's "runas" verb starts a program with the caller's token, with Wine 10 with the elevated
+// one. The stand-in has the updater's place and name, P:
 //
 //   P --broker ...  runs the real updater as P, unelevated. While it runs, P is the stand-in again,
 //                   so the updater, which starts P elevated, starts the stand-in.
@@ -143,10 +144,10 @@ std::uint32_t AnswerRequest(const UpdaterArguments& arguments, const StandIn& st
     AwaitAnswer();
     const std::wstring consent = EnvironmentVariable(kConsentVariable);
     if (consent.empty() || consent == kConsentGranted) {
-        return RunWorkerWith(StartToken::Linked, standIn);
+        return RunWorkerWith(StartToken::Elevated, standIn);
     }
     if (consent == kConsentWithoutRights) {
-        return RunWorkerWith(StartToken::Own, standIn);
+        return RunWorkerWith(StartToken::Limited, standIn);
     }
     if (consent == kConsentHelperDies) {
         return kHelperDeathCode;

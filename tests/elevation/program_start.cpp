@@ -17,7 +17,7 @@ UniqueHandle TokenOf(HANDLE process, DWORD access) {
     return OwnHandle(opened);
 }
 
-// The linked token comes as one to impersonate with; a process needs a primary one.
+// The caller's other token. It comes as one to impersonate with; a process needs a primary one.
 UniqueHandle LinkedToken() {
     const UniqueHandle own = TokenOf(GetCurrentProcess(), TOKEN_QUERY | TOKEN_DUPLICATE);
     TOKEN_LINKED_TOKEN linked{};
@@ -34,6 +34,13 @@ UniqueHandle LinkedToken() {
     return OwnHandle(primary);
 }
 
+// Null if the caller has the wanted token itself.
+UniqueHandle TokenToStartWith(StartToken wanted) {
+    const bool isOwn = wanted == StartToken::Own ||
+                       (wanted == StartToken::Elevated) == IsElevated(GetCurrentProcess());
+    return isOwn ? nullptr : LinkedToken();
+}
+
 }  // namespace
 
 StartedProgram StartProgram(const ProgramStart& start) {
@@ -41,7 +48,7 @@ StartedProgram StartProgram(const ProgramStart& start) {
     if (!start.arguments.empty()) {
         commandLine += L' ' + start.arguments;
     }
-    const UniqueHandle token = start.token == StartToken::Linked ? LinkedToken() : nullptr;
+    const UniqueHandle token = TokenToStartWith(start.token);
     const wchar_t* const directory =
         start.workingDirectory.empty() ? nullptr : start.workingDirectory.c_str();
     const DWORD flags = start.state == StartState::Suspended ? CREATE_SUSPENDED : 0;

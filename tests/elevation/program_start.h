@@ -8,9 +8,10 @@
 
 namespace updater {
 
-/// A user who may be an administrator has two tokens, a limited and an elevated one; each is the
-/// other's linked token.
-enum class StartToken { Own, Linked };
+/// A user who may be an administrator has two tokens, a limited and an elevated one. Which of them
+/// a program gets by itself differs: Wine 8 starts everything elevated, Windows and Wine 10
+/// limited.
+enum class StartToken { Own, Limited, Elevated };
 
 enum class StartState { Running, Suspended };
 

@@ -30,7 +30,7 @@ int StartLimited(int count, wchar_t** tokens) {
     }
     ProgramStart start;
     start.program = tokens[index];
-    start.token = IsProcessElevated() ? StartToken::Linked : StartToken::Own;
+    start.token = StartToken::Limited;
     for (++index; index < count; ++index) {
         start.arguments += (start.arguments.empty() ? L"" : L" ") + QuoteArgument(tokens[index]);
     }

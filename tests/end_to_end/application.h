@@ -20,7 +20,7 @@ struct Application {
 /// Starts the application of an installation directory, unelevated when the caller is elevated and
 /// told to use the linked token, and waits until its window is open.
 Application StartApplication(const std::filesystem::path& installDirectory,
-                             StartToken token = StartToken::Linked);
+                             StartToken token = StartToken::Limited);
 
 /// Waits until somebody else has started the application of an installation directory and its
 /// window is open.

@@ -40,7 +40,7 @@ struct RefusedUpdate : UpdateTest {
 };
 
 TEST_F(RefusedUpdate, IsNotBegunByAnElevatedApplication) {
-    application = StartApplication(job.installDirectory, StartToken::Own);
+    application = StartApplication(job.installDirectory, StartToken::Elevated);
     const StartedProgram refused =
         StartProgram({RealUpdater(), CommandLineOf(kBrokerFlag, Options())});
 
@@ -180,7 +180,7 @@ TEST_F(RefusedUpdate, ReportsAFailedStartOfTheWorker) {
     ProgramStart start;
     start.program = job.updater;
     start.arguments = CommandLineOf(kBrokerFlag, Options());
-    start.token = StartToken::Linked;
+    start.token = StartToken::Limited;
     start.state = StartState::Suspended;
     const StartedProgram unhelped = StartProgram(start);
     std::filesystem::rename(job.updater, InWorkspace(L"挪开 的更新程序.exe"));

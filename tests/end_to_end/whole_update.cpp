@@ -111,7 +111,7 @@ void WholeUpdate::StartBroker(const UpdaterArguments& options) {
     start.program = job.updater;
     start.arguments = CommandLineOf(kBrokerFlag, options);
     start.workingDirectory = job.jobDirectory;
-    start.token = StartToken::Linked;
+    start.token = StartToken::Limited;
     startTime = SystemTime();
     standIn = StartProgram(start);
 }

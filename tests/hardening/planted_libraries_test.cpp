@@ -99,9 +99,9 @@ constexpr Mode kModes[] = {{L"", 1}, {L"--self-test", 0}, {L"--worker", 1}, {L"-
 TEST_F(PlantedLibraries, AreLoadedInNoMode) {
     ASSERT_TRUE(IsProcessElevated());
     for (const Mode& mode : kModes) {
-        for (const StartToken token : {StartToken::Linked, StartToken::Own}) {
+        for (const StartToken token : {StartToken::Limited, StartToken::Elevated}) {
             SCOPED_TRACE(WideToUtf8(mode.flag) +
-                         (token == StartToken::Own ? " elevated" : " limited"));
+                         (token == StartToken::Elevated ? " elevated" : " limited"));
             const std::wstring arguments =
                 mode.flag + (L" --job-dir " + QuoteArgument(places->job.native()));
             EXPECT_EQ(RunAsUpdater(RealUpdater(), arguments, token), mode.exitCode);
@@ -133,14 +133,14 @@ std::filesystem::path TrustingProgram() {
 // What the tests above find means something only if a program that takes no care loads the plants
 // in the same place.
 TEST_F(PlantedLibraries, AreLoadedByAProgramThatTakesNoCare) {
-    EXPECT_EQ(RunAsUpdater(TrustingProgram(), L"", StartToken::Linked), 0U);
+    EXPECT_EQ(RunAsUpdater(TrustingProgram(), L"", StartToken::Limited), 0U);
     EXPECT_EQ(NamesOfLoaded(), std::vector<std::wstring>{L"version.dll"});
 
     std::wstring arguments;
     for (const std::wstring& name : places->names) {
         arguments += name + L' ';
     }
-    EXPECT_EQ(RunAsUpdater(TrustingProgram(), arguments, StartToken::Linked), 0U);
+    EXPECT_EQ(RunAsUpdater(TrustingProgram(), arguments, StartToken::Limited), 0U);
     EXPECT_EQ(NamesOfLoaded(), places->names);
 }
 

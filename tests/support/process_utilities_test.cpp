@@ -47,7 +47,8 @@ std::wstring ElevationWith(StartToken token) {
 TEST(IsProcessElevated, TellsAProcessWithTheFullTokenFromOneWithTheLimitedToken) {
     const bool elevated = IsProcessElevated();
     EXPECT_EQ(ElevationWith(StartToken::Own), elevated ? L"elevated" : L"limited");
-    EXPECT_EQ(ElevationWith(StartToken::Linked), elevated ? L"limited" : L"elevated");
+    EXPECT_EQ(ElevationWith(StartToken::Elevated), L"elevated");
+    EXPECT_EQ(ElevationWith(StartToken::Limited), L"limited");
 }
 
 TEST(CreateJobIdentity, IsABracedUpperCaseGuidOf38Characters) {

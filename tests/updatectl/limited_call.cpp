@@ -18,7 +18,7 @@ ToolResult CallToolLimited(const std::vector<std::wstring>& arguments) {
         StartProgram({.program = EnvironmentVariable(L"ComSpec"),
                       .arguments = L"/s /c \"" + command + L" >output 2>error\"",
                       .workingDirectory = temporary.path,
-                      .token = StartToken::Linked});
+                      .token = StartToken::Limited});
     ToolResult result;
     result.exitCode = AwaitTool(shell.process.get());
     result.output = ReadFileContent(temporary.path / L"output");
