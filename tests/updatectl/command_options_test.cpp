@@ -46,11 +46,8 @@ TEST(CommandOptions, RefusesAMissingOrEmptyValue) {
 
 TEST(CommandOptions, RefusesARequiredValueThatIsMissingOrRepeated) {
     EXPECT_THAT([] { OnlyValue(Read({}), L"--keep"); }, RaisesUsageError("--keep is missing"));
-    EXPECT_THAT(
-        [] {
-            OnlyValue(Read({L"--keep", L"1", L"--keep", L"1"}), L"--keep");
-        },
-        RaisesUsageError("--keep is repeated"));
+    EXPECT_THAT([] { OnlyValue(Read({L"--keep", L"1", L"--keep", L"1"}), L"--keep"); },
+                RaisesUsageError("--keep is repeated"));
 }
 
 TEST(CommandOptions, RefusesTooFewAndTooManyOperands) {
@@ -58,11 +55,8 @@ TEST(CommandOptions, RefusesTooFewAndTooManyOperands) {
     EXPECT_NO_THROW(RequireOperands(Read({L"a"}), kNames));
     EXPECT_THAT([&] { RequireOperands(Read({}), kNames); }, RaisesUsageError("DIR is missing"));
     EXPECT_THAT([&] { RequireOperands(Read({L""}), kNames); }, RaisesUsageError("DIR is missing"));
-    EXPECT_THAT(
-        [&] {
-            RequireOperands(Read({L"a", L"b"}), kNames);
-        },
-        RaisesUsageError("b is one argument too many"));
+    EXPECT_THAT([&] { RequireOperands(Read({L"a", L"b"}), kNames); },
+                RaisesUsageError("b is one argument too many"));
 }
 
 }  // namespace

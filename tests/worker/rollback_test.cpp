@@ -282,9 +282,7 @@ const PreviousRegistration kPreviousRegistrations[] = {
      [] { WriteUninstallValue(kDisplayVersion, RegistryText(std::wstring(512, L'1'))); }},
     {"EmptyText", L"2.0", [] { WriteUninstallValue(kDisplayVersion, RegistryText(L"")); }},
     {"Number", L"2.0",
-     [] {
-         WriteUninstallValue(kDisplayVersion, {REG_DWORD, std::string("\1\0\0\0", 4)});
-     }},
+     [] { WriteUninstallValue(kDisplayVersion, {REG_DWORD, std::string("\1\0\0\0", 4)}); }},
     {"OtherValueOnly", L"2.0",
      [] {
          RemoveEntry();

@@ -174,7 +174,7 @@ TEST(WorkerEvents, AreOpenedWithTheRightsThatEachNeeds) {
 }
 
 TEST(WorkerEvents, MustBothExist) {
-    for (UniqueHandle WorkerWorld::*missing : {&WorkerWorld::ready, &WorkerWorld::commit}) {
+    for (UniqueHandle WorkerWorld::* missing : {&WorkerWorld::ready, &WorkerWorld::commit}) {
         WorkerWorld world;
         (world.*missing).reset();
         EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError(kNoBroker));
@@ -195,9 +195,7 @@ constexpr FailingStep<WorkerWorld> kFailingSteps[] = {
     {"Cannot inspect application process",
      [](WorkerWorld& world) { world.faults.parentUnreadable = true; }},
     {"Cannot enumerate running applications",
-     [](WorkerWorld& world) {
-         world.installed.faults.unreadableProcessLists = {1, 2};
-     }},
+     [](WorkerWorld& world) { world.installed.faults.unreadableProcessLists = {1, 2}; }},
     {"Missing update argument", [](WorkerWorld& world) { world.arguments.erase(kEventOption); }},
     {kNoBroker, [](WorkerWorld& world) { world.ready.reset(); }},
     {"Cannot locate machine staging directory",
