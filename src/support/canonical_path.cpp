@@ -6,7 +6,6 @@
 #include <string_view>
 
 #include "support/file_system_error.h"
-#include "support/handle.h"
 #include "support/query_handle.h"
 #include "support/windows_api.h"
 
@@ -47,19 +46,31 @@ struct FinalPathResult {
     DWORD error;
 };
 
-FinalPathResult FinalPath(const std::wstring& path) {
-    const UniqueHandle handle = OpenForQuery(path);
-    if (!handle) {
-        return {{}, GetLastError()};
-    }
-    const std::wstring name = TextFromWindows([&handle](wchar_t* buffer, DWORD units) {
-        return GetFinalPathNameByHandleW(handle.get(), buffer, units,
+FinalPathResult FinalPathOf(HANDLE handle) {
+    const std::wstring name = TextFromWindows([handle](wchar_t* buffer, DWORD units) {
+        return GetFinalPathNameByHandleW(handle, buffer, units,
                                          FILE_NAME_NORMALIZED | VOLUME_NAME_DOS);
     });
     if (name.empty()) {
         return {{}, GetLastError()};
     }
     return {WithoutFinalPathPrefix(name), ERROR_SUCCESS};
+}
+
+FinalPathResult FinalPath(const std::wstring& path) {
+    const UniqueHandle handle = OpenForQuery(path);
+    if (!handle) {
+        return {{}, GetLastError()};
+    }
+    return FinalPathOf(handle.get());
+}
+
+std::filesystem::path RequireCanonical(const FinalPathResult& result,
+                                       const std::filesystem::path& path) {
+    if (result.error != ERROR_SUCCESS) {
+        RaiseFileSystemError("canonical", result.error, path);
+    }
+    return result.path;
 }
 
 // The length of an absolute path's root: a drive with its separator, or the first two components
@@ -103,11 +114,11 @@ std::filesystem::path AppendRest(const std::filesystem::path& existing, std::wst
 }  // namespace
 
 std::filesystem::path CanonicalPath(const std::filesystem::path& path) {
-    const FinalPathResult result = FinalPath(path.native());
-    if (result.error != ERROR_SUCCESS) {
-        RaiseFileSystemError("canonical", result.error, path);
-    }
-    return result.path;
+    return RequireCanonical(FinalPath(path.native()), path);
+}
+
+std::filesystem::path CanonicalPathOf(HANDLE opened, const std::filesystem::path& path) {
+    return RequireCanonical(FinalPathOf(opened), path);
 }
 
 std::filesystem::path WeaklyCanonicalPath(const std::filesystem::path& path) {

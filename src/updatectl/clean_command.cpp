@@ -1,15 +1,22 @@
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
+#include <filesystem>
+#include <limits>
 #include <stdexcept>
+#include <utility>
 
-#include "support/file_system.h"
+#include "support/canonical_path.h"
 #include "support/handle.h"
 #include "support/number_text.h"
+#include "support/process_utilities.h"
 #include "support/windows_api.h"
 #include "updatectl/command_options.h"
 #include "updatectl/leftover_staging.h"
 #include "updatectl/output.h"
 #include "updatectl/progress_line.h"
+#include "updatectl/protected_directory.h"
 #include "updatectl/tool.h"
 #include "worker/install_mutex.h"
 #include "worker/staging.h"
@@ -19,23 +26,76 @@ namespace updater {
 namespace {
 
 constexpr char kHelp[] =
-    R"(Usage: corvellan-updatectl clean [--keep N] [--dry-run]
+    R"(Usage: corvellan-updatectl clean [--keep N] [--dry-run] [--setup-dir DIR]
 
 Removes the staging directories that earlier updates left, "CorvellanUpdate-{...}" in the folder of
 all users' data (usually C:\ProgramData), and says what became of each. A staging directory holds the
 backup of the program before an update; after an interrupted update see first what
 'corvellan-updatectl restore --help' says. Needs an administrator's rights. While an update is being
-installed nothing is removed; nor is, ever, a directory whose setup program still runs or that
-another user has made.
+installed nothing is removed; nor is, ever, a directory whose setup program still runs.
 
-  --keep N    keep the newest N
-  --dry-run   remove nothing, only say what would be; needs no rights
+Anybody may make directories of such names. One that does not belong to the administrators or to the
+system, that others can change, or that is a link, is not taken for the updater's: it is neither
+removed nor counted, and the reason is told. The same holds for directories in it.
 
-The exit code is 1 if a directory was to be removed and is still there.
+  --keep N          keep the newest N
+  --dry-run         remove nothing, only say what would be
+  --setup-dir DIR   for a setup program: the directory that it lies in. If that is a staging
+                    directory, the updater has started the setup program, and its update is not in
+                    the way; that directory and newer ones are left alone
+
+The exit code is 1 if anything of such a name is there that was neither to be kept nor left alone.
 )";
 
 constexpr std::wstring_view kKeepOption = L"--keep";
 constexpr std::wstring_view kDryRunFlag = L"--dry-run";
+constexpr std::wstring_view kSetupDirectoryOption = L"--setup-dir";
+
+// The staging directory whose setup program runs this command. Empty when the user has started the
+// setup program, or when no setup program runs this.
+std::filesystem::path CurrentStaging(const CommandOptions& options,
+                                     const std::filesystem::path& folder) {
+    if (!options.values.contains(kSetupDirectoryOption)) {
+        return {};
+    }
+    const std::filesystem::path directory =
+        CanonicalPath(OnlyValue(options, kSetupDirectoryOption));
+    if (!IsStagingName(directory.filename().native()) ||
+        !IsSamePath(directory.parent_path(), folder)) {
+        return {};
+    }
+    return folder / directory.filename();
+}
+
+bool IsUpdateBeingInstalled() {
+    const UniqueHandle mutex = OwnHandle(OpenMutexW(SYNCHRONIZE, FALSE, kInstallMutex));
+    return mutex || GetLastError() == ERROR_ACCESS_DENIED;
+}
+
+// Returns what keeps updates out until it is closed: nothing within an update, whose worker does
+// that.
+UniqueHandle KeepUpdatesOut(bool withinUpdate) {
+    if (!withinUpdate) {
+        return AcquireInstallMutex();
+    }
+    if (!IsUpdateBeingInstalled()) {
+        throw std::runtime_error("The updater that started the setup program has ended");
+    }
+    return nullptr;
+}
+
+// From when on directories belong to the update that is being installed, or to one that was started
+// after this one's worker was ended.
+std::uint64_t StartOfCurrent(const StagingListing& listing, const std::filesystem::path& current) {
+    if (current.empty()) {
+        return std::numeric_limits<std::uint64_t>::max();
+    }
+    const auto own = std::ranges::find(listing.leftovers, current, &ProtectedDirectory::path);
+    if (own == listing.leftovers.end()) {
+        throw std::runtime_error("The setup program does not lie in a directory of the updater's");
+    }
+    return own->created;
+}
 
 std::size_t ReadKeep(const CommandOptions& options) {
     if (!options.values.contains(kKeepOption)) {
@@ -49,14 +109,12 @@ std::size_t ReadKeep(const CommandOptions& options) {
     return ParseUnsigned32(text);
 }
 
-void RemoveStaging(const std::filesystem::path& directory) {
-    if (!IsOwnedByAdministrator(directory)) {
-        throw std::runtime_error("another user has made it");
-    }
-    if (IsSetupRunning(directory)) {
+void RemoveStaging(ProtectedDirectory& directory) {
+    ProtectedTree tree = OpenProtectedTree(std::move(directory));
+    if (IsSetupRunning(tree.directories.front().path)) {
         throw std::runtime_error("its setup program is still running");
     }
-    RemoveTree(directory);
+    RemoveProtectedTree(std::move(tree));
 }
 
 std::string TimeText(std::uint64_t time) {
@@ -73,44 +131,57 @@ std::string TimeText(std::uint64_t time) {
            ":" + twoDigits(parts.wSecond) + "Z";
 }
 
-void Tell(const LeftoverStaging& directory, const char* what) {
+void Tell(const ProtectedDirectory& directory, const char* what) {
     PrintOutput(TimeText(directory.created) + "  " + PrintableText(directory.path.native()) + "  " +
                 what + "\n");
 }
 
 // Returns whether it is gone.
-bool RemoveAndTell(const LeftoverStaging& directory) {
+bool RemoveAndTell(ProtectedDirectory& directory) {
+    const ProtectedDirectory told = {directory.path, nullptr, directory.created};
     try {
         const ProgressLine progress("Removing");
-        RemoveStaging(directory.path);
+        RemoveStaging(directory);
     } catch (const std::exception& failure) {
-        PrintError("Cannot remove " + PrintableText(directory.path.native()) + ": " +
-                   failure.what() + "\n");
+        PrintError("Cannot remove " + PrintableText(told.path.native()) + ": " + failure.what() +
+                   "\n");
         return false;
     }
-    Tell(directory, "removed");
+    Tell(told, "removed");
     return true;
 }
 
+// Returns whether there was nothing to tell.
+bool TellOthers(const StagingListing& listing) {
+    for (const std::string& reason : listing.others) {
+        PrintError("Left as it is: " + reason + "\n");
+    }
+    return listing.others.empty();
+}
+
 int RunClean(std::span<const std::wstring> tokens) {
-    const CommandOptions options = ReadCommandOptions(tokens, {kDryRunFlag}, {kKeepOption});
+    const CommandOptions options =
+        ReadCommandOptions(tokens, {kDryRunFlag}, {kKeepOption, kSetupDirectoryOption});
     RequireOperands(options, {});
     const std::size_t keep = ReadKeep(options);
     const bool dryRun = options.values.contains(kDryRunFlag);
-    UniqueHandle mutex;
-    if (!dryRun) {
-        RequireAdministrator();
-        mutex = AcquireInstallMutex();
-    }
+    RequireAdministrator();
+    DistrustLinksOfUsers();
+    const std::filesystem::path folder = MachineDataFolder();
+    const std::filesystem::path current = CurrentStaging(options, folder);
+    const UniqueHandle mutex = dryRun ? nullptr : KeepUpdatesOut(!current.empty());
 
-    const std::vector<LeftoverStaging> found = ListLeftoverStaging(MachineDataFolder());
-    if (found.empty()) {
+    StagingListing listing = FindStagingDirectories(folder);
+    if (listing.leftovers.empty()) {
         PrintOutput("There is no leftover staging directory.\n");
     }
-    int exitCode = kToolDone;
+    int exitCode = TellOthers(listing) ? kToolDone : kToolFailed;
+    const std::uint64_t startOfCurrent = StartOfCurrent(listing, current);
     std::size_t kept = 0;
-    for (const LeftoverStaging& directory : found) {
-        if (kept < keep) {
+    for (ProtectedDirectory& directory : listing.leftovers) {
+        if (directory.created >= startOfCurrent) {
+            Tell(directory, "in use");
+        } else if (kept < keep) {
             ++kept;
             Tell(directory, "kept");
         } else if (dryRun) {

@@ -1,23 +1,16 @@
 #include "updatectl/leftover_staging.h"
 
-#include "support/windows_api.h"
-
-// After the Windows types that it needs.
-#include <aclapi.h>
-
 #include <algorithm>
-#include <cstddef>
+#include <exception>
 #include <stdexcept>
-#include <string>
 
 #include "snapshot/program_assets.h"
 #include "support/directory_listing.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
+#include "support/windows_api.h"
 #include "updatectl/file_names.h"
-#include "updatectl/output.h"
-#include "updatectl/windows_error.h"
 #include "worker/staging.h"
 
 namespace updater {
@@ -34,20 +27,6 @@ bool FitsForm(wchar_t character, wchar_t form) {
     return (character >= L'0' && character <= L'9') || (character >= L'A' && character <= L'F');
 }
 
-std::vector<std::byte> ProcessUser() {
-    HANDLE opened = nullptr;
-    if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened) == 0) {
-        RaiseWindowsError("Cannot inspect process token", GetLastError());
-    }
-    const UniqueHandle token = OwnHandle(opened);
-    DWORD bytes = sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE;
-    std::vector<std::byte> user(bytes);
-    if (GetTokenInformation(token.get(), TokenUser, user.data(), bytes, &bytes) == 0) {
-        RaiseWindowsError("Cannot inspect process token", GetLastError());
-    }
-    return user;
-}
-
 }  // namespace
 
 bool IsStagingName(std::wstring_view name) {
@@ -56,42 +35,23 @@ bool IsStagingName(std::wstring_view name) {
            std::ranges::equal(name.substr(kPrefix.size()), kIdentityForm, FitsForm);
 }
 
-std::vector<LeftoverStaging> ListLeftoverStaging(const std::filesystem::path& folder) {
-    constexpr DWORD kKind = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
-    std::vector<LeftoverStaging> found;
-    VisitDirectory(folder, [&](const ListedEntry& entry) {
-        const std::filesystem::path path = folder / entry.relativePath;
-        WIN32_FILE_ATTRIBUTE_DATA data{};
-        if (IsStagingName(entry.relativePath.native()) &&
-            GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) != 0 &&
-            (data.dwFileAttributes & kKind) == FILE_ATTRIBUTE_DIRECTORY) {
-            const FILETIME time = data.ftCreationTime;
-            found.push_back(
-                {path, (std::uint64_t{time.dwHighDateTime} << 32U) | time.dwLowDateTime});
+StagingListing FindStagingDirectories(const std::filesystem::path& folder) {
+    StagingListing listing;
+    VisitDirectory(folder, [&listing, &folder](const ListedEntry& entry) {
+        if (!IsStagingName(entry.relativePath.native())) {
+            return;
+        }
+        try {
+            listing.leftovers.push_back(OpenProtectedDirectory(folder / entry.relativePath));
+        } catch (const std::exception& failure) {
+            listing.others.emplace_back(failure.what());
         }
     });
-    std::ranges::sort(found, [](const LeftoverStaging& one, const LeftoverStaging& other) {
+    std::ranges::sort(listing.leftovers, [](const ProtectedDirectory& one,
+                                            const ProtectedDirectory& other) {
         return one.created != other.created ? one.created > other.created : one.path < other.path;
     });
-    return found;
-}
-
-bool IsOwnedByAdministrator(const std::filesystem::path& directory) {
-    PSID owner = nullptr;
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    const DWORD error =
-        GetNamedSecurityInfoW(directory.c_str(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner,
-                              nullptr, nullptr, nullptr, &descriptor);
-    const UniqueLocalMemory owned(descriptor);
-    if (error != ERROR_SUCCESS) {
-        RaiseWindowsError("Cannot read the owner of " + PrintableText(directory.native()), error);
-    }
-    const std::vector<std::byte> user = ProcessUser();
-    // Some file systems know no owners.
-    return owner != nullptr &&
-           (IsWellKnownSid(owner, WinBuiltinAdministratorsSid) != 0 ||
-            IsWellKnownSid(owner, WinLocalSystemSid) != 0 ||
-            EqualSid(owner, reinterpret_cast<const TOKEN_USER*>(user.data())->User.Sid) != 0);
+    return listing;
 }
 
 bool IsSetupRunning(const std::filesystem::path& stagingDirectory) {

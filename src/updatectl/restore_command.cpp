@@ -1,12 +1,14 @@
 #include <exception>
 #include <filesystem>
 #include <stdexcept>
+#include <utility>
 
 #include "snapshot/inventory_entry.h"
 #include "snapshot/program_assets.h"
 #include "snapshot/program_restore.h"
 #include "snapshot/program_verification.h"
 #include "support/application_identity.h"
+#include "support/canonical_path.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
@@ -18,6 +20,7 @@
 #include "updatectl/leftover_staging.h"
 #include "updatectl/output.h"
 #include "updatectl/progress_line.h"
+#include "updatectl/protected_directory.h"
 #include "updatectl/tool.h"
 #include "worker/install_mutex.h"
 #include "worker/staging.h"
@@ -40,6 +43,10 @@ Needs an administrator's rights.
   --install-dir DIR   where the program is installed
   --force             restore from a backup that may be incomplete or damaged, too
 
+The staging directory must belong to the administrators or to the system, nobody else may be able to
+change it or a directory in it, and there may be no link in it: anybody may make a directory of such
+a name, with a program in it that should not be put back.
+
 Nothing is changed while the application or an update runs; nor, without --force, when the setup
 program had not started yet (there is no install.log: then the installation is as it was, and what
 the backup does not hold would be lost), or when the backup is not as its own inventory says.
@@ -52,11 +59,12 @@ constexpr std::wstring_view kStagingOption = L"--staging";
 constexpr std::wstring_view kInstallDirectoryOption = L"--install-dir";
 constexpr std::wstring_view kForceFlag = L"--force";
 
-// Canonical paths.
+// Canonical paths; and what keeps everybody else from exchanging the backup.
 struct Places {
     std::filesystem::path staging;
     std::filesystem::path backup;
     std::filesystem::path install;
+    ProtectedTree held;
 };
 
 bool Contains(const std::filesystem::path& directory, const std::filesystem::path& other) {
@@ -64,22 +72,20 @@ bool Contains(const std::filesystem::path& directory, const std::filesystem::pat
     return FoldCase((other / L"").native()).starts_with(FoldCase((directory / L"").native()));
 }
 
-Places ReadPlaces(const CommandOptions& options) {
+Places OpenPlaces(const std::filesystem::path& staging, const std::filesystem::path& install) {
+    // With a separator at its end a path may lead to what a link leads to.
+    ProtectedDirectory opened = OpenProtectedDirectory((staging / L"").parent_path());
+    opened.path = CanonicalPathOf(opened.handle.get(), opened.path);
     Places places;
-    const std::wstring staging = OnlyValue(options, kStagingOption);
-    const std::wstring install = OnlyValue(options, kInstallDirectoryOption);
-    RequireAdministrator();
-    places.staging = RequireDirectory(staging);
-    places.install = RequireDirectory(install);
+    places.staging = opened.path;
     places.backup = places.staging / kBackupDirectory;
+    places.install = RequireDirectory(install);
+    places.held = OpenProtectedTree(std::move(opened));
     return places;
 }
 
 void CheckStaging(const Places& places) {
     const std::string name = PrintableText(places.staging.native());
-    if (!IsOwnedByAdministrator(places.staging)) {
-        throw std::runtime_error(name + " was not made by the updater: another user owns it");
-    }
     if (!PathExists(ApplicationPath(places.backup))) {
         throw std::runtime_error("There is no backup of the program in " + name);
     }
@@ -173,8 +179,12 @@ int RunRestore(std::span<const std::wstring> tokens) {
     const CommandOptions options =
         ReadCommandOptions(tokens, {kForceFlag}, {kStagingOption, kInstallDirectoryOption});
     RequireOperands(options, {});
-    const Places places = ReadPlaces(options);
+    const std::wstring staging = OnlyValue(options, kStagingOption);
+    const std::wstring install = OnlyValue(options, kInstallDirectoryOption);
+    RequireAdministrator();
+    DistrustLinksOfUsers();
     const UniqueHandle mutex = AcquireInstallMutex();
+    const Places places = OpenPlaces(staging, install);
     CheckStaging(places);
     CheckInstallDirectory(places);
     ProgramAssets record;

@@ -6,13 +6,6 @@
 
 namespace updater {
 
-namespace {
-
-// In the global namespace: one installation at a time on the machine.
-constexpr wchar_t kInstallMutex[] = L"Global\\CorvellanUpdateInstall";
-
-}  // namespace
-
 UniqueHandle AcquireInstallMutex() {
     UniqueHandle mutex = OwnHandle(CreateMutexW(nullptr, TRUE, kInstallMutex));
     if (!mutex || GetLastError() == ERROR_ALREADY_EXISTS) {

@@ -25,7 +25,7 @@ const world = {
   root,
   drive: join(prefix, "drive_c"),
   scratch: join(prefix, "drive_c/corvellan-docs"),
-  path: ["build/mingw-debug/src", "build/mingw-debug/src/updatectl", "node_modules/innosetup/bin"]
+  path: ["build/mingw-debug/src", "build/mingw-debug/tests/updatectl/support_tool", "node_modules/innosetup/bin"]
     .map(windowsPath)
     .join(";"),
   spawning: { encoding: "utf8", stdio: ["ignore", "pipe", "pipe"], timeout: 120000 },

@@ -1,15 +1,18 @@
 #include <gmock/gmock.h>
 
 #include "elevation/program_start.h"
+#include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
 #include "fixtures/patience.h"
+#include "fixtures/temporary_directory.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
 #include "updatectl/entry_times.h"
+#include "updatectl/file_security.h"
 #include "updatectl/limited_call.h"
 #include "updatectl/tool_call.h"
 #include "worker/install_mutex.h"
@@ -134,23 +137,133 @@ TEST_F(CleanTest, GoesOnWithTheOthersWhenOneCannotBeRemoved) {
         HoldFile(directories[0] / L"install.log", GENERIC_READ, FILE_SHARE_READ);
     const ToolResult result = CallTool({L"clean"});
     EXPECT_EQ(result.exitCode, 1U);
-    EXPECT_THAT(result.error, HasSubstr("remove_all"));
+    EXPECT_THAT(result.error, HasSubstr("remove:"));
     EXPECT_THAT(result.error, HasSubstr(WideToUtf8(directories[0].native())));
     EXPECT_EQ(Present(), "100");
 }
 
-TEST_F(CleanTest, NeedsAnAdministratorToRemoveButNotToList) {
+TEST_F(CleanTest, NeedsAnAdministrator) {
     ASSERT_TRUE(IsProcessElevated());
-    const ToolResult refused = CallToolLimited({L"clean"});
-    EXPECT_EQ(refused.exitCode, 1U);
-    EXPECT_THAT(refused.error, HasSubstr("Administrator authorization is required"));
-    EXPECT_EQ(refused.output, "");
-    EXPECT_EQ(Present(), "111");
+    for (const std::vector<std::wstring>& arguments :
+         {std::vector<std::wstring>{L"clean"}, {L"clean", L"--dry-run"}}) {
+        const ToolResult refused = CallToolLimited(arguments);
+        EXPECT_EQ(refused.exitCode, 1U);
+        EXPECT_THAT(refused.error, HasSubstr("Administrator authorization is required"));
+        EXPECT_EQ(refused.output, "");
+        EXPECT_EQ(Present(), "111");
+    }
+}
 
-    const ToolResult listed = CallToolLimited({L"clean", L"--dry-run"});
-    EXPECT_EQ(listed.exitCode, 0U);
-    EXPECT_THAT(listed.output, HasSubstr(Line(2, "2099-12-30T00:00:00Z", "would be removed")));
+TEST_F(CleanTest, LeavesAndDoesNotCountWhatOthersCanHaveMade) {
+    LetEverybodyWrite(directories[0]);
+    const std::string reason = "Left as it is: " + WideToUtf8(directories[0].native()) +
+                               " can be changed by others than administrators and the system\n";
+    const ToolResult listed = CallTool({L"clean", L"--keep", L"1", L"--dry-run"});
+    EXPECT_EQ(listed.exitCode, 1U);
+    EXPECT_EQ(listed.error, reason);
+    EXPECT_EQ(listed.output, Line(1, "2099-12-31T00:00:00Z", "kept") +
+                                 Line(2, "2099-12-30T00:00:00Z", "would be removed"));
+
+    const ToolResult result = CallTool({L"clean", L"--keep", L"1"});
+    EXPECT_EQ(result.exitCode, 1U);
+    EXPECT_EQ(result.error, reason);
+    EXPECT_EQ(result.output,
+              Line(1, "2099-12-31T00:00:00Z", "kept") + Line(2, "2099-12-30T00:00:00Z", "removed"));
+    EXPECT_EQ(Present(), "110");
+    EXPECT_TRUE(PathExists(directories[0] / L"backup\\data\\\u4E2D"));
+
+    EXPECT_EQ(CallTool({L"clean"}).exitCode, 1U);
+    const ToolResult alone = CallTool({L"clean"});
+    EXPECT_EQ(alone.exitCode, 1U);
+    EXPECT_EQ(alone.output, kNoLeftover);
+    EXPECT_EQ(alone.error, reason);
+}
+
+TEST_F(CleanTest, LeavesADirectoryAsItIsThatHoldsALinkOrADirectoryOfOthers) {
+    const TemporaryDirectory elsewhere;
+    WriteFileContent(elsewhere.path / L"precious", "x");
+    const DirectoryLink link(directories[0] / L"backup\\data\\link", elsewhere.path);
+    LetEverybodyWrite(directories[1] / L"backup\\data");
+    const ToolResult result = CallTool({L"clean"});
+    EXPECT_EQ(result.exitCode, 1U);
+    EXPECT_THAT(result.error, HasSubstr(WideToUtf8(directories[0].native()) + ": " +
+                                        WideToUtf8(link.link.native()) + " is a link\n"));
+    EXPECT_THAT(result.error,
+                HasSubstr(WideToUtf8(directories[1].native()) + ": " +
+                          WideToUtf8((directories[1] / L"backup\\data").native()) +
+                          " can be changed by others than administrators and the system\n"));
+    EXPECT_EQ(Present(), "110");
+    for (std::size_t index : {0, 1}) {
+        EXPECT_TRUE(PathExists(directories[index] / L"installer.exe"));
+        EXPECT_TRUE(PathExists(directories[index] / L"backup\\data\\\u4E2D"));
+    }
+    EXPECT_TRUE(PathExists(elsewhere.path / L"precious"));
+}
+
+// What is newer belongs to an update that began after this one's worker was ended.
+TEST_F(CleanTest, RemovesWithinAnUpdateWhatIsOlderThanItsOwnDirectory) {
+    const UniqueHandle mutex = AcquireInstallMutex();
+    const std::wstring current = (directories[1] / L".").native();
+    const ToolResult listed = CallTool({L"clean", L"--setup-dir", current, L"--dry-run"});
+    EXPECT_EQ(listed.output, Line(0, "2100-01-01T00:00:00Z", "in use") +
+                                 Line(1, "2099-12-31T00:00:00Z", "in use") +
+                                 Line(2, "2099-12-30T00:00:00Z", "would be removed"));
+    const ToolResult result = CallTool({L"clean", L"--setup-dir", current});
+    EXPECT_EQ(result.exitCode, 0U);
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.output, Line(0, "2100-01-01T00:00:00Z", "in use") +
+                                 Line(1, "2099-12-31T00:00:00Z", "in use") +
+                                 Line(2, "2099-12-30T00:00:00Z", "removed"));
+    EXPECT_EQ(Present(), "110");
+}
+
+TEST_F(CleanTest, KeepsOlderOnesWithinAnUpdateOnRequest) {
+    const UniqueHandle mutex = AcquireInstallMutex();
+    const ToolResult result =
+        CallTool({L"clean", L"--keep", L"1", L"--setup-dir", directories[0].native()});
+    EXPECT_EQ(result.exitCode, 0U);
+    EXPECT_EQ(result.output, Line(0, "2100-01-01T00:00:00Z", "in use") +
+                                 Line(1, "2099-12-31T00:00:00Z", "kept") +
+                                 Line(2, "2099-12-30T00:00:00Z", "removed"));
+}
+
+TEST_F(CleanTest, RemovesNothingWhenTheWorkerHasEnded) {
+    const ToolResult result = CallTool({L"clean", L"--setup-dir", directories[0].native()});
+    EXPECT_EQ(result.exitCode, 1U);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.error,
+              "corvellan-updatectl: The updater that started the setup program has ended\n");
     EXPECT_EQ(Present(), "111");
+}
+
+TEST_F(CleanTest, RemovesNothingForASetupProgramInADirectoryOfOthers) {
+    const UniqueHandle mutex = AcquireInstallMutex();
+    LetEverybodyWrite(directories[0]);
+    const ToolResult result = CallTool({L"clean", L"--setup-dir", directories[0].native()});
+    EXPECT_EQ(result.exitCode, 1U);
+    EXPECT_THAT(result.error,
+                HasSubstr("The setup program does not lie in a directory of the updater's\n"));
+    EXPECT_EQ(Present(), "111");
+}
+
+TEST_F(CleanTest, IsLikeAnyOtherForASetupProgramThatTheUserHasStarted) {
+    const TemporaryDirectory downloads;
+    // A staging directory's name alone does not make one.
+    const std::filesystem::path similar = downloads.path / directories[0].filename();
+    CreateDirectories(similar);
+    for (const std::filesystem::path& directory :
+         {downloads.path, downloads.path.root_path() / L".", similar, directories[0] / L"backup",
+          MachineDataFolder()}) {
+        const UniqueHandle mutex = AcquireInstallMutex();
+        const ToolResult refused = CallTool({L"clean", L"--setup-dir", directory.native()});
+        EXPECT_EQ(refused.exitCode, 1U);
+        EXPECT_EQ(refused.error, "corvellan-updatectl: Another update installation is running\n");
+        EXPECT_EQ(Present(), "111");
+    }
+    EXPECT_EQ(CallTool({L"clean", L"--setup-dir", (similar / L"missing").native()}).exitCode, 1U);
+    EXPECT_EQ(Present(), "111");
+    EXPECT_EQ(CallTool({L"clean", L"--setup-dir", similar.native()}).exitCode, 0U);
+    EXPECT_EQ(Present(), "000");
 }
 
 }  // namespace

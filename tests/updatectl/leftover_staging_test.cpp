@@ -1,14 +1,6 @@
 #include "updatectl/leftover_staging.h"
-#include "fixtures/held_file.h"
-#include "updatectl/entry_times.h"
 
 #include <gmock/gmock.h>
-
-#include "support/windows_api.h"
-
-// After the Windows types that it needs.
-#include <aclapi.h>
-#include <sddl.h>
 
 #include <algorithm>
 #include <iterator>
@@ -16,15 +8,18 @@
 #include <vector>
 
 #include "fixtures/directory_link.h"
-#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/program_assets.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
 #include "support/text_conversion.h"
-#include "updatectl/owner_double.h"
+#include "support/windows_api.h"
+#include "updatectl/entry_times.h"
+#include "updatectl/file_security.h"
+#include "updatectl/security_double.h"
 #include "worker/staging.h"
 
 namespace updater {
@@ -47,7 +42,7 @@ TEST(LeftoverStaging, IsKnownByTheExactFormOfItsName) {
     }
 }
 
-TEST(LeftoverStaging, IsListedFromTheNewestOnWithoutLinksAndFiles) {
+TEST(LeftoverStaging, IsListedFromTheNewestOnWithReasonsAgainstOthers) {
     const TemporaryDirectory folder;
     const std::wstring prefix = L"CorvellanUpdate-{00000000-0000-0000-0000-00000000000";
     constexpr std::uint64_t kDay = 864'000'000'000;
@@ -62,38 +57,23 @@ TEST(LeftoverStaging, IsListedFromTheNewestOnWithoutLinksAndFiles) {
     make(L"4}", kSomeTime + 2 * kDay);
     make(L"5} old", kSomeTime);
     WriteFileContent(folder.path / (prefix + L"6}"), "a file");
-    const DirectoryLink link(folder.path / (prefix + L"7}"), folder.path / (prefix + L"1}"));
+    make(L"7}", kSomeTime + 4 * kDay);
+    LetEverybodyWrite(folder.path / (prefix + L"7}"));
 
-    const std::vector<LeftoverStaging> leftovers = ListLeftoverStaging(folder.path);
+    const ReportedAdministrators administrators;
+    const StagingListing listing = FindStagingDirectories(folder.path);
     std::vector<std::wstring> listed;
-    std::ranges::transform(leftovers, std::back_inserter(listed),
-                           [&prefix](const LeftoverStaging& directory) {
+    std::ranges::transform(listing.leftovers, std::back_inserter(listed),
+                           [&prefix](const ProtectedDirectory& directory) {
                                return directory.path.filename().native().substr(prefix.size());
                            });
     EXPECT_THAT(listed, testing::ElementsAre(L"2}", L"3}", L"4}", L"1}"));
-    EXPECT_EQ(leftovers.front().created, kSomeTime + 3 * kDay);
-}
-
-TEST(LeftoverStaging, IsTrustedByItsOwner) {
-    const TemporaryDirectory directory;
-    EXPECT_TRUE(IsOwnedByAdministrator(directory.path));
-
-    struct OwnerCase {
-        const wchar_t* descriptor;
-        bool trusted;
-    };
-    for (const OwnerCase& test :
-         {OwnerCase{L"O:BA", true}, OwnerCase{L"O:SY", true}, OwnerCase{L"O:BU", false},
-          OwnerCase{L"O:WD", false}, OwnerCase{L"O:AN", false}, OwnerCase{L"O:AU", false},
-          OwnerCase{L"O:S-1-5-21-1-2-3-1001", false}, OwnerCase{L"D:(A;;FA;;;BA)", false}}) {
-        const ReportedOwner owner(test.descriptor);
-        EXPECT_EQ(IsOwnedByAdministrator(directory.path), test.trusted)
-            << WideToUtf8(test.descriptor);
-    }
-}
-
-TEST(LeftoverStaging, IsNotTrustedWhenItsOwnerCannotBeRead) {
-    EXPECT_THROW(IsOwnedByAdministrator(L"C:\\no such directory"), std::system_error);
+    EXPECT_EQ(listing.leftovers.front().created, kSomeTime + 3 * kDay);
+    const std::string start = WideToUtf8((folder.path / prefix).native());
+    EXPECT_THAT(listing.others,
+                testing::UnorderedElementsAre(
+                    start + "6} is no directory",
+                    start + "7} can be changed by others than administrators and the system"));
 }
 
 // The tool checks a backup by what its inventory lists; both sides must mean the same files.

@@ -17,6 +17,7 @@
 #include "support/text_conversion.h"
 #include "support/version_information.h"
 #include "support/windows_api.h"
+#include "updatectl/file_security.h"
 #include "updatectl/limited_call.h"
 #include "updatectl/tool_call.h"
 #include "worker/install_mutex.h"
@@ -44,6 +45,7 @@ struct ScopedProgram {
 // A machine that lost power while version 2's setup program replaced version 1.
 struct RestoreTest : testing::Test {
     RestoreTest() {
+        LetAdministratorsWrite(temporary.path);
         Install(L"corvellan.exe", Application1());
         Write(L"data\\\u4E2D\u6587 x", "old data");
         Write(L"engine.dll", "old engine");
@@ -286,6 +288,23 @@ TEST_F(RestoreTest, RefusesALinkInTheInstallation) {
     EXPECT_EQ(result.error,
               "corvellan-updatectl: Reparse points are not supported in program assets\n");
     EXPECT_TRUE(PathExists(install / L"added.dll"));
+}
+
+TEST_F(RestoreTest, RefusesALinkInTheStagingDirectory) {
+    const TemporaryDirectory elsewhere;
+    WriteFileContent(elsewhere.path / L"planted.dll", "x");
+    const DirectoryLink link(staging / L"backup" / L"data" / L"link", elsewhere.path);
+    ExpectRefusal(WideToUtf8(CanonicalPath(staging).native()) + "\\backup\\data\\link is a link\n",
+                  {L"--force"});
+}
+
+TEST_F(RestoreTest, RefusesABackupThatOthersCanChange) {
+    constexpr char kReason[] = " can be changed by others than administrators and the system\n";
+    const std::string name = WideToUtf8(CanonicalPath(staging).native());
+    LetEverybodyWrite(staging / L"backup\\data");
+    ExpectRefusal(name + "\\backup\\data" + kReason, {L"--force"});
+    LetEverybodyWrite(staging);
+    ExpectRefusal(name + kReason, {L"--force"});
 }
 
 TEST_F(RestoreTest, SaysThatTheProgramIsOnlyPartlyRestored) {

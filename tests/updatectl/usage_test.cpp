@@ -46,8 +46,8 @@ TEST(Usage, ShowsEachCommandsHelpWhateverElseIsGiven) {
          "Usage: corvellan-updatectl restore --staging DIR --install-dir DIR [--force]\n",
          {"--staging DIR ", "--install-dir DIR ", "--force ", "DisplayVersion"}},
         {L"clean",
-         "Usage: corvellan-updatectl clean [--keep N] [--dry-run]\n",
-         {"--keep N ", "--dry-run "}},
+         "Usage: corvellan-updatectl clean [--keep N] [--dry-run] [--setup-dir DIR]\n",
+         {"--keep N ", "--dry-run ", "--setup-dir DIR "}},
     };
     for (const HelpCase& test : cases) {
         for (const std::vector<std::wstring>& arguments :
