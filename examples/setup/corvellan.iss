@@ -57,83 +57,39 @@ WizardStyle=modern
 [InstallDelete]
 ; All of "data" is the program's. What an earlier version had there and this one has not must go. The
 ; updater's backup covers it. A library in the program's own directory that a version no longer has
-; is listed here by its name.
-Type: filesandordirs; Name: "{app}\data"
+; is listed here by its name. A first installation deletes nothing: the user may have picked a
+; directory that holds a "data" of somebody else's.
+Type: filesandordirs; Name: "{app}\data"; Check: IsProgramThere
 
 [Files]
 ; Every file is replaced, whatever version its resources claim: the inventory names exact
 ; contents. Nothing else in the program's directory is touched, neither now nor by the uninstaller:
 ; the user's files there (account.db, sessions.log) stay. A program file that somebody has made
 ; read-only is replaced like the others; without the flag the setup program would give up on it.
+; Never "restartreplace": what it replaces, it replaces at the next start of the machine, when the
+; updater has long put the previous program back.
 Source: "{#Payload}\*"; DestDir: "{app}"; Flags: ignoreversion overwritereadonly recursesubdirs
+; The tool that "Run" starts, in a directory that only administrators can write to. Where the program
+; is, somebody else might exchange it, wherever the user has put the program.
+Source: "{#Payload}\corvellan-updatectl.exe"; DestDir: "{tmp}"; Flags: ignoreversion deleteafterinstall
 
 [Icons]
 Name: "{autoprograms}\Corvellan"; Filename: "{app}\corvellan.exe"
 
 [Run]
+; Each update leaves the directory that it ran from, with the backup of the program before it. The
+; next one, or an installation by hand, removes it. The tool knows which directories are the
+; updater's, and which are in use: this setup program may lie in one. The installation is as good
+; without that, so nothing depends on the tool's exit code; what it says is in the log.
+Filename: "{tmp}\corvellan-updatectl.exe"; Parameters: "clean --setup-dir ""{src}\."""; \
+  Flags: runhidden logoutput
 ; Only for a user who installs by hand. In an update the updater starts the application, without the
 ; administrator's rights that the setup program has.
 Filename: "{app}\corvellan.exe"; Flags: nowait postinstall skipifsilent
 
 [Code]
-const
-  // The prefix and a GUID in braces.
-  StagingPrefix = 'CorvellanUpdate-';
-  StagingNameLength = 54;
-  UpdaterMutex = 'Global\CorvellanUpdateInstall';
-
-function IsStagingName(const Name: String): Boolean;
+function IsProgramThere: Boolean;
 begin
-  Result := (Length(Name) = StagingNameLength) and
-    (Pos(StagingPrefix + '{', Name) = 1) and (Name[StagingNameLength] = '}');
-end;
-
-// Each update leaves the directory that it ran from, with the backup of the program before it, in the
-// common application data folder. The next one removes it: what is there when a setup program begins
-// belongs to earlier updates, except for the directory that holds this very setup program, and the
-// backup that the updater may still need. What comes later belongs to a later update.
-var
-  OlderStagingDirectories: TStringList;
-
-procedure ListOlderStagingDirectories;
-var
-  Folder, Current: String;
-  RunByUpdater: Boolean;
-  Entry: TFindRec;
-begin
-  OlderStagingDirectories := TStringList.Create;
-  Folder := ExpandConstant('{commonappdata}\');
-  Current := ExtractFileName(ExpandConstant('{src}'));
-  RunByUpdater := IsStagingName(Current) and
-    (CompareText(ExtractFilePath(ExpandConstant('{src}')), Folder) = 0);
-  // Somebody installs by hand while the updater is at work: then one of them is in use.
-  if not RunByUpdater and CheckForMutexes(UpdaterMutex) then
-    Exit;
-  if FindFirst(Folder + StagingPrefix + '*', Entry) then
-  try
-    repeat
-      if IsStagingName(Entry.Name) and (CompareText(Entry.Name, Current) <> 0) and
-         (Entry.Attributes and FILE_ATTRIBUTE_DIRECTORY <> 0) and
-         (Entry.Attributes and FILE_ATTRIBUTE_REPARSE_POINT = 0) then
-        OlderStagingDirectories.Add(Folder + Entry.Name);
-    until not FindNext(Entry);
-  finally
-    FindClose(Entry);
-  end;
-end;
-
-procedure RemoveOlderStagingDirectories;
-var
-  Index: Integer;
-begin
-  for Index := 0 to OlderStagingDirectories.Count - 1 do
-    DelTree(OlderStagingDirectories[Index], True, True, True);
-end;
-
-procedure CurStepChanged(CurStep: TSetupStep);
-begin
-  if CurStep = ssInstall then
-    ListOlderStagingDirectories
-  else if CurStep = ssPostInstall then
-    RemoveOlderStagingDirectories;
+  Result := FileExists(ExpandConstant('{app}\corvellan.exe')) or
+    FileExists(ExpandConstant('{app}\program-files.tsv'));
 end;

@@ -5,6 +5,8 @@
 #include "end_to_end/update_expectations.h"
 #include "fixtures/file_content.h"
 #include "support/file_system.h"
+#include "support/process_utilities.h"
+#include "support/text_conversion.h"
 #include "worker/staging.h"
 
 namespace updater {
@@ -67,12 +69,31 @@ TEST_F(SuccessfulUpdate, LeavesNoStagingDirectoryOfAnEarlierUpdate) {
     const std::filesystem::path similar = MachineDataFolder() / L"CorvellanUpdate-similar";
     CreateDirectories(similar);
 
+    OfferSetup(L"v2-cleaning", L"2.0.0.0");
     CarryOutUpdate();
 
     ExpectSuccess();
     EXPECT_FALSE(PathExists(earlier));
     EXPECT_TRUE(PathExists(similar));
+    EXPECT_EQ(NewStagingDirectories().size(), 2U);
     RemoveTree(similar);
+}
+
+TEST_F(SuccessfulUpdate, LeavesWhatOnlyHasTheNameOfAStagingDirectoryAndSaysSoInTheLog) {
+    const std::filesystem::path planted =
+        MachineDataFolder() / (kStagingPrefix + CreateJobIdentity());
+    WriteFileContent(planted, "of another user");
+
+    OfferSetup(L"v2-cleaning", L"2.0.0.0");
+    CarryOutUpdate();
+
+    ExpectSuccess();
+    EXPECT_EQ(ReadFileContent(planted), "of another user");
+    RemoveFile(planted);
+    const std::vector<std::filesystem::path> staging = NewStagingDirectories();
+    ASSERT_EQ(staging.size(), 1U);
+    EXPECT_THAT(ReadFileContent(staging[0] / L"install.log"),
+                testing::HasSubstr(WideToUtf8(planted.native()) + " is no directory"));
 }
 
 }  // namespace
