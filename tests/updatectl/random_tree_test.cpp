@@ -82,13 +82,11 @@ TEST(RandomTree, IsListedWholeAndVerifiesAtOnce) {
 
         std::map<std::wstring, std::string> listed;
         std::vector<std::filesystem::path> order;
-        std::ifstream inventory = OpenInventory(directory.path);
-        std::string line;
-        while (ReadInventoryLine(inventory, line)) {
+        VisitInventory(directory.path, [&order, &listed](const std::string& line) {
             const InventoryEntry entry = ParseInventoryLine(line);
             order.emplace_back(Utf8ToWide(entry.path));
             listed[order.back().native()] = entry.digest;
-        }
+        });
         EXPECT_EQ(listed, expected) << "seed " << seed;
         EXPECT_TRUE(std::ranges::is_sorted(order)) << "seed " << seed;
         EXPECT_EQ(CallTool({L"verify", directory.path.native()}).exitCode, 0U) << "seed " << seed;
