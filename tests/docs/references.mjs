@@ -5,7 +5,7 @@ import { dirname, join, normalize } from "node:path";
 import { anchors, inlineCode, prompt } from "./pages.mjs";
 
 const excerptKinds = ["cpp", "iss"];
-const excerptSources = ["examples", "tests/end_to_end"];
+const excerptSources = ["examples", "tests"];
 const blockKinds = ["console", "json", "mermaid", "text", ...excerptKinds];
 
 export function checkReferences(root, pages, report) {
