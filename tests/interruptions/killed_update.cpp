@@ -25,10 +25,14 @@ bool KilledUpdate::Happens(Victim victim, const KillMoment& hasCome) {
     holdsHandshake = victim == Victim::Worker;
     application = StartApplication(job.installDirectory);
     StartBroker(Options());
-    Await("the victim's start", [&] { return IsRunning(*this, victim); });
+    Await("the victim's start", [&] { return IsRunning(*this, victim) || HasBrokerEnded(); });
+    if (!IsRunning(*this, victim)) {
+        RaiseStory("The update ended before its victim ran");
+    }
+    const HANDLE process = victim == Victim::Broker ? broker.get() : worker.get();
     // Without the pause between two looks: some moments are short.
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (!hasCome()) {
+    while (!hasCome() && !HasEnded(process)) {
         if (std::chrono::steady_clock::now() >= deadline) {
             RaiseStory("The moment of the kill did not come");
         }
