@@ -3,9 +3,9 @@
 #include <span>
 
 #include "broker/broker.h"
-#include "broker/broker_world.h"
 #include "fixtures/processes/failing_steps.h"
 #include "fixtures/raised_errors.h"
+#include "fixtures/scenes/broker_scene.h"
 #include "support/status_file.h"
 
 namespace updater {
@@ -15,51 +15,51 @@ constexpr char kMissingArgument[] = "Missing update argument";
 constexpr char kWrongParent[] = "Update parent does not match installation directory";
 
 TEST(BrokerChecks, RefuseAnElevatedBrokerBeforeAnyOptionIsRead) {
-    BrokerWorld world;
-    world.faults.elevated = true;
-    world.arguments.clear();
+    BrokerScene scene;
+    scene.rights.held = Rights::Elevated;
+    scene.arguments.clear();
     EXPECT_THAT(
-        [&] { RunBroker(world.arguments); },
+        [&] { RunBroker(scene.arguments); },
         RaisesError("Start the application without administrator privileges before updating"));
 }
 
 TEST(BrokerChecks, RequireJobDirectoryInstallDirectoryAndParent) {
-    BrokerWorld world;
-    const UpdaterArguments complete = world.arguments;
+    BrokerScene scene;
+    const UpdaterArguments complete = scene.arguments;
     for (const wchar_t* option : {kJobDirOption, kInstallDirOption, kParentPidOption}) {
         SCOPED_TRACE(testing::PrintToString(std::wstring(option)));
-        world.arguments = complete;
-        world.arguments.erase(option);
-        EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesError(kMissingArgument));
-        world.arguments[option] = L"";
-        EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesError(kMissingArgument));
+        scene.arguments = complete;
+        scene.arguments.erase(option);
+        EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesError(kMissingArgument));
+        scene.arguments[option] = L"";
+        EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesError(kMissingArgument));
     }
-    EXPECT_FALSE(world.Did("open parent"));
+    EXPECT_FALSE(scene.Did("open parent"));
 }
 
 TEST(BrokerChecks, RequireNoOptionThatOnlyTheWorkerReads) {
-    BrokerWorld world;
+    BrokerScene scene;
     for (const wchar_t* option : {kInstallerOption, kVersionOption, kSha256Option, kSizeOption}) {
-        world.arguments.erase(option);
+        scene.arguments.erase(option);
     }
-    world.LetWorkerEndWith(0);
-    EXPECT_EQ(RunBroker(world.arguments), 0);
+    scene.LetWorkerEndWith(0);
+    EXPECT_EQ(RunBroker(scene.arguments), 0);
 }
 
 TEST(BrokerChecks, ReadTheDirectoriesBeforeTheParentsNumber) {
-    BrokerWorld world;
-    world.arguments[kParentPidOption] = L"abc";
+    BrokerScene scene;
+    scene.arguments[kParentPidOption] = L"abc";
     for (const wchar_t* option : {kJobDirOption, kInstallDirOption}) {
-        const std::wstring value = world.arguments[option];
-        world.arguments[option] = L"";
-        EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesError(kMissingArgument));
-        world.arguments[option] = value;
+        const std::wstring value = scene.arguments[option];
+        scene.arguments[option] = L"";
+        EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesError(kMissingArgument));
+        scene.arguments[option] = value;
     }
-    EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesMessage("invalid stoul argument"));
+    EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesMessage("invalid stoul argument"));
 }
 
 TEST(BrokerChecks, RefuseAParentNumberThatIsNone) {
-    BrokerWorld world;
+    BrokerScene scene;
     const struct {
         const wchar_t* text;
         const char* message;
@@ -75,135 +75,135 @@ TEST(BrokerChecks, RefuseAParentNumberThatIsNone) {
     };
     for (const auto& [text, message] : cases) {
         SCOPED_TRACE(testing::PrintToString(std::wstring(text)));
-        world.arguments[kParentPidOption] = text;
-        EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesMessage(message));
+        scene.arguments[kParentPidOption] = text;
+        EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesMessage(message));
     }
 }
 
 TEST(BrokerChecks, AcceptWhatTheStandardConversionAcceptsAsParentNumber) {
-    BrokerWorld world;
-    world.faults.launchError = ERROR_CANCELLED;
-    const std::wstring number = std::to_wstring(world.application.id);
-    const std::wstring wrapped = std::to_wstring(0x1'0000'0000 - world.application.id);
+    BrokerScene scene;
+    scene.faults.launchError = ERROR_CANCELLED;
+    const std::wstring number = std::to_wstring(scene.application.id);
+    const std::wstring wrapped = std::to_wstring(0x1'0000'0000 - scene.application.id);
     for (const std::wstring& text : {number + L"abc", number + L".5", L" \t" + number,
                                      L"+" + number, L"000" + number, L"-" + wrapped}) {
         SCOPED_TRACE(testing::PrintToString(text));
-        world.arguments[kParentPidOption] = text;
-        EXPECT_EQ(RunBroker(world.arguments), 2);
+        scene.arguments[kParentPidOption] = text;
+        EXPECT_EQ(RunBroker(scene.arguments), 2);
     }
 }
 
 TEST(BrokerChecks, RefuseAParentThatHasEnded) {
-    BrokerWorld world;
-    world.application.EndAndForget();
-    EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesError(kWrongParent));
+    BrokerScene scene;
+    scene.application.EndAndForget();
+    EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesError(kWrongParent));
 }
 
 TEST(BrokerChecks, RefuseAParentOfAnotherProgram) {
-    BrokerWorld world;
-    world.arguments[kParentPidOption] = std::to_wstring(world.worker.id);
-    EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesError(kWrongParent));
+    BrokerScene scene;
+    scene.arguments[kParentPidOption] = std::to_wstring(scene.worker.id);
+    EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesError(kWrongParent));
 }
 
 TEST(BrokerChecks, RefuseAParentOfAnotherInstallation) {
-    BrokerWorld world;
+    BrokerScene scene;
     const StandInProcess stranger =
-        StartStandInApplication(world.directory.path / L"other" / L"corvellan.exe", 1);
-    world.arguments[kParentPidOption] = std::to_wstring(stranger.id);
-    EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesError(kWrongParent));
+        StartStandInApplication(scene.directory.path / L"other" / L"corvellan.exe", 1);
+    scene.arguments[kParentPidOption] = std::to_wstring(stranger.id);
+    EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesError(kWrongParent));
 }
 
 TEST(BrokerChecks, RefuseAParentThatCannotBeOpened) {
-    BrokerWorld world;
-    world.faults.inaccessibleProcess = world.application.id;
-    EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesError(kWrongParent));
-    EXPECT_TRUE(world.Did("open parent"));
+    BrokerScene scene;
+    scene.faults.inaccessibleProcess = scene.application.id;
+    EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesError(kWrongParent));
+    EXPECT_TRUE(scene.Did("open parent"));
 }
 
 TEST(BrokerChecks, RefuseAParentWhoseImageCannotBeRead) {
-    BrokerWorld world;
-    world.faults.parentUnreadable = true;
-    EXPECT_THAT([&] { RunBroker(world.arguments); },
+    BrokerScene scene;
+    scene.faults.parentUnreadable = true;
+    EXPECT_THAT([&] { RunBroker(scene.arguments); },
                 RaisesError("Cannot inspect application process"));
 }
 
 TEST(BrokerChecks, FindTheParentUnderAnotherSpellingOfItsDirectory) {
-    BrokerWorld world;
-    world.faults.launchError = ERROR_CANCELLED;
+    BrokerScene scene;
+    scene.faults.launchError = ERROR_CANCELLED;
     for (const wchar_t* spelling :
          {L"\\\u7A0B\u5E8F app\\", L"/\u7A0B\u5E8F app/", L"\\\u7A0B\u5E8F APP",
           L"\\.\\\u7A0B\u5E8F app", L"\\\u7A0B\u5E8F app\\..\\\u7A0B\u5E8F app"}) {
         SCOPED_TRACE(testing::PrintToString(std::wstring(spelling)));
-        world.arguments[kInstallDirOption] = world.directory.path.native() + spelling;
-        EXPECT_EQ(RunBroker(world.arguments), 2);
+        scene.arguments[kInstallDirOption] = scene.directory.path.native() + spelling;
+        EXPECT_EQ(RunBroker(scene.arguments), 2);
     }
 }
 
 TEST(BrokerChecks, RefuseASecondInstanceOfTheApplication) {
-    BrokerWorld world;
-    const StandInProcess second = StartWaiting(world.applicationPath);
-    EXPECT_THAT([&] { RunBroker(world.arguments); },
+    BrokerScene scene;
+    const StandInProcess second = StartWaiting(scene.applicationPath);
+    EXPECT_THAT([&] { RunBroker(scene.arguments); },
                 RaisesError("Another application instance is running; close it first"));
-    EXPECT_FALSE(world.Did("create identity"));
+    EXPECT_FALSE(scene.Did("create identity"));
 }
 
 TEST(BrokerChecks, AllowAnInstanceOfAnotherInstallationUnlessItCannotBeInspected) {
-    BrokerWorld world;
-    world.faults.launchError = ERROR_CANCELLED;
+    BrokerScene scene;
+    scene.faults.launchError = ERROR_CANCELLED;
     const StandInProcess stranger =
-        StartStandInApplication(world.directory.path / L"other" / L"corvellan.exe", 1);
-    EXPECT_EQ(RunBroker(world.arguments), 2);
+        StartStandInApplication(scene.directory.path / L"other" / L"corvellan.exe", 1);
+    EXPECT_EQ(RunBroker(scene.arguments), 2);
 
-    world.faults.inaccessibleProcess = stranger.id;
-    EXPECT_THAT([&] { RunBroker(world.arguments); },
+    scene.faults.inaccessibleProcess = stranger.id;
+    EXPECT_THAT([&] { RunBroker(scene.arguments); },
                 RaisesError("Another application instance is inaccessible; close it first"));
 }
 
-constexpr FailingStep<BrokerWorld> kFailingSteps[] = {
+constexpr FailingStep<BrokerScene> kFailingSteps[] = {
     {"Start the application without administrator privileges before updating",
-     [](BrokerWorld& world) { world.faults.elevated = true; }},
-    {kMissingArgument, [](BrokerWorld& world) { world.arguments.erase(kJobDirOption); }},
+     [](BrokerScene& scene) { scene.rights.held = Rights::Elevated; }},
+    {kMissingArgument, [](BrokerScene& scene) { scene.arguments.erase(kJobDirOption); }},
     {"invalid stoul argument",
-     [](BrokerWorld& world) { world.arguments[kParentPidOption] = L"abc"; }},
+     [](BrokerScene& scene) { scene.arguments[kParentPidOption] = L"abc"; }},
     {"Cannot inspect application process",
-     [](BrokerWorld& world) { world.faults.parentUnreadable = true; }},
+     [](BrokerScene& scene) { scene.faults.parentUnreadable = true; }},
     {"Cannot enumerate running applications",
-     [](BrokerWorld& world) { world.faults.processListUnreadable = true; }},
+     [](BrokerScene& scene) { scene.faults.unreadableProcessLists = {1}; }},
     {"Cannot create update job identity",
-     [](BrokerWorld& world) { world.faults.identityUnavailable = true; }},
+     [](BrokerScene& scene) { scene.faults.identityUnavailable = true; }},
     {"Cannot initialize update handshake",
-     [](BrokerWorld& world) { world.faults.readyEventUnavailable = true; }},
+     [](BrokerScene& scene) { scene.faults.readyEventUnavailable = true; }},
     {"Cannot inspect application process",
-     [](BrokerWorld& world) { world.faults.ownImageUnreadable = true; }},
+     [](BrokerScene& scene) { scene.faults.ownImageUnreadable = true; }},
     {"Cannot write update status",
-     [](BrokerWorld& world) {
-         world.faults.launchError = ERROR_CANCELLED;
-         world.faults.unwritableState = kStateCancelled;
+     [](BrokerScene& scene) {
+         scene.faults.launchError = ERROR_CANCELLED;
+         scene.faults.unwritableStates = {kStateCancelled};
      }},
 };
 
 TEST(BrokerChecks, FailInTheirOrder) {
-    ExpectFailuresInOrder<BrokerWorld>(
-        kFailingSteps, [](const BrokerWorld& world) { RunBroker(world.arguments); });
+    ExpectFailuresInOrder<BrokerScene>(
+        kFailingSteps, [](const BrokerScene& scene) { RunBroker(scene.arguments); });
 }
 
 TEST(BrokerChecks, StopEverythingElseWhenTheyFail) {
-    for (const FailingStep<BrokerWorld>& step : std::span(kFailingSteps).first<5>()) {
+    for (const FailingStep<BrokerScene>& step : std::span(kFailingSteps).first<5>()) {
         SCOPED_TRACE(step.message);
-        BrokerWorld world;
-        step.breakStep(world);
-        EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesMessage(step.message));
-        EXPECT_TRUE(world.events.empty());
-        EXPECT_TRUE(world.launches.empty());
-        EXPECT_TRUE(world.status.records.empty());
+        BrokerScene scene;
+        step.breakStep(scene);
+        EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesMessage(step.message));
+        EXPECT_TRUE(scene.events.empty());
+        EXPECT_TRUE(scene.launches.empty());
+        EXPECT_TRUE(scene.status.records.empty());
     }
 }
 
 TEST(BrokerSteps, OfASuccessfulUpdateFollowEachOther) {
-    BrokerWorld world;
-    world.LetWorkerEndWith(0);
-    EXPECT_EQ(RunBroker(world.arguments), 0);
-    EXPECT_EQ(world.actions,
+    BrokerScene scene;
+    scene.LetWorkerEndWith(0);
+    EXPECT_EQ(RunBroker(scene.arguments), 0);
+    EXPECT_EQ(scene.actions,
               (std::vector<std::string>{"query elevation", "open parent", "query parent's image",
                                         "list processes", "create identity", "create ready event",
                                         "create commit event", "query own image", "launch worker",
@@ -212,10 +212,10 @@ TEST(BrokerSteps, OfASuccessfulUpdateFollowEachOther) {
 }
 
 TEST(BrokerSteps, OfAFailedUpdateEndWithTheErrorBoxAfterTheRestart) {
-    BrokerWorld world;
-    world.LetWorkerEndWith(1);
-    EXPECT_EQ(RunBroker(world.arguments), 1);
-    const std::vector<std::string> last(world.actions.end() - 5, world.actions.end());
+    BrokerScene scene;
+    scene.LetWorkerEndWith(1);
+    EXPECT_EQ(RunBroker(scene.arguments), 1);
+    const std::vector<std::string> last(scene.actions.end() - 5, scene.actions.end());
     EXPECT_EQ(last, (std::vector<std::string>{"write ready", "set commit event",
                                               "read worker's exit code", "start application",
                                               "show error box"}));

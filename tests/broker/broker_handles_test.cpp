@@ -3,8 +3,8 @@
 #include <exception>
 
 #include "broker/broker.h"
-#include "broker/broker_world.h"
 #include "fixtures/open_handles.h"
+#include "fixtures/scenes/broker_scene.h"
 #include "support/file_system.h"
 #include "support/status_file.h"
 
@@ -13,49 +13,49 @@ namespace {
 
 struct WayToEnd {
     const char* name;
-    void (*arrange)(BrokerWorld& world);
+    void (*arrange)(BrokerScene& scene);
 };
 
 const WayToEnd kWaysToEnd[] = {
-    {"Elevated", [](BrokerWorld& world) { world.faults.elevated = true; }},
-    {"MissingArgument", [](BrokerWorld& world) { world.arguments.clear(); }},
+    {"Elevated", [](BrokerScene& scene) { scene.rights.held = Rights::Elevated; }},
+    {"MissingArgument", [](BrokerScene& scene) { scene.arguments.clear(); }},
     {"WrongParent",
-     [](BrokerWorld& world) {
-         world.arguments[kParentPidOption] = std::to_wstring(world.worker.id);
+     [](BrokerScene& scene) {
+         scene.arguments[kParentPidOption] = std::to_wstring(scene.worker.id);
      }},
-    {"UnreadableParent", [](BrokerWorld& world) { world.faults.parentUnreadable = true; }},
+    {"UnreadableParent", [](BrokerScene& scene) { scene.faults.parentUnreadable = true; }},
     {"UnreadableProcessList",
-     [](BrokerWorld& world) { world.faults.processListUnreadable = true; }},
-    {"NoIdentity", [](BrokerWorld& world) { world.faults.identityUnavailable = true; }},
-    {"NoReadyEvent", [](BrokerWorld& world) { world.faults.readyEventUnavailable = true; }},
-    {"NoCommitEvent", [](BrokerWorld& world) { world.faults.commitEventUnavailable = true; }},
-    {"OwnImageUnreadable", [](BrokerWorld& world) { world.faults.ownImageUnreadable = true; }},
-    {"Declined", [](BrokerWorld& world) { world.faults.launchError = ERROR_CANCELLED; }},
+     [](BrokerScene& scene) { scene.faults.unreadableProcessLists = {1}; }},
+    {"NoIdentity", [](BrokerScene& scene) { scene.faults.identityUnavailable = true; }},
+    {"NoReadyEvent", [](BrokerScene& scene) { scene.faults.readyEventUnavailable = true; }},
+    {"NoCommitEvent", [](BrokerScene& scene) { scene.faults.commitEventUnavailable = true; }},
+    {"OwnImageUnreadable", [](BrokerScene& scene) { scene.faults.ownImageUnreadable = true; }},
+    {"Declined", [](BrokerScene& scene) { scene.faults.launchError = ERROR_CANCELLED; }},
     {"DeclinedWithoutRecord",
-     [](BrokerWorld& world) {
-         world.faults.launchError = ERROR_CANCELLED;
-         world.faults.unwritableState = kStateCancelled;
+     [](BrokerScene& scene) {
+         scene.faults.launchError = ERROR_CANCELLED;
+         scene.faults.unwritableStates = {kStateCancelled};
      }},
-    {"NotReady", [](BrokerWorld& world) { world.LetWorkerBeSilent(); }},
-    {"NoProcessHandle", [](BrokerWorld& world) { world.faults.launchGivesNoHandle = true; }},
-    {"NoReadyRecord", [](BrokerWorld& world) { world.faults.unwritableState = kStateReady; }},
-    {"CancelMarker", [](BrokerWorld& world) { CreateDirectories(world.jobDirectory / L"cancel"); }},
+    {"NotReady", [](BrokerScene& scene) { scene.LetWorkerBeSilent(); }},
+    {"NoProcessHandle", [](BrokerScene& scene) { scene.faults.launchGivesNoHandle = true; }},
+    {"NoReadyRecord", [](BrokerScene& scene) { scene.faults.unwritableStates = {kStateReady}; }},
+    {"CancelMarker", [](BrokerScene& scene) { CreateDirectories(scene.jobDirectory / L"cancel"); }},
     {"MarkerUninspectable",
-     [](BrokerWorld& world) { world.faults.uninspectableEntry = L"cancel"; }},
-    {"WorkerEnded", [](BrokerWorld& world) { world.onReady = [&world] { world.worker.End(1); }; }},
-    {"TimedOut", [](BrokerWorld&) {}},
-    {"Succeeded", [](BrokerWorld& world) { world.LetWorkerEndWith(0); }},
-    {"Failed", [](BrokerWorld& world) { world.LetWorkerEndWith(1); }},
+     [](BrokerScene& scene) { scene.faults.uninspectableEntry = L"cancel"; }},
+    {"WorkerEnded", [](BrokerScene& scene) { scene.onReady = [&scene] { scene.worker.End(1); }; }},
+    {"TimedOut", [](BrokerScene&) {}},
+    {"Succeeded", [](BrokerScene& scene) { scene.LetWorkerEndWith(0); }},
+    {"Failed", [](BrokerScene& scene) { scene.LetWorkerEndWith(1); }},
     {"NoRestart",
-     [](BrokerWorld& world) {
-         world.LetWorkerEndWith(0);
-         world.processes.beforeStart = [](const ProcessStart&) { return ERROR_ACCESS_DENIED; };
+     [](BrokerScene& scene) {
+         scene.LetWorkerEndWith(0);
+         scene.processes.beforeStart = [](const ProcessStart&) { return ERROR_ACCESS_DENIED; };
      }},
 };
 
-void RunToAnyEnd(const BrokerWorld& world) {
+void RunToAnyEnd(const BrokerScene& scene) {
     try {
-        RunBroker(world.arguments);
+        RunBroker(scene.arguments);
     } catch (const std::exception&) {
         // How the broker ends is other tests' subject.
     }
@@ -65,9 +65,9 @@ struct BrokerHandles : testing::TestWithParam<WayToEnd> {};
 
 TEST_P(BrokerHandles, AreAllClosed) {
     ExpectNoHandleLeft([] {
-        BrokerWorld world;
-        GetParam().arrange(world);
-        RunToAnyEnd(world);
+        BrokerScene scene;
+        GetParam().arrange(scene);
+        RunToAnyEnd(scene);
     });
 }
 
@@ -76,16 +76,16 @@ INSTANTIATE_TEST_SUITE_P(After, BrokerHandles, testing::ValuesIn(kWaysToEnd),
 
 // How many handles the broker has open when it commits.
 std::size_t CountHandlesAtCommit() {
-    BrokerWorld world;
-    world.LetWorkerEndWith(0);
+    BrokerScene scene;
+    scene.LetWorkerEndWith(0);
     const std::size_t before = CountOpenHandles();
     std::size_t atCommit = 0;
-    const auto endWorker = world.onCommit;
-    world.onCommit = [&] {
+    const auto endWorker = scene.onCommit;
+    scene.onCommit = [&] {
         atCommit = CountOpenHandles();
         endWorker();
     };
-    RunBroker(world.arguments);
+    RunBroker(scene.arguments);
     return atCommit - before;
 }
 

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
 #include "broker/broker.h"
-#include "broker/broker_world.h"
 #include "fixtures/file_content.h"
 #include "fixtures/processes/expected_records.h"
 #include "fixtures/raised_errors.h"
+#include "fixtures/scenes/broker_scene.h"
 #include "support/file_system.h"
 #include "support/status_file.h"
 
@@ -15,72 +15,72 @@ constexpr DWORD kRound = 250;
 
 const StatusRecord kTimedOut = {"cancelled", "Application did not exit; update cancelled", 2};
 
-void CreateCancelFile(const BrokerWorld& world) {
-    WriteFileContent(world.jobDirectory / L"cancel", "");
+void CreateCancelFile(const BrokerScene& scene) {
+    WriteFileContent(scene.jobDirectory / L"cancel", "");
 }
 
 // What the broker does in none of the ends but the commit.
-void ExpectNoCommit(const BrokerWorld& world) {
-    EXPECT_FALSE(world.Did("set commit event"));
-    EXPECT_FALSE(world.Did("start application"));
-    EXPECT_TRUE(world.errorBoxes.empty());
+void ExpectNoCommit(const BrokerScene& scene) {
+    EXPECT_FALSE(scene.Did("set commit event"));
+    EXPECT_FALSE(scene.Did("start application"));
+    EXPECT_TRUE(scene.errorBoxes.empty());
 }
 
 TEST(BrokerWaiting, ReportsReadyBeforeItWaits) {
-    BrokerWorld world;
-    world.onReady = [&] { EXPECT_TRUE(world.time.WaitsForProcess(world.application.id).empty()); };
-    world.worker.End(1);
-    world.onLaunch = [&] { world.ReportAuthorized(); };
-    EXPECT_EQ(RunBroker(world.arguments), 1);
-    EXPECT_EQ(world.status.records.back(), kReady);
+    BrokerScene scene;
+    scene.onReady = [&] { EXPECT_TRUE(scene.time.WaitsForProcess(scene.application.id).empty()); };
+    scene.worker.End(1);
+    scene.onLaunch = [&] { scene.ReportAuthorized(); };
+    EXPECT_EQ(RunBroker(scene.arguments), 1);
+    EXPECT_EQ(scene.status.records.back(), kReady);
 }
 
 TEST(BrokerWaiting, LooksAtWorkerAndApplicationInRoundsOfAQuarterOfASecond) {
-    BrokerWorld world;
-    world.onReady = [&] { world.time.After(3 * kRound + 1, [&] { world.application.End(); }); };
-    world.onCommit = [&] { world.worker.End(0); };
-    EXPECT_EQ(RunBroker(world.arguments), 0);
-    EXPECT_EQ(world.time.WaitsForProcess(world.application.id), std::vector<DWORD>(4, kRound));
-    EXPECT_EQ(world.time.WaitsForProcess(world.worker.id),
+    BrokerScene scene;
+    scene.onReady = [&] { scene.time.After(3 * kRound + 1, [&] { scene.application.End(); }); };
+    scene.onCommit = [&] { scene.worker.End(0); };
+    EXPECT_EQ(RunBroker(scene.arguments), 0);
+    EXPECT_EQ(scene.time.WaitsForProcess(scene.application.id), std::vector<DWORD>(4, kRound));
+    EXPECT_EQ(scene.time.WaitsForProcess(scene.worker.id),
               (std::vector<DWORD>{0, 0, 0, 0, INFINITE}));
 }
 
 TEST(BrokerWaiting, CommitsOnlyAfterTheApplicationHasExited) {
-    BrokerWorld world;
-    world.onReady = [&] { world.time.After(60000, [&] { world.application.End(); }); };
-    world.onCommit = [&] {
-        EXPECT_EQ(world.time.Passed(), 60000U);
-        EXPECT_EQ(WaitForSingleObjectEx(world.application.process.get(), 0, FALSE), WAIT_OBJECT_0);
-        world.worker.End(0);
+    BrokerScene scene;
+    scene.onReady = [&] { scene.time.After(60000, [&] { scene.application.End(); }); };
+    scene.onCommit = [&] {
+        EXPECT_EQ(scene.time.Passed(), 60000U);
+        EXPECT_EQ(WaitForSingleObjectEx(scene.application.process.get(), 0, FALSE), WAIT_OBJECT_0);
+        scene.worker.End(0);
     };
-    EXPECT_EQ(RunBroker(world.arguments), 0);
-    EXPECT_TRUE(world.Did("set commit event"));
+    EXPECT_EQ(RunBroker(scene.arguments), 0);
+    EXPECT_TRUE(scene.Did("set commit event"));
 }
 
 TEST(BrokerWaiting, GivesUpThreeMinutesAfterTheReadyRecord) {
-    BrokerWorld world;
-    world.onLaunch = [&] { world.time.After(5000, [&] { world.ReportAuthorized(); }); };
-    EXPECT_EQ(RunBroker(world.arguments), 2);
-    EXPECT_EQ(world.time.Passed(), 5000 + kThreeMinutes);
-    EXPECT_EQ(world.time.WaitsForProcess(world.application.id),
+    BrokerScene scene;
+    scene.onLaunch = [&] { scene.time.After(5000, [&] { scene.ReportAuthorized(); }); };
+    EXPECT_EQ(RunBroker(scene.arguments), 2);
+    EXPECT_EQ(scene.time.Passed(), 5000 + kThreeMinutes);
+    EXPECT_EQ(scene.time.WaitsForProcess(scene.application.id),
               std::vector<DWORD>(kThreeMinutes / kRound, kRound));
-    EXPECT_EQ(world.status.records, (std::vector{kAuthorized, kReady, kTimedOut}));
-    EXPECT_EQ(ReadStatusRecord(world.jobDirectory), kTimedOut);
-    ExpectNoCommit(world);
+    EXPECT_EQ(scene.status.records, (std::vector{kAuthorized, kReady, kTimedOut}));
+    EXPECT_EQ(ReadStatusRecord(scene.jobDirectory), kTimedOut);
+    ExpectNoCommit(scene);
 }
 
 TEST(BrokerWaiting, CommitsWhenTheApplicationExitsInTheLastMoment) {
-    BrokerWorld world;
-    world.onReady = [&] { world.time.After(kThreeMinutes, [&] { world.application.End(); }); };
-    world.onCommit = [&] { world.worker.End(2); };
-    EXPECT_EQ(RunBroker(world.arguments), 2);
-    EXPECT_TRUE(world.Did("set commit event"));
-    EXPECT_TRUE(world.Did("show error box"));
+    BrokerScene scene;
+    scene.onReady = [&] { scene.time.After(kThreeMinutes, [&] { scene.application.End(); }); };
+    scene.onCommit = [&] { scene.worker.End(2); };
+    EXPECT_EQ(RunBroker(scene.arguments), 2);
+    EXPECT_TRUE(scene.Did("set commit event"));
+    EXPECT_TRUE(scene.Did("show error box"));
 }
 
 TEST(BrokerWaiting, GivesUpAtOnceWhenTheDeadlineHasPassedAlready) {
     for (const ULONGLONG late : {ULONGLONG{kThreeMinutes}, ULONGLONG{kThreeMinutes + 1}}) {
-        BrokerWorld world;
+        BrokerScene scene;
         ULONGLONG clock = 0;
         ScopedReplacement<decltype(GetTickCount64)> jumping(doubles::GetTickCount64, [&] {
             const ULONGLONG answer = clock;
@@ -88,137 +88,137 @@ TEST(BrokerWaiting, GivesUpAtOnceWhenTheDeadlineHasPassedAlready) {
             return answer;
         });
         // None of the three would go unnoticed in a round.
-        CreateCancelFile(world);
-        world.onReady = [&] { world.application.End(); };
-        EXPECT_EQ(RunBroker(world.arguments), 2);
-        EXPECT_EQ(world.status.records.back(), kTimedOut);
-        EXPECT_TRUE(world.time.WaitsForProcess(world.application.id).empty());
-        EXPECT_TRUE(world.time.WaitsForProcess(world.worker.id).empty());
-        ExpectNoCommit(world);
+        CreateCancelFile(scene);
+        scene.onReady = [&] { scene.application.End(); };
+        EXPECT_EQ(RunBroker(scene.arguments), 2);
+        EXPECT_EQ(scene.status.records.back(), kTimedOut);
+        EXPECT_TRUE(scene.time.WaitsForProcess(scene.application.id).empty());
+        EXPECT_TRUE(scene.time.WaitsForProcess(scene.worker.id).empty());
+        ExpectNoCommit(scene);
     }
 }
 
 TEST(BrokerWaiting, PlaysOneMoreRoundJustBeforeTheDeadline) {
-    BrokerWorld world;
+    BrokerScene scene;
     ULONGLONG clock = 0;
     ScopedReplacement<decltype(GetTickCount64)> jumping(doubles::GetTickCount64, [&] {
         const ULONGLONG answer = clock;
         clock += kThreeMinutes - 1;
         return answer;
     });
-    EXPECT_EQ(RunBroker(world.arguments), 2);
-    EXPECT_EQ(world.time.WaitsForProcess(world.application.id), std::vector<DWORD>(1, kRound));
-    EXPECT_EQ(world.status.records.back(), kTimedOut);
+    EXPECT_EQ(RunBroker(scene.arguments), 2);
+    EXPECT_EQ(scene.time.WaitsForProcess(scene.application.id), std::vector<DWORD>(1, kRound));
+    EXPECT_EQ(scene.status.records.back(), kTimedOut);
 }
 
 TEST(BrokerWaiting, TakesAFailedWaitAsStillRunning) {
     for (const DWORD result : {DWORD{WAIT_FAILED}, DWORD{WAIT_ABANDONED}}) {
-        BrokerWorld world;
-        world.onReady = [&] {
-            world.application.End();
-            world.worker.End(0);
-            world.time.forcedResult = result;
+        BrokerScene scene;
+        scene.onReady = [&] {
+            scene.application.End();
+            scene.worker.End(0);
+            scene.time.forcedResult = result;
         };
-        EXPECT_EQ(RunBroker(world.arguments), 2);
-        EXPECT_EQ(world.status.records.back(), kTimedOut);
-        ExpectNoCommit(world);
+        EXPECT_EQ(RunBroker(scene.arguments), 2);
+        EXPECT_EQ(scene.status.records.back(), kTimedOut);
+        ExpectNoCommit(scene);
     }
 }
 
 TEST(BrokerWaiting, EndsWhenTheWorkerEnds) {
-    BrokerWorld world;
+    BrokerScene scene;
     const StatusRecord workersOwn = {"failed", "Something the worker tells", 1};
-    world.onReady = [&] {
-        world.time.After(10001, [&] {
-            WriteFileContent(world.jobDirectory / kStatusFile,
+    scene.onReady = [&] {
+        scene.time.After(10001, [&] {
+            WriteFileContent(scene.jobDirectory / kStatusFile,
                              R"({"state":"failed","message":"Something the worker tells",)"
                              R"("exitCode":1})");
-            world.worker.End(1);
+            scene.worker.End(1);
         });
     };
-    EXPECT_EQ(RunBroker(world.arguments), 1);
-    EXPECT_EQ(world.time.Passed(), 10250U);
-    EXPECT_EQ(ReadStatusRecord(world.jobDirectory), workersOwn);
-    EXPECT_EQ(world.status.records, (std::vector{kAuthorized, kReady}));
-    ExpectNoCommit(world);
+    EXPECT_EQ(RunBroker(scene.arguments), 1);
+    EXPECT_EQ(scene.time.Passed(), 10250U);
+    EXPECT_EQ(ReadStatusRecord(scene.jobDirectory), workersOwn);
+    EXPECT_EQ(scene.status.records, (std::vector{kAuthorized, kReady}));
+    ExpectNoCommit(scene);
 }
 
 TEST(BrokerWaiting, NoticesTheWorkersEndBeforeTheApplications) {
-    BrokerWorld world;
-    world.onReady = [&] {
-        world.application.End();
-        world.worker.End(0);
+    BrokerScene scene;
+    scene.onReady = [&] {
+        scene.application.End();
+        scene.worker.End(0);
     };
-    EXPECT_EQ(RunBroker(world.arguments), 1);
-    EXPECT_EQ(world.status.records.back(), kReady);
-    ExpectNoCommit(world);
+    EXPECT_EQ(RunBroker(scene.arguments), 1);
+    EXPECT_EQ(scene.status.records.back(), kReady);
+    ExpectNoCommit(scene);
 }
 
 TEST(BrokerWaiting, EndsWithinARoundAfterTheCancelMarkerAppears) {
-    BrokerWorld world;
-    world.onReady = [&] { world.time.After(5001, [&] { CreateCancelFile(world); }); };
-    EXPECT_EQ(RunBroker(world.arguments), 2);
-    EXPECT_EQ(world.time.Passed(), 5250U);
-    EXPECT_EQ(world.status.records, (std::vector{kAuthorized, kReady}));
-    EXPECT_TRUE(PathExists(world.jobDirectory / L"cancel"));
-    ExpectNoCommit(world);
+    BrokerScene scene;
+    scene.onReady = [&] { scene.time.After(5001, [&] { CreateCancelFile(scene); }); };
+    EXPECT_EQ(RunBroker(scene.arguments), 2);
+    EXPECT_EQ(scene.time.Passed(), 5250U);
+    EXPECT_EQ(scene.status.records, (std::vector{kAuthorized, kReady}));
+    EXPECT_TRUE(PathExists(scene.jobDirectory / L"cancel"));
+    ExpectNoCommit(scene);
 }
 
 TEST(BrokerWaiting, TakesADirectoryAsCancelMarkerToo) {
-    BrokerWorld world;
-    CreateDirectories(world.jobDirectory / L"cancel");
-    EXPECT_EQ(RunBroker(world.arguments), 2);
-    EXPECT_EQ(world.status.records.back(), kReady);
-    EXPECT_TRUE(world.time.WaitsForProcess(world.application.id).empty());
-    ExpectNoCommit(world);
+    BrokerScene scene;
+    CreateDirectories(scene.jobDirectory / L"cancel");
+    EXPECT_EQ(RunBroker(scene.arguments), 2);
+    EXPECT_EQ(scene.status.records.back(), kReady);
+    EXPECT_TRUE(scene.time.WaitsForProcess(scene.application.id).empty());
+    ExpectNoCommit(scene);
 }
 
 TEST(BrokerWaiting, LetsTheCancelMarkerWinOverTheEndsOfApplicationAndWorker) {
-    BrokerWorld world;
-    world.onReady = [&] {
-        CreateCancelFile(world);
-        world.application.End();
-        world.worker.End(1);
+    BrokerScene scene;
+    scene.onReady = [&] {
+        CreateCancelFile(scene);
+        scene.application.End();
+        scene.worker.End(1);
     };
-    EXPECT_EQ(RunBroker(world.arguments), 2);
-    EXPECT_EQ(world.status.records.back(), kReady);
-    ExpectNoCommit(world);
+    EXPECT_EQ(RunBroker(scene.arguments), 2);
+    EXPECT_EQ(scene.status.records.back(), kReady);
+    ExpectNoCommit(scene);
 }
 
 TEST(BrokerWaiting, IgnoresAMarkerThatAppearsWhileTheApplicationExits) {
-    BrokerWorld world;
-    world.onReady = [&] {
-        world.time.After(kRound / 2, [&] {
-            CreateCancelFile(world);
-            world.application.End();
+    BrokerScene scene;
+    scene.onReady = [&] {
+        scene.time.After(kRound / 2, [&] {
+            CreateCancelFile(scene);
+            scene.application.End();
         });
     };
-    world.onCommit = [&] { world.worker.End(0); };
-    EXPECT_EQ(RunBroker(world.arguments), 0);
-    EXPECT_TRUE(world.Did("set commit event"));
+    scene.onCommit = [&] { scene.worker.End(0); };
+    EXPECT_EQ(RunBroker(scene.arguments), 0);
+    EXPECT_TRUE(scene.Did("set commit event"));
 }
 
 TEST(BrokerWaiting, LooksForNoMarkerBeforeTheWorkerIsReady) {
-    BrokerWorld world;
-    CreateCancelFile(world);
-    world.onLaunch = [&] { world.worker.End(1); };
-    EXPECT_EQ(RunBroker(world.arguments), 1);
+    BrokerScene scene;
+    CreateCancelFile(scene);
+    scene.onLaunch = [&] { scene.worker.End(1); };
+    EXPECT_EQ(RunBroker(scene.arguments), 1);
 }
 
 TEST(BrokerWaiting, RaisesWhenTheMarkerCannotBeLookedFor) {
-    BrokerWorld world;
-    world.faults.uninspectableEntry = L"cancel";
-    EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesFileSystemError("exists"));
-    EXPECT_EQ(world.status.records.back(), kReady);
-    ExpectNoCommit(world);
+    BrokerScene scene;
+    scene.faults.uninspectableEntry = L"cancel";
+    EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesFileSystemError("exists"));
+    EXPECT_EQ(scene.status.records.back(), kReady);
+    ExpectNoCommit(scene);
 }
 
 TEST(BrokerWaiting, RaisesWhenAStatusRecordCannotBeWritten) {
     for (const char* state : {kStateReady, kStateCancelled}) {
-        BrokerWorld world;
-        world.faults.unwritableState = state;
-        EXPECT_THAT([&] { RunBroker(world.arguments); }, RaisesError("Cannot write update status"));
-        ExpectNoCommit(world);
+        BrokerScene scene;
+        scene.faults.unwritableStates = {state};
+        EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesError("Cannot write update status"));
+        ExpectNoCommit(scene);
     }
 }
 

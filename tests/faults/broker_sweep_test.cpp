@@ -3,7 +3,7 @@
 #include <array>
 #include <vector>
 
-#include "faults/broker_scene.h"
+#include "faults/swept_broker.h"
 #include "fixtures/updater_box.h"
 #include "support/text_conversion.h"
 
@@ -43,12 +43,12 @@ Outcome StayedOpen() {
 }
 
 // The box shows the worker's record as it stands in the file, and where that is.
-std::string ErrorBox(const BrokerScene& scene, const std::string& state) {
+std::string ErrorBox(const SweptBroker& scene, const std::string& state) {
     return Heading() + R"({"state":")" + state + R"(","message":")" + kWorkerMessage +
            R"(","exitCode":1})" + "\n\n" + WideToUtf8(scene.jobDirectory.native());
 }
 
-Outcome WorkerFailed(const BrokerScene& scene) {
+Outcome WorkerFailed(const SweptBroker& scene) {
     Outcome outcome = Ended("exit code 3", StatusText("failed", kWorkerMessage, 1));
     outcome[kCommitted] = "yes";
     outcome[kRestarted] = "yes";
@@ -136,7 +136,7 @@ constexpr auto kBrokerRules = std::to_array<Rule>({
 // The worker's record follows on the broker's.
 constexpr Rule kRecordIsReplaced = {"WriteFile", "WriteUpdateStatus", L"", kNothing};
 
-void SweepBroker(const char* name, const BrokerScene& scene, const BrokerCase& met,
+void SweepBroker(const char* name, const SweptBroker& scene, const BrokerCase& met,
                  const Outcome& undisturbed) {
     std::vector<Rule> rules(kBrokerRules.begin(), kBrokerRules.end());
     if (undisturbed.at(kCommitted) == "yes") {
@@ -147,29 +147,29 @@ void SweepBroker(const char* name, const BrokerScene& scene, const BrokerCase& m
 }
 
 TEST(FaultSweep, OfABrokerWhoseWorkerFails) {
-    const BrokerScene scene;
+    const SweptBroker scene;
     SweepBroker("Broker whose worker fails", scene, {}, WorkerFailed(scene));
 }
 
 TEST(FaultSweep, OfABrokerWhoseWorkerIsNeverReady) {
-    const BrokerScene scene;
+    const SweptBroker scene;
     SweepBroker("Broker whose worker is never ready", scene, {.workerBecomesReady = false},
                 NeverReady());
 }
 
 TEST(FaultSweep, OfABrokerWhosePromptIsDeclined) {
-    const BrokerScene scene;
+    const SweptBroker scene;
     SweepBroker("Broker whose prompt is declined", scene, {.promptIsGranted = false}, Declined());
 }
 
 TEST(FaultSweep, OfABrokerThatIsToldToCancel) {
-    BrokerScene scene;
+    SweptBroker scene;
     scene.Cancel();
     SweepBroker("Broker that is told to cancel", scene, {}, Ended("exit code 2", kReady));
 }
 
 TEST(FaultSweep, OfABrokerWhoseApplicationStaysOpen) {
-    const BrokerScene scene;
+    const SweptBroker scene;
     SweepBroker("Broker whose application stays open", scene, {.applicationExits = false},
                 StayedOpen());
 }

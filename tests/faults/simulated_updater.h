@@ -7,25 +7,24 @@
 #include "fixtures/doubles/scoped_command_line.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/processes/simulated_time.h"
+#include "fixtures/scenes/simulated_rights.h"
 
 namespace updater::faults {
 
 inline constexpr DWORD kApplication = 1000;
 inline constexpr DWORD kApplicationElsewhere = 2000;
 
-enum class Rights { Limited, Elevated };
-
 /// What stands between the updater's process and the real system in every scene, for one run: its
 /// command line, its rights, the time, and the running processes. Two of these are the application
 /// that asks for the update and one of its name from another directory.
 struct SimulatedUpdater {
-    SimulatedUpdater(std::wstring arguments, Rights rights,
+    SimulatedUpdater(std::wstring arguments, Rights held,
                      const std::filesystem::path& installDirectory);
 
     ScopedCommandLine commandLine;
     SimulatedTime time;
     SimulatedProcesses processes;
-    ScopedReplacement<decltype(GetTokenInformation)> getTokenInformation;
+    SimulatedRights rights;
 };
 
 }  // namespace updater::faults

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "faults/sweep.h"
-#include "faults/worker_scene.h"
+#include "faults/swept_worker.h"
 
 namespace updater::faults {
 namespace {
@@ -164,25 +164,25 @@ std::vector<Rule> WithWorkerRules(std::span<const Rule> rules) {
     return all;
 }
 
-void SweepWorker(const char* name, WorkerScene& scene, const WorkerCase& met,
+void SweepWorker(const char* name, SweptWorker& scene, const WorkerCase& met,
                  const Outcome& undisturbed, std::span<const Rule> rules) {
     SweepCalls({name, [&](const Watcher& watch) { return scene.Run(met, watch); }, Untouched(),
                 undisturbed, RaisedInWorker, kAuthorized, WithWorkerRules(rules)});
 }
 
 TEST(FaultSweep, OfAnUpdate) {
-    WorkerScene scene;
+    SweptWorker scene;
     SweepWorker("Worker that installs", scene, {}, Installed(), kSuccessRules);
 }
 
 TEST(FaultSweep, OfARollback) {
-    WorkerScene scene;
+    SweptWorker scene;
     SweepWorker("Worker that rolls back", scene, {.setupExitCode = 1}, RolledBack(),
                 kRollbackRules);
 }
 
 TEST(FaultSweep, OfACancelledUpdate) {
-    WorkerScene scene;
+    SweptWorker scene;
     SweepWorker("Worker that cancels", scene, {.brokerCommits = false}, Cancelled(), {});
 }
 
@@ -191,7 +191,7 @@ TEST(FaultSweep, OfAnInstallationWithALink) {
     refused[kEnd] = "exit code 1";
     refused[kStatus] = Failed("Reparse points are not supported in installation directory");
     refused[kStaging] = "left";
-    WorkerScene scene;
+    SweptWorker scene;
     scene.AddLink();
     SweepWorker("Worker that meets a link", scene, {}, refused, kSuccessRules);
 }

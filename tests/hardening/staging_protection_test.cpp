@@ -8,14 +8,14 @@
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
+#include "fixtures/scenes/staging_watch.h"
+#include "fixtures/scenes/worker_scene.h"
 #include "fixtures/temporary_directory.h"
 #include "hardening/source_access.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "worker/staging.h"
-#include "worker/staging_world.h"
 #include "worker/worker.h"
-#include "worker/worker_world.h"
 
 namespace updater {
 
@@ -63,15 +63,14 @@ TEST(StagingProtection, SetsTheAccessListAndNothingElse) {
 // Something of the staging directory's name that somebody else has made before.
 struct OccupiedName : testing::Test {
     OccupiedName() {
-        world.identity = GUID{0x01020304, 0x0506, 0x0708, {9, 10, 11, 12, 13, 14, 15, 16}};
-        world.dataFolder = directory.path;
+        scene.identity = GUID{0x01020304, 0x0506, 0x0708, {9, 10, 11, 12, 13, 14, 15, 16}};
+        staging.dataFolder = scene.directory.path;
     }
 
-    TemporaryDirectory directory;
-    std::vector<std::string> actions;
-    StagingWorld world{actions};
+    SimulatedUpdate scene{Rights::Elevated};
+    StagingWatch staging{scene};
     std::filesystem::path occupied =
-        directory.path / L"CorvellanUpdate-{01020304-0506-0708-090A-0B0C0D0E0F10}";
+        scene.directory.path / L"CorvellanUpdate-{01020304-0506-0708-090A-0B0C0D0E0F10}";
 };
 
 TEST_F(OccupiedName, OfAFileIsRefused) {
@@ -93,10 +92,10 @@ struct SourceUse {
 };
 
 SourceUse RunUpdateWithSetupEndingWith(const char* exitCode) {
-    WorkerWorld world;
-    world.installed.LetSetupEndWith(exitCode);
-    const SourceAccess access(world.installer.filename().native());
-    const int result = RunWorker(world.arguments);
+    WorkerScene scene;
+    scene.LetSetupEndWith(exitCode);
+    const SourceAccess access(scene.installer.filename().native());
+    const int result = RunWorker(scene.arguments);
     return {result, access.operations};
 }
 

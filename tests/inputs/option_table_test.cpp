@@ -10,6 +10,7 @@
 
 #include "broker/broker.h"
 #include "fixtures/doubles/updater_doubles.h"
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
 #include "inputs/option_tokens.h"
@@ -165,6 +166,11 @@ TEST(OptionTable, TheWorkerReadsEveryForm) {
         });
     const ScopedReplacement noOther(doubles::EnsureNoOtherInstance,
                                     [](const std::filesystem::path&, std::uint32_t) {});
+    // The real one is the machine's, and another test program may hold it.
+    const ScopedReplacement ownMutex(doubles::CreateMutexW,
+                                     [](LPSECURITY_ATTRIBUTES security, BOOL owned, LPCWSTR) {
+                                         return CreateMutexW(security, owned, nullptr);
+                                     });
     ForEveryForm(directory.path, [](const std::wstring& option, const OptionForm& form,
                                     const UpdaterArguments& arguments) {
         const auto run = [&] { RunWorker(arguments); };

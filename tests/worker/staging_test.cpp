@@ -9,12 +9,12 @@
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
 #include "fixtures/raised_errors.h"
+#include "fixtures/scenes/staging_watch.h"
 #include "fixtures/scoped_variable.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_digest.h"
 #include "support/file_system.h"
 #include "support/handle.h"
-#include "worker/staging_world.h"
 
 namespace updater {
 namespace {
@@ -23,8 +23,8 @@ constexpr char kInaccessible[] = "Protected staging directory already exists or 
 constexpr char kMismatch[] = "Protected installer size or SHA256 mismatch";
 
 struct StagingDirectory : testing::Test {
-    std::vector<std::string> actions;
-    StagingWorld world{actions};
+    SimulatedUpdate scene{Rights::Elevated};
+    StagingWatch staging{scene};
 };
 
 TEST_F(StagingDirectory, LiesUnderTheMachinesDataFolderWithAFreshName) {
@@ -37,26 +37,26 @@ TEST_F(StagingDirectory, LiesUnderTheMachinesDataFolderWithAFreshName) {
         EXPECT_EQ(directory.parent_path().native(), ReadVariable(L"ProgramData"));
         EXPECT_TRUE(ReadTreeContent(directory).empty());
     }
-    EXPECT_EQ(world.created, (std::vector{first, second}));
+    EXPECT_EQ(staging.created, (std::vector{first, second}));
 }
 
 TEST_F(StagingDirectory, AsksForTheCommonDataFolderOfThisMachine) {
     CreateStagingDirectory();
-    ASSERT_EQ(world.folderQueries.size(), 1U);
+    ASSERT_EQ(staging.folderQueries.size(), 1U);
     constexpr GUID kCommonData = {
         0x62AB5D82, 0xFDC1, 0x4DC3, {0xA9, 0xDD, 0x07, 0x0D, 0x1D, 0x49, 0x5D, 0x97}};
-    EXPECT_NE(IsEqualGUID(world.folderQueries[0].folder, kCommonData), 0);
-    EXPECT_EQ(world.folderQueries[0].flags, 0U);
-    EXPECT_EQ(world.folderQueries[0].token, nullptr);
+    EXPECT_NE(IsEqualGUID(staging.folderQueries[0].folder, kCommonData), 0);
+    EXPECT_EQ(staging.folderQueries[0].flags, 0U);
+    EXPECT_EQ(staging.folderQueries[0].token, nullptr);
 }
 
 TEST_F(StagingDirectory, GrantsFullAccessToTheSystemAndAdministratorsAlone) {
     CreateStagingDirectory();
-    EXPECT_EQ(world.securityTexts,
+    EXPECT_EQ(staging.securityTexts,
               std::vector<std::wstring>{L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)"});
-    EXPECT_EQ(world.securityRevisions, std::vector<DWORD>{1});
-    ASSERT_EQ(world.creations.size(), 1U);
-    const DirectoryCreation& creation = world.creations.front();
+    EXPECT_EQ(staging.securityRevisions, std::vector<DWORD>{1});
+    ASSERT_EQ(staging.creations.size(), 1U);
+    const DirectoryCreation& creation = staging.creations.front();
     EXPECT_FALSE(creation.inheritsHandle);
     EXPECT_TRUE(creation.isProtected);
     constexpr int kInherited = OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE;
@@ -68,42 +68,43 @@ TEST_F(StagingDirectory, GrantsFullAccessToTheSystemAndAdministratorsAlone) {
 
 TEST_F(StagingDirectory, TakesItsStepsInTheirOrderAndReleasesTheSystemsMemory) {
     CreateStagingDirectory();
-    EXPECT_EQ(actions, (std::vector<std::string>{"find data folder", "release memory",
-                                                 "create identity", "make security descriptor",
-                                                 "create staging directory", "release memory"}));
-    EXPECT_TRUE(world.unreleased.empty());
+    EXPECT_EQ(scene.actions,
+              (std::vector<std::string>{"find data folder", "release memory", "create identity",
+                                        "make security descriptor", "create staging directory",
+                                        "release memory"}));
+    EXPECT_TRUE(staging.unreleased.empty());
 }
 
 TEST_F(StagingDirectory, IsNotMadeWithoutTheDataFolder) {
-    world.faults.folderUnknown = true;
+    scene.faults.folderUnknown = true;
     EXPECT_THAT([] { CreateStagingDirectory(); },
                 RaisesError("Cannot locate machine staging directory"));
-    EXPECT_EQ(actions, std::vector<std::string>{"find data folder"});
+    EXPECT_EQ(scene.actions, std::vector<std::string>{"find data folder"});
 }
 
 TEST_F(StagingDirectory, IsNotMadeWithoutAnIdentity) {
-    world.faults.identityUnavailable = true;
+    scene.faults.identityUnavailable = true;
     EXPECT_THAT([] { CreateStagingDirectory(); }, RaisesError("Cannot create update job identity"));
-    EXPECT_TRUE(world.securityTexts.empty());
-    EXPECT_TRUE(world.unreleased.empty());
+    EXPECT_TRUE(staging.securityTexts.empty());
+    EXPECT_TRUE(staging.unreleased.empty());
 }
 
 TEST_F(StagingDirectory, IsNotMadeWithoutItsProtection) {
-    world.faults.securityUnavailable = true;
+    scene.faults.securityUnavailable = true;
     EXPECT_THAT([] { CreateStagingDirectory(); },
                 RaisesError("Cannot create protected staging directory"));
-    EXPECT_TRUE(world.creations.empty());
-    EXPECT_TRUE(world.unreleased.empty());
+    EXPECT_TRUE(staging.creations.empty());
+    EXPECT_TRUE(staging.unreleased.empty());
 }
 
 TEST_F(StagingDirectory, IsMissedWhenItCannotBeCreated) {
-    world.faults.directoryUnavailable = true;
+    scene.faults.directoryUnavailable = true;
     EXPECT_THAT([] { CreateStagingDirectory(); }, RaisesError(kInaccessible));
-    EXPECT_TRUE(world.unreleased.empty());
+    EXPECT_TRUE(staging.unreleased.empty());
 }
 
 TEST_F(StagingDirectory, IsNeverOneThatExistsAlready) {
-    world.identity = GUID{0x01020304, 0x0506, 0x0708, {9, 10, 11, 12, 13, 14, 15, 16}};
+    scene.identity = GUID{0x01020304, 0x0506, 0x0708, {9, 10, 11, 12, 13, 14, 15, 16}};
     const std::filesystem::path first = CreateStagingDirectory();
     EXPECT_EQ(first.filename(), L"CorvellanUpdate-{01020304-0506-0708-090A-0B0C0D0E0F10}");
     WriteFileContent(first / L"installer.exe", "of another run");
@@ -114,14 +115,14 @@ TEST_F(StagingDirectory, IsNeverOneThatExistsAlready) {
 
 TEST_F(StagingDirectory, IsNotMadeThroughFoldersThatAreMissing) {
     const TemporaryDirectory directory;
-    world.dataFolder = directory.path / L"missing";
+    staging.dataFolder = directory.path / L"missing";
     EXPECT_THAT([] { CreateStagingDirectory(); }, RaisesError(kInaccessible));
-    EXPECT_FALSE(PathExists(world.dataFolder));
+    EXPECT_FALSE(PathExists(staging.dataFolder));
 }
 
 TEST_F(StagingDirectory, LiesInADataFolderOfAnyName) {
     const TemporaryDirectory directory;
-    world.dataFolder = directory.path;
+    staging.dataFolder = directory.path;
     EXPECT_EQ(CreateStagingDirectory().parent_path(), directory.path);
 }
 

@@ -3,9 +3,9 @@
 #include "fixtures/install_mutex.h"
 #include "fixtures/processes/failing_steps.h"
 #include "fixtures/raised_errors.h"
+#include "fixtures/scenes/worker_scene.h"
 #include "support/process_utilities.h"
 #include "worker/worker.h"
-#include "worker/worker_world.h"
 
 namespace updater {
 namespace {
@@ -19,60 +19,60 @@ bool MutexExists() {
 }
 
 TEST(WorkerChecks, RefuseAWorkerWithoutElevationBeforeAnyOptionIsRead) {
-    WorkerWorld world;
-    world.faults.notElevated = true;
-    world.arguments.clear();
-    EXPECT_THAT([&] { RunWorker(world.arguments); },
+    WorkerScene scene;
+    scene.rights.held = Rights::Limited;
+    scene.arguments.clear();
+    EXPECT_THAT([&] { RunWorker(scene.arguments); },
                 RaisesError("Administrator authorization is required"));
-    EXPECT_TRUE(world.mutexes.empty());
+    EXPECT_TRUE(scene.mutexes.empty());
 }
 
 TEST(WorkerChecks, ReadTheOptionsBeforeAnythingElse) {
-    WorkerWorld world;
-    const UpdaterArguments complete = world.arguments;
+    WorkerScene scene;
+    const UpdaterArguments complete = scene.arguments;
     for (const wchar_t* option : {kInstallerOption, kInstallDirOption, kJobDirOption,
                                   kVersionOption, kSha256Option, kSizeOption, kParentPidOption}) {
-        world.arguments = complete;
-        world.arguments.erase(option);
-        EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError("Missing update argument"));
+        scene.arguments = complete;
+        scene.arguments.erase(option);
+        EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError("Missing update argument"));
     }
-    EXPECT_TRUE(world.mutexes.empty());
+    EXPECT_TRUE(scene.mutexes.empty());
 }
 
 TEST(WorkerChecks, RequireTheEventNameOnlyAfterTheApplicationsChecks) {
-    WorkerWorld world;
-    world.arguments[kEventOption] = L"";
-    EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError("Missing update argument"));
-    EXPECT_EQ(world.actions,
+    WorkerScene scene;
+    scene.arguments[kEventOption] = L"";
+    EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError("Missing update argument"));
+    EXPECT_EQ(scene.actions,
               (std::vector<std::string>{"query elevation", "create mutex", "open parent",
                                         "query parent's image", "list processes"}));
 }
 
 TEST(WorkerMutex, IsOneForTheWholeMachineAndOwnedFromTheStart) {
-    WorkerWorld world;
-    EXPECT_EQ(RunWorker(world.arguments), 0);
-    ASSERT_EQ(world.mutexes.size(), 1U);
-    EXPECT_EQ(world.mutexes[0].name, kInstallMutexName);
-    EXPECT_FALSE(world.mutexes[0].hasSecurityAttributes);
-    EXPECT_TRUE(world.mutexes[0].initiallyOwned);
+    WorkerScene scene;
+    EXPECT_EQ(RunWorker(scene.arguments), 0);
+    ASSERT_EQ(scene.mutexes.size(), 1U);
+    EXPECT_EQ(scene.mutexes[0].name, kInstallMutexName);
+    EXPECT_FALSE(scene.mutexes[0].hasSecurityAttributes);
+    EXPECT_TRUE(scene.mutexes[0].initiallyOwned);
 }
 
 TEST(WorkerMutex, KeepsASecondWorkerOutAndStaysTheFirstOnes) {
-    WorkerWorld world;
+    WorkerScene scene;
     const UniqueHandle first = OwnHandle(CreateMutexW(nullptr, FALSE, kInstallMutexName));
     ASSERT_TRUE(first);
-    EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError(kAnotherInstallation));
+    EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(kAnotherInstallation));
     EXPECT_TRUE(MutexExists());
-    EXPECT_TRUE(world.openings.empty());
-    EXPECT_TRUE(world.staging.creations.empty());
+    EXPECT_TRUE(scene.openings.empty());
+    EXPECT_TRUE(scene.staging.creations.empty());
 }
 
 TEST(WorkerMutex, MustBeMade) {
-    WorkerWorld world;
+    WorkerScene scene;
     // An object of another kind under the same name.
     const UniqueHandle obstacle = OwnHandle(CreateEventW(nullptr, TRUE, FALSE, kInstallMutexName));
     ASSERT_TRUE(obstacle);
-    EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError(kAnotherInstallation));
+    EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(kAnotherInstallation));
 }
 
 DWORD WINAPI TryToOwnMutex(void*) {
@@ -91,142 +91,142 @@ DWORD MutexState() {
 }
 
 TEST(WorkerMutex, IsHeldUntilTheWorkerReturns) {
-    WorkerWorld world;
+    WorkerScene scene;
     std::vector<DWORD> states;
-    const auto whenReady = world.onReady;
-    world.onReady = [&] {
+    const auto whenReady = scene.onReady;
+    scene.onReady = [&] {
         states.push_back(MutexState());
         whenReady();
     };
-    world.installed.onSetupStart = [&] { states.push_back(MutexState()); };
-    RunWorker(world.arguments);
+    scene.onSetupStart = [&] { states.push_back(MutexState()); };
+    RunWorker(scene.arguments);
     EXPECT_EQ(states, std::vector<DWORD>(2, WAIT_TIMEOUT));
     EXPECT_FALSE(MutexExists());
 }
 
 TEST(WorkerChecks, RefuseAParentThatHasEnded) {
-    WorkerWorld world;
-    world.application.EndAndForget();
-    EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError(kWrongParent));
+    WorkerScene scene;
+    scene.application.EndAndForget();
+    EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(kWrongParent));
 }
 
 TEST(WorkerChecks, RefuseAParentThatCannotBeOpened) {
-    WorkerWorld world;
-    world.faults.inaccessibleProcess = world.application.id;
-    EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError(kWrongParent));
+    WorkerScene scene;
+    scene.faults.inaccessibleProcess = scene.application.id;
+    EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(kWrongParent));
 }
 
 TEST(WorkerChecks, RefuseAParentFromAnotherDirectoryBeforeAnyDirectoryIsMade) {
-    WorkerWorld world;
+    WorkerScene scene;
     const StandInProcess stranger =
-        StartStandInApplication(world.installed.directory.path / L"other" / L"corvellan.exe", 1);
-    world.arguments[kParentPidOption] = std::to_wstring(stranger.id);
-    world.actions.clear();
-    EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError(kWrongParent));
-    EXPECT_EQ(world.actions, (std::vector<std::string>{"query elevation", "create mutex"}));
-    EXPECT_TRUE(world.staging.creations.empty());
-    EXPECT_TRUE(world.records.empty());
+        StartStandInApplication(scene.directory.path / L"other" / L"corvellan.exe", 1);
+    scene.arguments[kParentPidOption] = std::to_wstring(stranger.id);
+    scene.actions.clear();
+    EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(kWrongParent));
+    EXPECT_EQ(scene.actions, (std::vector<std::string>{"query elevation", "create mutex"}));
+    EXPECT_TRUE(scene.staging.creations.empty());
+    EXPECT_TRUE(scene.status.records.empty());
 }
 
 TEST(WorkerChecks, RefuseAParentWhoseImageCannotBeRead) {
-    WorkerWorld world;
-    world.faults.parentUnreadable = true;
-    EXPECT_THAT([&] { RunWorker(world.arguments); },
+    WorkerScene scene;
+    scene.faults.parentUnreadable = true;
+    EXPECT_THAT([&] { RunWorker(scene.arguments); },
                 RaisesError("Cannot inspect application process"));
 }
 
 TEST(WorkerChecks, FindTheParentUnderAnotherSpellingOfItsDirectory) {
-    WorkerWorld world;
-    std::wstring spelling = world.installDirectory.native() + L"/./";
+    WorkerScene scene;
+    std::wstring spelling = scene.installDirectory.native() + L"/./";
     spelling.replace(spelling.find(L"app"), 3, L"APP");
-    world.arguments[kInstallDirOption] = spelling;
-    EXPECT_EQ(RunWorker(world.arguments), 0);
-    EXPECT_EQ(world.installed.processes.starts.at(0).commandLine.find(L"/./"), std::wstring::npos);
+    scene.arguments[kInstallDirOption] = spelling;
+    EXPECT_EQ(RunWorker(scene.arguments), 0);
+    EXPECT_EQ(scene.processes.starts.at(0).commandLine.find(L"/./"), std::wstring::npos);
 }
 
 TEST(WorkerChecks, RefuseASecondInstanceOfTheApplication) {
-    WorkerWorld world;
-    const StandInProcess second = StartWaiting(world.installed.applicationPath);
-    EXPECT_THAT([&] { RunWorker(world.arguments); },
+    WorkerScene scene;
+    const StandInProcess second = StartWaiting(scene.applicationPath);
+    EXPECT_THAT([&] { RunWorker(scene.arguments); },
                 RaisesError("Another application instance is running; close it first"));
-    EXPECT_TRUE(world.openings.empty());
+    EXPECT_TRUE(scene.openings.empty());
 }
 
 TEST(WorkerChecks, RefuseAnInstanceThatCannotBeInspected) {
-    WorkerWorld world;
+    WorkerScene scene;
     const StandInProcess stranger =
-        StartStandInApplication(world.installed.directory.path / L"other" / L"corvellan.exe", 1);
-    world.faults.inaccessibleProcess = stranger.id;
-    EXPECT_THAT([&] { RunWorker(world.arguments); },
+        StartStandInApplication(scene.directory.path / L"other" / L"corvellan.exe", 1);
+    scene.faults.inaccessibleProcess = stranger.id;
+    EXPECT_THAT([&] { RunWorker(scene.arguments); },
                 RaisesError("Another application instance is inaccessible; close it first"));
 }
 
 TEST(WorkerEvents, AreOpenedWithTheRightsThatEachNeeds) {
-    WorkerWorld world;
-    RunWorker(world.arguments);
-    ASSERT_EQ(world.openings.size(), 2U);
-    EXPECT_EQ(world.openings[0].name, world.eventBaseName + L"-ready");
-    EXPECT_EQ(world.openings[0].access, 2U);
-    EXPECT_FALSE(world.openings[0].inherits);
-    EXPECT_EQ(world.openings[1].name, world.eventBaseName + L"-commit");
-    EXPECT_EQ(world.openings[1].access, 0x100000U);
-    EXPECT_FALSE(world.openings[1].inherits);
+    WorkerScene scene;
+    RunWorker(scene.arguments);
+    ASSERT_EQ(scene.openings.size(), 2U);
+    EXPECT_EQ(scene.openings[0].name, scene.eventBaseName + L"-ready");
+    EXPECT_EQ(scene.openings[0].access, 2U);
+    EXPECT_FALSE(scene.openings[0].inherits);
+    EXPECT_EQ(scene.openings[1].name, scene.eventBaseName + L"-commit");
+    EXPECT_EQ(scene.openings[1].access, 0x100000U);
+    EXPECT_FALSE(scene.openings[1].inherits);
 }
 
 TEST(WorkerEvents, MustBothExist) {
-    for (UniqueHandle WorkerWorld::* missing : {&WorkerWorld::ready, &WorkerWorld::commit}) {
-        WorkerWorld world;
-        (world.*missing).reset();
-        EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError(kNoBroker));
-        EXPECT_TRUE(world.staging.folderQueries.empty());
+    for (UniqueHandle WorkerScene::* missing : {&WorkerScene::ready, &WorkerScene::commit}) {
+        WorkerScene scene;
+        (scene.*missing).reset();
+        EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(kNoBroker));
+        EXPECT_TRUE(scene.staging.folderQueries.empty());
     }
 }
 
-constexpr FailingStep<WorkerWorld> kFailingSteps[] = {
+constexpr FailingStep<WorkerScene> kFailingSteps[] = {
     {"Administrator authorization is required",
-     [](WorkerWorld& world) { world.faults.notElevated = true; }},
-    {"invalid stoull argument", [](WorkerWorld& world) { world.arguments[kSizeOption] = L"abc"; }},
+     [](WorkerScene& scene) { scene.rights.held = Rights::Limited; }},
+    {"invalid stoull argument", [](WorkerScene& scene) { scene.arguments[kSizeOption] = L"abc"; }},
     {"invalid stoul argument",
-     [](WorkerWorld& world) { world.arguments[kParentPidOption] = L"abc"; }},
+     [](WorkerScene& scene) { scene.arguments[kParentPidOption] = L"abc"; }},
     {kAnotherInstallation,
-     [](WorkerWorld& world) {
-         world.mutexOfAnotherWorker = OwnHandle(CreateMutexW(nullptr, FALSE, kInstallMutexName));
+     [](WorkerScene& scene) {
+         scene.mutexOfAnotherWorker = OwnHandle(CreateMutexW(nullptr, FALSE, kInstallMutexName));
      }},
     {"Cannot inspect application process",
-     [](WorkerWorld& world) { world.faults.parentUnreadable = true; }},
+     [](WorkerScene& scene) { scene.faults.parentUnreadable = true; }},
     {"Cannot enumerate running applications",
-     [](WorkerWorld& world) { world.installed.faults.unreadableProcessLists = {1, 2}; }},
-    {"Missing update argument", [](WorkerWorld& world) { world.arguments.erase(kEventOption); }},
-    {kNoBroker, [](WorkerWorld& world) { world.ready.reset(); }},
+     [](WorkerScene& scene) { scene.faults.unreadableProcessLists = {1, 2}; }},
+    {"Missing update argument", [](WorkerScene& scene) { scene.arguments.erase(kEventOption); }},
+    {kNoBroker, [](WorkerScene& scene) { scene.ready.reset(); }},
     {"Cannot locate machine staging directory",
-     [](WorkerWorld& world) { world.staging.faults.folderUnknown = true; }},
+     [](WorkerScene& scene) { scene.faults.folderUnknown = true; }},
     {"Cannot create update job identity",
-     [](WorkerWorld& world) { world.staging.faults.identityUnavailable = true; }},
+     [](WorkerScene& scene) { scene.faults.identityUnavailable = true; }},
     {"Cannot create protected staging directory",
-     [](WorkerWorld& world) { world.staging.faults.securityUnavailable = true; }},
+     [](WorkerScene& scene) { scene.faults.securityUnavailable = true; }},
     {"Protected staging directory already exists or is inaccessible",
-     [](WorkerWorld& world) { world.staging.faults.directoryUnavailable = true; }},
+     [](WorkerScene& scene) { scene.faults.directoryUnavailable = true; }},
     {"Protected installer size or SHA256 mismatch",
-     [](WorkerWorld& world) { world.arguments[kSha256Option] = L"0"; }},
+     [](WorkerScene& scene) { scene.arguments[kSha256Option] = L"0"; }},
     {"Cannot write update status",
-     [](WorkerWorld& world) {
-         world.installed.faults.unwritableStates = {"authorized", "installing", "cancelled"};
+     [](WorkerScene& scene) {
+         scene.faults.unwritableStates = {"authorized", "installing", "cancelled"};
      }},
     {"Cannot enumerate running applications",
-     [](WorkerWorld& world) { world.installed.faults.unreadableProcessLists.insert(2); }},
+     [](WorkerScene& scene) { scene.faults.unreadableProcessLists.insert(2); }},
     {"Cannot read installed executable version",
-     [](WorkerWorld& world) { world.installed.faults.unreadableVersions = {1}; }},
+     [](WorkerScene& scene) { scene.faults.unreadableVersions = {1}; }},
 };
 
 TEST(WorkerChecks, FailInTheirOrder) {
-    ExpectFailuresInOrder<WorkerWorld>(
-        kFailingSteps, [](const WorkerWorld& world) { RunWorker(world.arguments); });
+    ExpectFailuresInOrder<WorkerScene>(
+        kFailingSteps, [](const WorkerScene& scene) { RunWorker(scene.arguments); });
 }
 
 TEST(WorkerSteps, OfASuccessfulInstallationFollowEachOther) {
-    WorkerWorld world;
-    EXPECT_EQ(RunWorker(world.arguments), 0);
-    EXPECT_EQ(world.actions, (std::vector<std::string>{"query elevation",
+    WorkerScene scene;
+    EXPECT_EQ(RunWorker(scene.arguments), 0);
+    EXPECT_EQ(scene.actions, (std::vector<std::string>{"query elevation",
                                                        "create mutex",
                                                        "open parent",
                                                        "query parent's image",

@@ -4,48 +4,46 @@
 
 #include "fixtures/install_mutex.h"
 #include "fixtures/open_handles.h"
+#include "fixtures/scenes/worker_scene.h"
 #include "worker/worker.h"
-#include "worker/worker_world.h"
 
 namespace updater {
 namespace {
 
 struct WayToEnd {
     const char* name;
-    void (*arrange)(WorkerWorld& world);
+    void (*arrange)(WorkerScene& scene);
 };
 
 const WayToEnd kWaysToEnd[] = {
-    {"NotElevated", [](WorkerWorld& world) { world.faults.notElevated = true; }},
-    {"MissingArgument", [](WorkerWorld& world) { world.arguments.clear(); }},
+    {"NotElevated", [](WorkerScene& scene) { scene.rights.held = Rights::Limited; }},
+    {"MissingArgument", [](WorkerScene& scene) { scene.arguments.clear(); }},
     {"AnotherWorker",
-     [](WorkerWorld& world) {
-         world.mutexOfAnotherWorker = OwnHandle(CreateMutexW(nullptr, FALSE, kInstallMutexName));
+     [](WorkerScene& scene) {
+         scene.mutexOfAnotherWorker = OwnHandle(CreateMutexW(nullptr, FALSE, kInstallMutexName));
      }},
-    {"UnreadableParent", [](WorkerWorld& world) { world.faults.parentUnreadable = true; }},
+    {"UnreadableParent", [](WorkerScene& scene) { scene.faults.parentUnreadable = true; }},
     {"WrongParent",
-     [](WorkerWorld& world) {
-         world.arguments[kParentPidOption] = std::to_wstring(GetCurrentProcessId());
+     [](WorkerScene& scene) {
+         scene.arguments[kParentPidOption] = std::to_wstring(GetCurrentProcessId());
      }},
     {"UnreadableProcessList",
-     [](WorkerWorld& world) { world.installed.faults.unreadableProcessLists = {1}; }},
-    {"NoEventName", [](WorkerWorld& world) { world.arguments.erase(kEventOption); }},
-    {"NoReadyEvent", [](WorkerWorld& world) { world.ready.reset(); }},
-    {"NoCommitEvent", [](WorkerWorld& world) { world.commit.reset(); }},
-    {"NoStagingDirectory",
-     [](WorkerWorld& world) { world.staging.faults.directoryUnavailable = true; }},
-    {"WrongDigest", [](WorkerWorld& world) { world.arguments[kSha256Option] = L"0"; }},
+     [](WorkerScene& scene) { scene.faults.unreadableProcessLists = {1}; }},
+    {"NoEventName", [](WorkerScene& scene) { scene.arguments.erase(kEventOption); }},
+    {"NoReadyEvent", [](WorkerScene& scene) { scene.ready.reset(); }},
+    {"NoCommitEvent", [](WorkerScene& scene) { scene.commit.reset(); }},
+    {"NoStagingDirectory", [](WorkerScene& scene) { scene.faults.directoryUnavailable = true; }},
+    {"WrongDigest", [](WorkerScene& scene) { scene.arguments[kSha256Option] = L"0"; }},
     {"NoAuthorizedRecord",
-     [](WorkerWorld& world) { world.installed.faults.unwritableStates = {"authorized"}; }},
-    {"Cancelled", [](WorkerWorld& world) { world.LetBrokerNeverCommit(); }},
-    {"PreparationFailed",
-     [](WorkerWorld& world) { world.installed.faults.unreadableVersions = {1}; }},
-    {"Succeeded", [](WorkerWorld&) {}},
-    {"RolledBack", [](WorkerWorld& world) { world.installed.LetSetupEndWith("1"); }},
+     [](WorkerScene& scene) { scene.faults.unwritableStates = {"authorized"}; }},
+    {"Cancelled", [](WorkerScene& scene) { scene.LetBrokerNeverCommit(); }},
+    {"PreparationFailed", [](WorkerScene& scene) { scene.faults.unreadableVersions = {1}; }},
+    {"Succeeded", [](WorkerScene&) {}},
+    {"RolledBack", [](WorkerScene& scene) { scene.LetSetupEndWith("1"); }},
     {"RollbackFailed",
-     [](WorkerWorld& world) {
-         world.installed.LetSetupEndWith("1");
-         world.installed.faults.restoreCorrupted = true;
+     [](WorkerScene& scene) {
+         scene.LetSetupEndWith("1");
+         scene.faults.restoreCorrupted = true;
      }},
 };
 
@@ -53,14 +51,14 @@ struct WorkerHandles : testing::TestWithParam<WayToEnd> {};
 
 TEST_P(WorkerHandles, AreAllClosed) {
     ExpectNoHandleLeft([] {
-        WorkerWorld world;
-        GetParam().arrange(world);
+        WorkerScene scene;
+        GetParam().arrange(scene);
         try {
-            RunWorker(world.arguments);
+            RunWorker(scene.arguments);
         } catch (const std::exception&) {
             // How the worker ends is other tests' subject.
         }
-        EXPECT_TRUE(world.staging.unreleased.empty());
+        EXPECT_TRUE(scene.staging.unreleased.empty());
     });
 }
 
@@ -69,11 +67,11 @@ INSTANTIATE_TEST_SUITE_P(After, WorkerHandles, testing::ValuesIn(kWaysToEnd),
 
 // How many handles the worker has open while the setup program is started.
 std::size_t CountHandlesDuringSetup() {
-    WorkerWorld world;
+    WorkerScene scene;
     std::size_t during = 0;
-    world.installed.onSetupStart = [&] { during = CountOpenHandles(); };
+    scene.onSetupStart = [&] { during = CountOpenHandles(); };
     const std::size_t before = CountOpenHandles();
-    EXPECT_EQ(RunWorker(world.arguments), 0);
+    EXPECT_EQ(RunWorker(scene.arguments), 0);
     return during - before;
 }
 

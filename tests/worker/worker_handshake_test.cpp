@@ -4,9 +4,9 @@
 #include "fixtures/held_file.h"
 #include "fixtures/processes/expected_records.h"
 #include "fixtures/raised_errors.h"
+#include "fixtures/scenes/worker_scene.h"
 #include "support/file_system.h"
 #include "worker/worker.h"
-#include "worker/worker_world.h"
 
 namespace updater {
 namespace {
@@ -22,54 +22,54 @@ bool IsSet(const UniqueHandle& event) {
 }
 
 TEST(WorkerHandshake, ReportsAuthorizedWithAVerifiedCopyBeforeItIsReady) {
-    WorkerWorld world;
+    WorkerScene scene;
     bool looked = false;
-    const auto whenReady = world.onReady;
-    world.onReady = [&] {
+    const auto whenReady = scene.onReady;
+    scene.onReady = [&] {
         looked = true;
-        EXPECT_TRUE(IsSet(world.ready));
-        EXPECT_EQ(ReadStatusRecord(world.jobDirectory), kAuthorized);
-        EXPECT_EQ(ReadFileContent(world.StagingDirectory() / L"installer.exe"),
-                  ReadFileContent(world.installer));
+        EXPECT_TRUE(IsSet(scene.ready));
+        EXPECT_EQ(ReadStatusRecord(scene.jobDirectory), kAuthorized);
+        EXPECT_EQ(ReadFileContent(scene.StagingDirectory() / L"installer.exe"),
+                  ReadFileContent(scene.installer));
         whenReady();
     };
-    EXPECT_EQ(RunWorker(world.arguments), 0);
+    EXPECT_EQ(RunWorker(scene.arguments), 0);
     EXPECT_TRUE(looked);
-    EXPECT_EQ(world.records, (std::vector{kAuthorized, kInstalling, kSucceeded}));
+    EXPECT_EQ(scene.status.records, (std::vector{kAuthorized, kInstalling, kSucceeded}));
 }
 
 TEST(WorkerHandshake, WaitsThreeMinutesForTheCommitAndThenTenSecondsForTheApplication) {
-    WorkerWorld world;
-    RunWorker(world.arguments);
-    EXPECT_EQ(world.CommitWaits(), std::vector<DWORD>{kThreeMinutes});
-    const std::vector<DWORD> parentWaits = world.time.WaitsForProcess(world.application.id);
+    WorkerScene scene;
+    RunWorker(scene.arguments);
+    EXPECT_EQ(scene.CommitWaits(), std::vector<DWORD>{kThreeMinutes});
+    const std::vector<DWORD> parentWaits = scene.time.WaitsForProcess(scene.application.id);
     // The scans for running instances look at the ended application once more.
     ASSERT_FALSE(parentWaits.empty());
     EXPECT_EQ(parentWaits.front(), kTenSeconds);
 }
 
 TEST(WorkerHandshake, NeverSetsTheCommitEvent) {
-    WorkerWorld world;
-    world.LetBrokerNeverCommit();
-    RunWorker(world.arguments);
-    EXPECT_FALSE(IsSet(world.commit));
-    EXPECT_TRUE(IsSet(world.ready));
+    WorkerScene scene;
+    scene.LetBrokerNeverCommit();
+    RunWorker(scene.arguments);
+    EXPECT_FALSE(IsSet(scene.commit));
+    EXPECT_TRUE(IsSet(scene.ready));
 }
 
 TEST(WorkerHandshake, ResetsNeitherEvent) {
-    WorkerWorld world;
-    EXPECT_EQ(RunWorker(world.arguments), 0);
-    EXPECT_TRUE(IsSet(world.commit));
-    EXPECT_TRUE(IsSet(world.ready));
+    WorkerScene scene;
+    EXPECT_EQ(RunWorker(scene.arguments), 0);
+    EXPECT_TRUE(IsSet(scene.commit));
+    EXPECT_TRUE(IsSet(scene.ready));
 }
 
 // Commits, after which the wait for the application, which has exited, ends with this result.
-void CommitAndForce(WorkerWorld& world, DWORD result) {
-    world.onReady = [&world, result] {
-        world.time.After(0, [&world, result] {
-            world.application.End();
-            SetEvent(world.commit.get());
-            world.time.forcedResult = result;
+void CommitAndForce(WorkerScene& scene, DWORD result) {
+    scene.onReady = [&scene, result] {
+        scene.time.After(0, [&scene, result] {
+            scene.application.End();
+            SetEvent(scene.commit.get());
+            scene.time.forcedResult = result;
         });
     };
 }
@@ -77,156 +77,156 @@ void CommitAndForce(WorkerWorld& world, DWORD result) {
 struct NoCommit {
     const char* name;
     ULONGLONG duration;
-    void (*arrange)(WorkerWorld& world);
+    void (*arrange)(WorkerScene& scene);
 };
 
 const NoCommit kNoCommits[] = {
     {"TheBrokerNeverCommits", kThreeMinutes,
-     [](WorkerWorld& world) { world.LetBrokerNeverCommit(); }},
+     [](WorkerScene& scene) { scene.LetBrokerNeverCommit(); }},
     {"TheBrokerNeverCommitsThoughTheApplicationExits", kThreeMinutes,
-     [](WorkerWorld& world) { world.onReady = [&world] { world.application.End(); }; }},
+     [](WorkerScene& scene) { scene.onReady = [&scene] { scene.application.End(); }; }},
     {"TheCommitComesTooLate", kThreeMinutes,
-     [](WorkerWorld& world) {
-         world.onReady = [&world] {
-             world.time.After(kThreeMinutes + 1, [&world] { SetEvent(world.commit.get()); });
+     [](WorkerScene& scene) {
+         scene.onReady = [&scene] {
+             scene.time.After(kThreeMinutes + 1, [&scene] { SetEvent(scene.commit.get()); });
          };
      }},
     {"TheWaitForTheCommitFails", kThreeMinutes,
-     [](WorkerWorld& world) {
-         world.onReady = [&world] { world.time.forcedResult = WAIT_FAILED; };
+     [](WorkerScene& scene) {
+         scene.onReady = [&scene] { scene.time.forcedResult = WAIT_FAILED; };
      }},
     {"TheCommitIsAbandoned", kThreeMinutes,
-     [](WorkerWorld& world) {
-         world.onReady = [&world] { world.time.forcedResult = WAIT_ABANDONED; };
+     [](WorkerScene& scene) {
+         scene.onReady = [&scene] { scene.time.forcedResult = WAIT_ABANDONED; };
      }},
     {"TheApplicationStaysOpen", kTenSeconds,
-     [](WorkerWorld& world) { world.onReady = [&world] { SetEvent(world.commit.get()); }; }},
+     [](WorkerScene& scene) { scene.onReady = [&scene] { SetEvent(scene.commit.get()); }; }},
     {"TheApplicationExitsTooLate", kTenSeconds,
-     [](WorkerWorld& world) {
-         world.onReady = [&world] {
-             SetEvent(world.commit.get());
-             world.time.After(kTenSeconds + 1, [&world] { world.application.End(); });
+     [](WorkerScene& scene) {
+         scene.onReady = [&scene] {
+             SetEvent(scene.commit.get());
+             scene.time.After(kTenSeconds + 1, [&scene] { scene.application.End(); });
          };
      }},
     {"TheWaitForTheApplicationFails", kTenSeconds,
-     [](WorkerWorld& world) { CommitAndForce(world, WAIT_FAILED); }},
+     [](WorkerScene& scene) { CommitAndForce(scene, WAIT_FAILED); }},
     {"TheApplicationIsAbandoned", kTenSeconds,
-     [](WorkerWorld& world) { CommitAndForce(world, WAIT_ABANDONED); }},
+     [](WorkerScene& scene) { CommitAndForce(scene, WAIT_ABANDONED); }},
 };
 
 struct WorkerWithoutCommit : testing::TestWithParam<NoCommit> {};
 
 TEST_P(WorkerWithoutCommit, CancelsAndRemovesTheStagingDirectory) {
-    WorkerWorld world;
-    const auto before = ReadTreeContent(world.installDirectory);
-    GetParam().arrange(world);
-    EXPECT_EQ(RunWorker(world.arguments), 2);
-    EXPECT_EQ(world.records, (std::vector{kAuthorized, kCancelled}));
-    EXPECT_EQ(ReadStatusRecord(world.jobDirectory), kCancelled);
-    EXPECT_FALSE(PathExists(world.StagingDirectory()));
-    EXPECT_EQ(world.time.Passed(), GetParam().duration);
-    EXPECT_TRUE(world.installed.processes.starts.empty());
-    EXPECT_EQ(ReadTreeContent(world.installDirectory), before);
+    WorkerScene scene;
+    const auto before = ReadTreeContent(scene.installDirectory);
+    GetParam().arrange(scene);
+    EXPECT_EQ(RunWorker(scene.arguments), 2);
+    EXPECT_EQ(scene.status.records, (std::vector{kAuthorized, kCancelled}));
+    EXPECT_EQ(ReadStatusRecord(scene.jobDirectory), kCancelled);
+    EXPECT_FALSE(PathExists(scene.StagingDirectory()));
+    EXPECT_EQ(scene.time.Passed(), GetParam().duration);
+    EXPECT_TRUE(scene.processes.starts.empty());
+    EXPECT_EQ(ReadTreeContent(scene.installDirectory), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(When, WorkerWithoutCommit, testing::ValuesIn(kNoCommits),
                          [](const auto& test) { return test.param.name; });
 
 TEST(WorkerHandshake, DoesNotWaitForTheApplicationWithoutACommit) {
-    WorkerWorld world;
-    world.LetBrokerNeverCommit();
-    RunWorker(world.arguments);
-    EXPECT_TRUE(world.time.WaitsForProcess(world.application.id).empty());
+    WorkerScene scene;
+    scene.LetBrokerNeverCommit();
+    RunWorker(scene.arguments);
+    EXPECT_TRUE(scene.time.WaitsForProcess(scene.application.id).empty());
 }
 
 TEST(WorkerHandshake, TakesTheCommitAndTheApplicationsExitInTheLastMoment) {
-    WorkerWorld world;
-    world.onReady = [&] {
-        world.time.After(kThreeMinutes, [&] { SetEvent(world.commit.get()); });
-        world.time.After(kThreeMinutes + kTenSeconds, [&] { world.application.End(); });
+    WorkerScene scene;
+    scene.onReady = [&] {
+        scene.time.After(kThreeMinutes, [&] { SetEvent(scene.commit.get()); });
+        scene.time.After(kThreeMinutes + kTenSeconds, [&] { scene.application.End(); });
     };
-    EXPECT_EQ(RunWorker(world.arguments), 0);
-    EXPECT_EQ(world.records.back(), kSucceeded);
+    EXPECT_EQ(RunWorker(scene.arguments), 0);
+    EXPECT_EQ(scene.status.records.back(), kSucceeded);
 }
 
 TEST(WorkerCancellation, LeavesTheStagingDirectoryWhenItCannotBeRecorded) {
-    WorkerWorld world;
-    world.LetBrokerNeverCommit();
-    world.installed.faults.unwritableStates = {"cancelled"};
-    EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError("Cannot write update status"));
-    EXPECT_TRUE(PathExists(world.StagingDirectory() / L"installer.exe"));
+    WorkerScene scene;
+    scene.LetBrokerNeverCommit();
+    scene.faults.unwritableStates = {"cancelled"};
+    EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError("Cannot write update status"));
+    EXPECT_TRUE(PathExists(scene.StagingDirectory() / L"installer.exe"));
 }
 
 TEST(WorkerCancellation, RaisesWhenTheStagingDirectoryCannotBeRemoved) {
-    WorkerWorld world;
+    WorkerScene scene;
     UniqueHandle held;
-    world.onReady = [&] {
-        const std::filesystem::path copy = world.StagingDirectory() / L"installer.exe";
+    scene.onReady = [&] {
+        const std::filesystem::path copy = scene.StagingDirectory() / L"installer.exe";
         held = HoldFile(copy);
     };
-    EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesFileSystemError("remove_all"));
-    EXPECT_EQ(world.records.back(), kCancelled);
+    EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesFileSystemError("remove_all"));
+    EXPECT_EQ(scene.status.records.back(), kCancelled);
 }
 
 TEST(WorkerCancellation, RemovesWhateverTheStagingDirectoryHolds) {
-    WorkerWorld world;
-    world.onReady = [&] {
-        WriteFileContent(world.StagingDirectory() / L"backup" / L"data" / L"\u6DF1 x.bin", "x");
-        SetFileAttributesW((world.StagingDirectory() / L"installer.exe").c_str(),
+    WorkerScene scene;
+    scene.onReady = [&] {
+        WriteFileContent(scene.StagingDirectory() / L"backup" / L"data" / L"\u6DF1 x.bin", "x");
+        SetFileAttributesW((scene.StagingDirectory() / L"installer.exe").c_str(),
                            FILE_ATTRIBUTE_READONLY);
     };
-    EXPECT_EQ(RunWorker(world.arguments), 2);
-    EXPECT_FALSE(PathExists(world.StagingDirectory()));
+    EXPECT_EQ(RunWorker(scene.arguments), 2);
+    EXPECT_FALSE(PathExists(scene.StagingDirectory()));
 }
 
 TEST(WorkerCancellation, AcceptsThatTheStagingDirectoryIsGoneAlready) {
-    WorkerWorld world;
-    world.onReady = [&] { RemoveTree(world.StagingDirectory()); };
-    EXPECT_EQ(RunWorker(world.arguments), 2);
-    EXPECT_EQ(world.records.back(), kCancelled);
+    WorkerScene scene;
+    scene.onReady = [&] { RemoveTree(scene.StagingDirectory()); };
+    EXPECT_EQ(RunWorker(scene.arguments), 2);
+    EXPECT_EQ(scene.status.records.back(), kCancelled);
 }
 
 struct FailureAfterStaging {
     const char* name;
     const char* message;
-    void (*arrange)(WorkerWorld& world);
+    void (*arrange)(WorkerScene& scene);
 };
 
 const FailureAfterStaging kFailuresAfterStaging[] = {
     {"AnotherSize", "Protected installer size or SHA256 mismatch",
-     [](WorkerWorld& world) { world.arguments[kSizeOption] = L"1"; }},
+     [](WorkerScene& scene) { scene.arguments[kSizeOption] = L"1"; }},
     {"AnotherDigest", "Protected installer size or SHA256 mismatch",
-     [](WorkerWorld& world) { world.arguments[kSha256Option] = std::wstring(64, L'0'); }},
+     [](WorkerScene& scene) { scene.arguments[kSha256Option] = std::wstring(64, L'0'); }},
     {"NoRecord", "Cannot write update status",
-     [](WorkerWorld& world) { world.installed.faults.unwritableStates = {"authorized"}; }},
+     [](WorkerScene& scene) { scene.faults.unwritableStates = {"authorized"}; }},
 };
 
 struct WorkerFailingAfterStaging : testing::TestWithParam<FailureAfterStaging> {};
 
 TEST_P(WorkerFailingAfterStaging, LeavesTheCopyAndIsNeverReady) {
-    WorkerWorld world;
-    GetParam().arrange(world);
-    EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesError(GetParam().message));
-    EXPECT_TRUE(PathExists(world.StagingDirectory() / L"installer.exe"));
-    EXPECT_FALSE(IsSet(world.ready));
-    EXPECT_TRUE(world.records.empty());
+    WorkerScene scene;
+    GetParam().arrange(scene);
+    EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(GetParam().message));
+    EXPECT_TRUE(PathExists(scene.StagingDirectory() / L"installer.exe"));
+    EXPECT_FALSE(IsSet(scene.ready));
+    EXPECT_TRUE(scene.status.records.empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(For, WorkerFailingAfterStaging, testing::ValuesIn(kFailuresAfterStaging),
                          [](const auto& test) { return test.param.name; });
 
 TEST(WorkerStaging, LeavesTheEmptyDirectoryWhenTheSetupProgramCannotBeCopied) {
-    WorkerWorld world;
-    world.arguments[kInstallerOption] = world.installed.directory.path / L"missing.exe";
-    EXPECT_THAT([&] { RunWorker(world.arguments); }, RaisesFileSystemError("copy_file"));
-    EXPECT_TRUE(ReadTreeContent(world.StagingDirectory()).empty());
-    EXPECT_FALSE(IsSet(world.ready));
+    WorkerScene scene;
+    scene.arguments[kInstallerOption] = scene.directory.path / L"missing.exe";
+    EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesFileSystemError("copy_file"));
+    EXPECT_TRUE(ReadTreeContent(scene.StagingDirectory()).empty());
+    EXPECT_FALSE(IsSet(scene.ready));
 }
 
 TEST(WorkerStaging, AcceptsASizeWithLettersBehindIt) {
-    WorkerWorld world;
-    world.arguments[kSizeOption] += L"bytes";
-    EXPECT_EQ(RunWorker(world.arguments), 0);
+    WorkerScene scene;
+    scene.arguments[kSizeOption] += L"bytes";
+    EXPECT_EQ(RunWorker(scene.arguments), 0);
 }
 
 }  // namespace

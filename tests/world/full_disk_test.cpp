@@ -80,7 +80,7 @@ Copies CountCopies() {
             disk.targets, [&](const auto& target) { return Within(target, directory); }));
     };
     const int backedUp = count(run.Backup());
-    return {count(run.world.StagingDirectory()) - backedUp, backedUp, count(run.program)};
+    return {count(run.scene.StagingDirectory()) - backedUp, backedUp, count(run.program)};
 }
 
 struct UpdateOnAFullDisk : testing::TestWithParam<Remains> {

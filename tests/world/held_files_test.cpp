@@ -153,12 +153,12 @@ TEST_F(FileHeldDuringTheRollback, StopsItWhenThatFileIsTheCopyInTheBackup) {
 
 TEST(SetupProgramHeld, WhileItIsStagedEndsTheUpdate) {
     WorkerRun run;
-    const FileHolder holder(run.world.installer);
+    const FileHolder holder(run.scene.installer);
     holder.Hold();
     run.Run();
     holder.Release();
-    run.ExpectFailure(FileSystemMessage("copy_file", ERROR_SHARING_VIOLATION, run.world.installer,
-                                        run.world.StagingDirectory() / L"installer.exe"));
+    run.ExpectFailure(FileSystemMessage("copy_file", ERROR_SHARING_VIOLATION, run.scene.installer,
+                                        run.scene.StagingDirectory() / L"installer.exe"));
     EXPECT_FALSE(run.SetupWasStarted());
 }
 
@@ -166,7 +166,7 @@ TEST(SetupProgramHeld, WhenItIsStartedLetsThePreviousProgramBeRestored) {
     WorkerRun run;
     std::optional<FileHolder> holder;
     run.plan[Moment::BeforeBackup] = [&] {
-        holder.emplace(run.world.StagingDirectory() / L"installer.exe");
+        holder.emplace(run.scene.StagingDirectory() / L"installer.exe");
     };
     run.plan[Moment::BeforeSetup] = [&] { holder->Hold(); };
     run.Run();

@@ -57,7 +57,7 @@ struct ReadOnlyFilesTest : testing::TestWithParam<ReadOnlyFilesCase> {
             MakeAllReadOnly(run.program);
         }
         if (GetParam().inNewVersion) {
-            MakeAllReadOnly(run.world.installed.package);
+            MakeAllReadOnly(run.scene.package);
         }
         MakeReadOnly(run.program / L"account.db");
         before = ReadOnlyFiles(run.program);
@@ -100,18 +100,18 @@ INSTANTIATE_TEST_SUITE_P(In, ReadOnlyFilesTest,
 
 TEST(ReadOnlyDownload, IsInstalled) {
     WorkerRun run;
-    MakeReadOnly(run.world.installer);
+    MakeReadOnly(run.scene.installer);
     run.Run();
     run.ExpectSuccess();
 }
 
 TEST(ReadOnlyDownload, LeavesNoStagingDirectoryAfterACancelledUpdate) {
     WorkerRun run;
-    MakeReadOnly(run.world.installer);
-    run.world.LetBrokerNeverCommit();
+    MakeReadOnly(run.scene.installer);
+    run.scene.LetBrokerNeverCommit();
     run.Run();
     run.ExpectEnd(2, {"cancelled", "Application remained open; installation cancelled", 0});
-    EXPECT_FALSE(PathExists(run.world.StagingDirectory()));
+    EXPECT_FALSE(PathExists(run.scene.StagingDirectory()));
     EXPECT_EQ(FindDifferences(run.before, run.InstalledTree()), std::vector<std::string>());
 }
 

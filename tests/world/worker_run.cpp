@@ -78,16 +78,16 @@ void WorkerRun::AddToProgram(const std::filesystem::path& file, std::string_view
 }
 
 void WorkerRun::AddToInventory(const std::filesystem::path& file, const std::string& digest) const {
-    const std::filesystem::path inventory = world.installed.package / L"program-files.tsv";
+    const std::filesystem::path inventory = scene.package / L"program-files.tsv";
     WriteFileContent(inventory,
                      ReadFileContent(inventory) + WideToUtf8(file.native()) + '\t' + digest + '\n');
 }
 
 void WorkerRun::AddToPackage(const std::filesystem::path& file, std::string_view content) {
-    const std::filesystem::path source = world.installed.package / file;
+    const std::filesystem::path source = scene.package / file;
     WriteFileContent(source, content);
     AddToInventory(file, FileSha256Hex(source));
-    std::vector<std::string>& steps = world.installed.setupSteps;
+    std::vector<std::string>& steps = scene.setupSteps;
     steps.insert(steps.end() - 1,
                  "copy\t" + WideToUtf8(source.native()) + '\t' + WideToUtf8(file.native()));
 }
@@ -99,7 +99,7 @@ void WorkerRun::AddToBothVersions(const std::filesystem::path& file,
 }
 
 void WorkerRun::LetSetupFail() {
-    world.installed.setupSteps.back() = "exit\t1";
+    scene.setupSteps.back() = "exit\t1";
 }
 
 void WorkerRun::Reach(Moment moment) {
@@ -110,22 +110,21 @@ void WorkerRun::Reach(Moment moment) {
 }
 
 BOOL WorkerRun::OnFirstProcess(HANDLE snapshot, LPPROCESSENTRY32W entry) {
-    if (world.installed.processLists + 1 == kProcessListOfRollback) {
+    if (scene.processLists + 1 == kProcessListOfRollback) {
         Reach(Moment::BeforeRollback);
     }
-    return world.installed.OnFirstProcess(snapshot, entry);
+    return scene.OnFirstProcess(snapshot, entry);
 }
 
 void WorkerRun::Run() {
-    InstallationWorld& installed = world.installed;
-    installed.onVersionRead = [this, &installed](int number) {
+    scene.onVersionRead = [this](int number) {
         if (number == 1) {
             Reach(Moment::BeforeBackup);
-        } else if (installed.processLists < kProcessListOfRollback) {
+        } else if (scene.processLists < kProcessListOfRollback) {
             Reach(Moment::BeforeVerification);
         }
     };
-    installed.onSetupStart = [this] {
+    scene.onSetupStart = [this] {
         // Programs that a test starts in the middle of the run come by here as well.
         if (SetupWasStarted()) {
             Reach(Moment::BeforeSetup);
@@ -133,7 +132,7 @@ void WorkerRun::Run() {
     };
     doubles::Process32FirstW.Set(std::bind_front(&WorkerRun::OnFirstProcess, this));
     before = InstalledTree();
-    UpdaterArguments options = world.arguments;
+    UpdaterArguments options = scene.arguments;
     options.erase(kWorkerFlag);
     const ScopedCommandLine commandLine(L"updater.exe " + CommandLineOf(kWorkerFlag, options));
     exitCode = RunUpdater();
@@ -142,11 +141,11 @@ void WorkerRun::Run() {
 
 void WorkerRun::ExpectEnd(int expectedExitCode, const StatusRecord& expected) const {
     EXPECT_EQ(exitCode, expectedExitCode);
-    EXPECT_EQ(ReadStatusRecord(world.jobDirectory), expected);
+    EXPECT_EQ(ReadStatusRecord(scene.jobDirectory), expected);
 }
 
 bool WorkerRun::SetupWasStarted() const {
-    return std::ranges::any_of(world.installed.processes.starts, [](const ProcessStart& start) {
+    return std::ranges::any_of(scene.processes.starts, [](const ProcessStart& start) {
         return std::filesystem::path(start.application).filename() == L"installer.exe";
     });
 }
@@ -158,7 +157,7 @@ TreeContent WorkerRun::InstalledTree() const {
 
 TreeContent WorkerRun::UpdatedTree() const {
     TreeContent tree = before;
-    for (const auto& [path, content] : ReadTreeContent(world.installed.package)) {
+    for (const auto& [path, content] : ReadTreeContent(scene.package)) {
         tree[path] = content;
     }
     return tree;

@@ -8,12 +8,12 @@
 #include <string_view>
 
 #include "fixtures/doubles/windows_doubles.h"
+#include "fixtures/scenes/worker_scene.h"
 #include "fixtures/tree_content.h"
-#include "worker/worker_world.h"
 
 namespace updater {
 
-/// The points of a run at which a test lets something happen in the world around it.
+/// The points of a run at which a test lets something happen around it.
 enum class Moment { BeforeBackup, BeforeSetup, BeforeVerification, BeforeRollback };
 
 /// Returns the message with which the filesystem library's operation of this name fails.
@@ -22,7 +22,7 @@ std::string FileSystemMessage(const char* operation, unsigned long error,
                               const std::filesystem::path& secondPath = {});
 
 /// A whole run of the worker's process, from its command line to its exit code, and what the run
-/// must leave behind. Besides what its world has, the installation directory holds files of the
+/// must leave behind. Besides what its scene has, the installation directory holds files of the
 /// user's in several places.
 struct WorkerRun {
     WorkerRun();
@@ -58,7 +58,7 @@ struct WorkerRun {
     [[nodiscard]] bool SetupWasStarted() const;
 
     [[nodiscard]] std::filesystem::path Backup() const {
-        return world.StagingDirectory() / L"backup";
+        return scene.StagingDirectory() / L"backup";
     }
     [[nodiscard]] TreeContent UpdatedTree() const;
     void AddToInventory(const std::filesystem::path& file, const std::string& digest) const;
@@ -67,8 +67,8 @@ struct WorkerRun {
     void Reach(Moment moment);
     BOOL OnFirstProcess(HANDLE snapshot, LPPROCESSENTRY32W entry);
 
-    WorkerWorld world;
-    std::filesystem::path program = world.installDirectory;
+    WorkerScene scene;
+    std::filesystem::path program = scene.installDirectory;
     /// What happens when; each once.
     std::map<Moment, std::function<void()>> plan;
     /// The installation directory as it was when the run began.

@@ -7,7 +7,7 @@
 #include "faults/outcome.h"
 #include "faults/sweep.h"
 #include "fixtures/directory_link.h"
-#include "fixtures/temporary_directory.h"
+#include "fixtures/scenes/update_places.h"
 #include "fixtures/tree_content.h"
 #include "fixtures/uninstall_entry.h"
 
@@ -33,8 +33,8 @@ struct WorkerCase {
 /// A small installation of version 1 with a user's files, registered as "1.0", and the download of
 /// version 2. The application, the broker and the setup program are simulated; files, registry and
 /// all other objects are real.
-struct WorkerScene {
-    WorkerScene();
+struct SweptWorker : UpdatePlaces {
+    SweptWorker();
 
     /// Runs the worker in the scene as it is at first.
     Outcome Run(const WorkerCase& met, const Watcher& watch);
@@ -49,12 +49,7 @@ struct WorkerScene {
     [[nodiscard]] Outcome Look() const;
     [[nodiscard]] std::filesystem::path StagingDirectory() const;
 
-    TemporaryDirectory directory;
-    std::filesystem::path installDirectory = directory.path / L"\u7A0B\u5E8F app";
-    std::filesystem::path jobDirectory = directory.path / L"\u4EFB\u52A1 job";
     std::filesystem::path dataFolder = directory.path / L"machine data";
-    std::filesystem::path installer = directory.path / L"\u4E0B\u8F7D setup 2.exe";
-    std::wstring installerDigest;
     ScopedUninstallEntry uninstallEntry;
     std::optional<DirectoryLink> link;
     TreeContent previousProgram;

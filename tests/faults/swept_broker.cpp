@@ -1,4 +1,4 @@
-#include "faults/broker_scene.h"
+#include "faults/swept_broker.h"
 
 #include <functional>
 #include <string_view>
@@ -27,7 +27,7 @@ std::string YesOrNo(bool fact) {
     return fact ? "yes" : "no";
 }
 
-std::wstring CommandLine(const BrokerScene& scene) {
+std::wstring CommandLine(const SweptBroker& scene) {
     return CommandLineOf(kBrokerFlag, {{kInstallDirOption, scene.installDirectory},
                                        {kJobDirOption, scene.jobDirectory},
                                        {kParentPidOption, std::to_wstring(kApplication)}});
@@ -35,7 +35,7 @@ std::wstring CommandLine(const BrokerScene& scene) {
 
 // Everything that stands between the broker and the real system, for one run.
 struct BrokerRun : SimulatedUpdater {
-    BrokerRun(const BrokerScene& laidScene, const BrokerCase& metCase);
+    BrokerRun(const SweptBroker& laidScene, const BrokerCase& metCase);
 
     HANDLE OnCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL signalled, LPCWSTR name);
     BOOL OnShellExecute(SHELLEXECUTEINFOW* info);
@@ -44,7 +44,7 @@ struct BrokerRun : SimulatedUpdater {
     void EndWorker(const char* state, DWORD exitCode);
     BOOL OnCreateProcess(LPCWSTR program, LPPROCESS_INFORMATION started);
 
-    const BrokerScene& scene;
+    const SweptBroker& scene;
     const BrokerCase& met;
     bool committed = false;
     ULONGLONG slept = 0;
@@ -72,7 +72,7 @@ struct BrokerRun : SimulatedUpdater {
                                                         }};
 };
 
-BrokerRun::BrokerRun(const BrokerScene& laidScene, const BrokerCase& metCase)
+BrokerRun::BrokerRun(const SweptBroker& laidScene, const BrokerCase& metCase)
     : SimulatedUpdater(CommandLine(laidScene), Rights::Limited, laidScene.installDirectory),
       scene(laidScene),
       met(metCase) {}
@@ -145,13 +145,13 @@ BOOL BrokerRun::OnCreateProcess(LPCWSTR program, LPPROCESS_INFORMATION started) 
 
 }  // namespace
 
-void BrokerScene::Cancel() {
+void SweptBroker::Cancel() {
     CreateDirectories(jobDirectory);
     CreateDirectories(directory.path / L"elsewhere");
     cancelMarker.emplace(jobDirectory / L"cancel", directory.path / L"elsewhere");
 }
 
-Outcome BrokerScene::Run(const BrokerCase& met, const Watcher& watch) const {
+Outcome SweptBroker::Run(const BrokerCase& met, const Watcher& watch) const {
     CreateDirectories(jobDirectory);
     for (const wchar_t* file : {kStatusFile, L"status.tmp"}) {
         DeleteFileW((jobDirectory / file).c_str());

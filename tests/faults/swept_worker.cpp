@@ -1,4 +1,4 @@
-#include "faults/worker_scene.h"
+#include "faults/swept_worker.h"
 
 #include <algorithm>
 #include <functional>
@@ -8,9 +8,10 @@
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/named_event.h"
+#include "fixtures/scenes/program_version.h"
+#include "fixtures/scenes/staging_watch.h"
 #include "fixtures/updater_command_line.h"
 #include "support/directory_listing.h"
-#include "support/file_digest.h"
 #include "support/file_system.h"
 #include "support/handshake.h"
 #include "support/process_utilities.h"
@@ -23,10 +24,10 @@ namespace {
 
 constexpr DWORD kSetup = 3000;
 
-std::string SceneProgram(int majorVersion) {
+std::filesystem::path SceneProgram(int majorVersion) {
     const std::filesystem::path testProgram = GetProcessImagePath(GetCurrentProcess());
     const std::wstring name = L"fault-scene-program-" + std::to_wstring(majorVersion) + L".exe";
-    return ReadFileContent(testProgram.parent_path() / name);
+    return testProgram.parent_path() / name;
 }
 
 void WriteTree(const TreeContent& tree, const std::filesystem::path& directory) {
@@ -42,21 +43,12 @@ void WriteTree(const TreeContent& tree, const std::filesystem::path& directory) 
 
 // A version's files with their inventory.
 TreeContent MakeProgram(int majorVersion, const std::filesystem::path& workshop) {
-    const std::string version = std::to_string(majorVersion);
-    TreeContent program = {{L"corvellan.exe", SceneProgram(majorVersion)},
-                           {L"data\\app.so", "library " + version},
-                           {L"data\\\u8D44\u6E90 1\\ui.bin", "resources " + version}};
+    LayDownVersion(workshop, majorVersion, SceneProgram(majorVersion));
     if (majorVersion > 1) {
-        program[L"added.dll"] = "only in version 2";
+        WriteFileContent(workshop / L"added.dll", "only in version 2");
+        AddToInventory(workshop, L"added.dll");
     }
-    WriteTree(program, workshop);
-    std::string inventory;
-    for (const auto& file : program) {
-        inventory += WideToUtf8(file.first) + '\t' + FileSha256Hex(workshop / file.first) + '\n';
-    }
-    program[L"program-files.tsv"] = inventory;
-    program[L"data\\"] = {};
-    program[L"data\\\u8D44\u6E90 1\\"] = {};
+    TreeContent program = ReadTreeContent(workshop);
     RemoveTree(workshop);
     return program;
 }
@@ -68,13 +60,13 @@ std::string RegisteredText() {
 
 // Everything that stands between the worker and the real system, for one run.
 struct WorkerRun : SimulatedUpdater {
-    WorkerRun(WorkerScene& laidScene, const WorkerCase& metCase, const std::wstring& eventBaseName);
+    WorkerRun(SweptWorker& laidScene, const WorkerCase& metCase, const std::wstring& eventBaseName);
 
     void OnReady();
     BOOL StartSetup(LPCWSTR program, LPCWSTR staging, LPPROCESS_INFORMATION started);
     HRESULT OnKnownFolderPath(PWSTR* path) const;
 
-    WorkerScene& scene;
+    SweptWorker& scene;
     const WorkerCase& met;
     bool brokerKnows = false;
     UniqueHandle ready;
@@ -95,7 +87,7 @@ struct WorkerRun : SimulatedUpdater {
                LPPROCESS_INFORMATION started) { return StartSetup(program, staging, started); }};
 };
 
-WorkerRun::WorkerRun(WorkerScene& laidScene, const WorkerCase& metCase,
+WorkerRun::WorkerRun(SweptWorker& laidScene, const WorkerCase& metCase,
                      const std::wstring& eventBaseName)
     : SimulatedUpdater(laidScene.CommandLine(kApplication, eventBaseName), Rights::Elevated,
                        laidScene.installDirectory),
@@ -130,15 +122,12 @@ BOOL WorkerRun::StartSetup(LPCWSTR program, LPCWSTR staging, LPPROCESS_INFORMATI
 }
 
 HRESULT WorkerRun::OnKnownFolderPath(PWSTR* path) const {
-    const std::wstring folder = scene.dataFolder.native();
-    *path = static_cast<PWSTR>(CoTaskMemAlloc((folder.size() + 1) * sizeof(wchar_t)));
-    std::copy_n(folder.c_str(), folder.size() + 1, *path);
-    return S_OK;
+    return AnswerFolder(scene.dataFolder, path);
 }
 
 }  // namespace
 
-WorkerScene::WorkerScene()
+SweptWorker::SweptWorker()
     : previousProgram(MakeProgram(1, directory.path / L"workshop")),
       newProgram(MakeProgram(2, directory.path / L"workshop")),
       userFiles({{L"account.db", "the user's"},
@@ -146,10 +135,9 @@ WorkerScene::WorkerScene()
                  {L"logs\\", ""},
                  {L"logs\\corvellan.exe", "no program: a copy in the user's own directory"}}) {
     WriteFileContent(installer, "the setup program of version 2");
-    installerDigest = Utf8ToWide(FileSha256Hex(installer));
 }
 
-void WorkerScene::AddLink() {
+void SweptWorker::AddLink() {
     LayProgram();
     programIsLaid = true;
     CreateDirectories(directory.path / L"elsewhere");
@@ -157,7 +145,7 @@ void WorkerScene::AddLink() {
     userFiles[L"linked\\"] = {};
 }
 
-void WorkerScene::Lay() {
+void SweptWorker::Lay() {
     for (const std::filesystem::path& changed : {jobDirectory, dataFolder}) {
         RemoveTree(changed);
         CreateDirectories(changed);
@@ -168,7 +156,7 @@ void WorkerScene::Lay() {
     WriteUninstallValue(kDisplayVersion, RegistryText(L"1.0"));
 }
 
-void WorkerScene::LayProgram() const {
+void SweptWorker::LayProgram() const {
     RemoveTree(installDirectory);
     CreateDirectories(installDirectory);
     WriteTree(previousProgram, installDirectory);
@@ -176,7 +164,7 @@ void WorkerScene::LayProgram() const {
 }
 
 // Two of the installed files are protected, which is in the way of putting the previous ones back.
-void WorkerScene::Install() const {
+void SweptWorker::Install() const {
     WriteTree(newProgram, installDirectory);
     for (const wchar_t* file : {L"added.dll", L"data\\app.so"}) {
         SetFileAttributesW((installDirectory / file).c_str(), FILE_ATTRIBUTE_READONLY);
@@ -184,25 +172,20 @@ void WorkerScene::Install() const {
     WriteUninstallValue(kDisplayVersion, RegistryText(L"2.0"));
 }
 
-std::wstring WorkerScene::CommandLine(DWORD parentId, const std::wstring& eventBaseName) const {
-    return CommandLineOf(kWorkerFlag, {{kEventOption, eventBaseName},
-                                       {kInstallDirOption, installDirectory},
-                                       {kInstallerOption, installer},
-                                       {kJobDirOption, jobDirectory},
-                                       {kParentPidOption, std::to_wstring(parentId)},
-                                       {kSha256Option, installerDigest},
-                                       {kSizeOption, std::to_wstring(FileSize(installer))},
-                                       {kVersionOption, L"2.0.0.0"}});
+std::wstring SweptWorker::CommandLine(DWORD parentId, const std::wstring& eventBaseName) const {
+    UpdaterArguments options = OptionsOf(*this, parentId);
+    options[kEventOption] = eventBaseName;
+    return CommandLineOf(kWorkerFlag, options);
 }
 
-std::filesystem::path WorkerScene::StagingDirectory() const {
+std::filesystem::path SweptWorker::StagingDirectory() const {
     std::filesystem::path staging;
     VisitDirectory(dataFolder,
                    [&](const ListedEntry& entry) { staging = dataFolder / entry.relativePath; });
     return staging;
 }
 
-Outcome WorkerScene::Look() const {
+Outcome SweptWorker::Look() const {
     Outcome outcome;
     TreeContent user;
     TreeContent program;
@@ -227,7 +210,7 @@ Outcome WorkerScene::Look() const {
     return outcome;
 }
 
-Outcome WorkerScene::Run(const WorkerCase& met, const Watcher& watch) {
+Outcome SweptWorker::Run(const WorkerCase& met, const Watcher& watch) {
     Lay();
     std::string end;
     {

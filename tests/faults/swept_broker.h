@@ -1,11 +1,10 @@
 #pragma once
 
-#include <filesystem>
 #include <optional>
 
 #include "faults/sweep.h"
 #include "fixtures/directory_link.h"
-#include "fixtures/temporary_directory.h"
+#include "fixtures/scenes/update_places.h"
 
 namespace updater::faults {
 
@@ -30,7 +29,7 @@ struct BrokerCase {
 /// An application that wants to be updated, and a worker that reports "authorized" as soon as it is
 /// started, and fails with exit code 3 when the broker tells it to go on. Both are simulated, and
 /// so is the shell; files and all other objects are real.
-struct BrokerScene {
+struct SweptBroker : UpdatePlaces {
     /// Runs the broker in a job directory without a record.
     Outcome Run(const BrokerCase& met, const Watcher& watch) const;
 
@@ -38,9 +37,6 @@ struct BrokerScene {
     /// run would be slow.
     void Cancel();
 
-    TemporaryDirectory directory;
-    std::filesystem::path installDirectory = directory.path / L"\u7A0B\u5E8F app";
-    std::filesystem::path jobDirectory = directory.path / L"\u4EFB\u52A1 job";
     std::optional<DirectoryLink> cancelMarker;
 };
 
