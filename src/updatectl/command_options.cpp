@@ -19,9 +19,10 @@ CommandOptions ReadCommandOptions(std::span<const std::wstring> tokens,
             options.values[token].emplace_back();
         } else if (std::ranges::find(valued, token) == valued.end()) {
             throw UsageError(PrintableText(token) + " is not an option of this command");
-        } else if (++index == tokens.size() || tokens[index].empty()) {
+        } else if (index + 1 == tokens.size() || tokens[index + 1].empty()) {
             throw UsageError(PrintableText(token) + " needs a value");
         } else {
+            ++index;
             options.values[token].push_back(tokens[index]);
         }
     }
