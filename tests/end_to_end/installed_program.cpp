@@ -36,8 +36,11 @@ bool IsProgramFile(const std::filesystem::path& relativePath) {
 void RunSetup(const std::filesystem::path& setup, const std::filesystem::path& installDirectory) {
     ProgramStart start;
     start.program = setup;
+    CreateDirectories(installDirectory.parent_path());
+    // Without a log the programs that it runs write to this process's output.
     start.arguments = L"/VERYSILENT /SUPPRESSMSGBOXES /NORESTART /SP- /DIR=" +
-                      QuoteArgument(installDirectory.native());
+                      QuoteArgument(installDirectory.native()) + L" /LOG=" +
+                      QuoteArgument(installDirectory.native() + L".log");
     const StartedProgram started = StartProgram(start);
     const std::uint32_t exitCode = AwaitEnd(started.process.get(), "the setup program");
     if (exitCode != 0) {

@@ -8,7 +8,8 @@
 
 namespace updater {
 
-/// Runs a setup program silently. Raises `std::runtime_error` when it reports a failure.
+/// Runs a setup program silently, with its log beside the installation directory. Raises
+/// `std::runtime_error` when it reports a failure.
 void RunSetup(const std::filesystem::path& setup, const std::filesystem::path& installDirectory);
 
 /// Copies all files below a directory.
