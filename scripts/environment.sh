@@ -95,8 +95,8 @@ with_machine() {
   return "$status"
 }
 
-# The file names the machine's user, and is empty when it has none. The name of one that was killed
-# is still there: its programs may still run, so the machine starts anew.
+# The file names the machine's user, and is empty when it has none. The name of one that was killed, or
+# that left programs running, is still there: then the machine starts anew.
 run_alone() {
   local number=$1 user="$windows_directory/$1.user" status=0
   shift
@@ -106,8 +106,27 @@ run_alone() {
   fi
   echo "$$" >"$user"
   WINEPREFIX="$windows_directory/$number" CORVELLAN_MACHINE="$number" "$@" || status=$?
-  : >"$user"
+  if has_left_programs; then
+    end_programs_of "$windows_directory/$number"
+  else
+    : >"$user"
+  fi
   return "$status"
+}
+
+# Whoever reads what this script prints, as ctest does, would wait for the end of programs that were
+# left running: they have the same pipe.
+has_left_programs() {
+  local pipe process
+  pipe=$(readlink "/proc/$$/fd/1")
+  [[ $pipe == pipe:* ]] || return 1
+  for process in /proc/[0-9]*; do
+    if [[ $(readlink "$process/exe") == */wine* &&
+      " $(readlink "$process/fd/1" "$process/fd/2" | tr '\n' ' ') " == *" $pipe "* ]]; then
+      return 0
+    fi
+  done 2>/dev/null
+  return 1
 }
 
 require_windows_tools() {
