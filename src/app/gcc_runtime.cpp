@@ -64,12 +64,12 @@ void __glibcxx_assert_fail(const char* /*file*/, int /*line*/, const char* /*fun
 // strings and its new ones, for the facets that a program puts into a locale itself. No program
 // here makes a locale, so nobody calls these two, and the adapters, 48,000 bytes, stay out.
 
-// NOLINTNEXTLINE(readability-convert-member-functions-to-static): the library declares it so
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): declared non-static in <locale>
 const locale::facet* locale::facet::_M_cow_shim(const id* /*which*/) const {
     std::_Exit(updater::kExitUnreported);
 }
 
-// NOLINTNEXTLINE(readability-convert-member-functions-to-static): the library declares it so
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): declared non-static in <locale>
 const locale::facet* locale::facet::_M_sso_shim(const id* /*which*/) const {
     std::_Exit(updater::kExitUnreported);
 }
