@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "broker/default_access.h"
 #include "broker/worker_parameters.h"
 #include "support/application_identity.h"
 #include "support/exit_code.h"
@@ -165,6 +166,9 @@ int RunBroker(const UpdaterArguments& arguments) {
     EnsureNoOtherInstance(applicationPath, options.parentProcessId);
 
     const std::wstring eventBaseName = L"Local\\CorvellanUpdate-" + CreateJobIdentity();
+    // The prompt may be answered with another account's password. The worker then runs as an
+    // administrator whom the user's own default list does not let set an event.
+    static_cast<void>(GrantAdministratorsAccessByDefault());
     const HandshakeEvents events = CreateHandshakeEvents(eventBaseName);
     const WorkerLaunch worker =
         LaunchWorkerElevated(BuildWorkerParameters(arguments, eventBaseName));

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "support/extended_length_path.h"
 #include "support/file_system_error.h"
 #include "support/query_handle.h"
 #include "support/windows_api.h"
@@ -29,18 +30,6 @@ std::wstring TextFromWindows(FillBuffer fill) {
     }
 }
 
-// The final-path call answers in the form that switches the system's parsing of paths off, which
-// users and other programs do not expect: \\?\C:\x is C:\x, and \\?\UNC\server\x is \\server\x.
-std::wstring WithoutFinalPathPrefix(const std::wstring& path) {
-    constexpr std::wstring_view kSharePrefix = L"\\\\?\\UNC\\";
-    constexpr std::wstring_view kPrefix = L"\\\\?\\";
-    if (path.starts_with(kSharePrefix)) {
-        return L"\\\\" + path.substr(kSharePrefix.size());
-    }
-    const bool drive = path.size() > kPrefix.size() + 1 && path[kPrefix.size() + 1] == L':';
-    return path.starts_with(kPrefix) && drive ? path.substr(kPrefix.size()) : path;
-}
-
 struct FinalPathResult {
     std::wstring path;
     DWORD error;
@@ -54,7 +43,8 @@ FinalPathResult FinalPathOf(HANDLE handle) {
     if (name.empty()) {
         return {{}, GetLastError()};
     }
-    return {WithoutFinalPathPrefix(name), ERROR_SUCCESS};
+    // The answer is in a form that users and other programs do not expect.
+    return {OrdinaryPath(name).native(), ERROR_SUCCESS};
 }
 
 FinalPathResult FinalPath(const std::wstring& path) {

@@ -2,6 +2,7 @@
 
 #include <system_error>
 
+#include "support/extended_length_path.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
 
@@ -12,7 +13,7 @@ namespace {
 // The library fails on a path that is not valid UTF-16 when it composes the message; the system's
 // replacement characters keep such a path readable.
 std::filesystem::path PrintablePath(const std::filesystem::path& path) {
-    return Utf8ToWide(WideToUtf8(path.native()));
+    return Utf8ToWide(WideToUtf8(OrdinaryPath(path).native()));
 }
 
 }  // namespace

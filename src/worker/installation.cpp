@@ -11,10 +11,13 @@
 #include "support/application_identity.h"
 #include "support/argument_quoting.h"
 #include "support/exit_code.h"
+#include "support/extended_length_path.h"
 #include "support/process_utilities.h"
 #include "support/status_file.h"
 #include "support/text_conversion.h"
 #include "support/version_information.h"
+#include "support/volume_flush.h"
+#include "support/windows_api.h"
 #include "worker/staging.h"
 
 namespace updater {
@@ -39,12 +42,25 @@ PreviousProgram RecordPreviousProgram(const Installation& installation) {
     PreviousProgram previous;
     previous.version = ReadExecutableVersion(ApplicationPath(installation.installDirectory));
     previous.registeredVersion = ReadRegisteredVersion();
-    previous.backupDirectory = installation.stagingDirectory / kBackupDirectory;
+    // The copies' paths are longer than those of the installed files, which may be as long as the
+    // system allows.
+    previous.backupDirectory = ExtendedLengthPath(installation.stagingDirectory / kBackupDirectory);
     previous.backupRecord = BackupProgram(installation.installDirectory, previous.backupDirectory);
     return previous;
 }
 
+// Inno Setup unpacks its engine where these variables say, and starts it there. The directory that
+// they name otherwise is the user's own, where any program of the user could exchange it.
+void KeepTemporaryFilesIn(const std::filesystem::path& directory) {
+    for (const wchar_t* variable : {L"TMP", L"TEMP"}) {
+        if (SetEnvironmentVariableW(variable, directory.c_str()) == 0) {
+            throw std::runtime_error("Cannot redirect the setup program's temporary files");
+        }
+    }
+}
+
 void RunSetupProgram(const Installation& installation) {
+    KeepTemporaryFilesIn(installation.stagingDirectory);
     const std::filesystem::path log = installation.stagingDirectory / kSetupLog;
     const std::wstring arguments = std::wstring(kSilentSwitches) + L" /DIR=" +
                                    QuoteArgument(installation.installDirectory.native()) +
@@ -89,6 +105,9 @@ void RollBack(const Installation& installation, const PreviousProgram& previous,
 int InstallUpdate(const Installation& installation) {
     EnsureNoOtherInstance(ApplicationPath(installation.installDirectory), 0);
     const PreviousProgram previous = RecordPreviousProgram(installation);
+    // So that the backup outlasts a loss of power from here on. Some volumes cannot be flushed; the
+    // update is worth no less than without the attempt.
+    static_cast<void>(FlushVolumeOf(installation.stagingDirectory));
     try {
         InstallAndVerify(installation);
         return kExitSucceeded;

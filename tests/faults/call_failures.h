@@ -38,6 +38,7 @@ inline constexpr std::intptr_t kHresultFailure = static_cast<std::int32_t>(0x800
 /// here nor in `kWithoutFailure` does not compile. Several lines for one function are several
 /// faults of it.
 inline constexpr auto kCallFailures = std::to_array<CallFailure>({
+    {"AddAccessAllowedAce", kFalse, ERROR_ALLOTTED_SPACE_EXCEEDED},
     {"BCryptCloseAlgorithmProvider", kStatusUnsuccessful, 0, FailureKind::ClosedButReported},
     {"BCryptCreateHash", kStatusUnsuccessful, 0},
     {"BCryptDestroyHash", kStatusUnsuccessful, 0, FailureKind::ClosedButReported},
@@ -55,10 +56,13 @@ inline constexpr auto kCallFailures = std::to_array<CallFailure>({
     {"CreateMutexW", kFalse, ERROR_ACCESS_DENIED},
     {"CreateProcessW", kFalse, ERROR_ACCESS_DENIED},
     {"CreateToolhelp32Snapshot", kMinusOne, ERROR_NOT_ENOUGH_MEMORY},
+    {"CreateWellKnownSid", kFalse, ERROR_INVALID_PARAMETER},
     {"DeleteFileW", kFalse, ERROR_SHARING_VIOLATION},
     {"FindClose", kFalse, ERROR_INVALID_HANDLE, FailureKind::ClosedButReported},
     {"FindFirstFileExW", kMinusOne, ERROR_ACCESS_DENIED},
     {"FindNextFileW", kFalse, ERROR_CRC},
+    {"FlushFileBuffers", kFalse, ERROR_ACCESS_DENIED},
+    {"GetAce", kFalse, ERROR_INVALID_PARAMETER},
     {"GetExitCodeProcess", kFalse, ERROR_ACCESS_DENIED},
     {"GetFileAttributesExW", kFalse, ERROR_ACCESS_DENIED},
     {"GetFileAttributesW", kMinusOne, ERROR_ACCESS_DENIED},
@@ -69,6 +73,8 @@ inline constexpr auto kCallFailures = std::to_array<CallFailure>({
     {"GetFullPathNameW", kFalse, ERROR_NOT_ENOUGH_MEMORY},
     {"GetTickCount64", 0, 0, FailureKind::ClockJumps},
     {"GetTokenInformation", kFalse, ERROR_ACCESS_DENIED},
+    {"GetVolumeNameForVolumeMountPointW", kFalse, ERROR_ACCESS_DENIED},
+    {"GetVolumePathNameW", kFalse, ERROR_ACCESS_DENIED},
     {"LocalFree", kMinusOne, ERROR_INVALID_HANDLE, FailureKind::ClosedButReported},
     {"MessageBoxW", kFalse, ERROR_NOT_ENOUGH_MEMORY},
     {"MoveFileExW", kFalse, ERROR_SHARING_VIOLATION},
@@ -86,8 +92,10 @@ inline constexpr auto kCallFailures = std::to_array<CallFailure>({
     {"RegSetValueExW", ERROR_ACCESS_DENIED, 0},
     {"RemoveDirectoryW", kFalse, ERROR_SHARING_VIOLATION},
     {"SHGetKnownFolderPath", kHresultFailure, 0},
+    {"SetEnvironmentVariableW", kFalse, ERROR_NOT_ENOUGH_MEMORY},
     {"SetEvent", kFalse, ERROR_ACCESS_DENIED},
     {"SetFileAttributesW", kFalse, ERROR_ACCESS_DENIED},
+    {"SetTokenInformation", kFalse, ERROR_ACCESS_DENIED},
     {"ShellExecuteExW", kFalse, ERROR_CANCELLED},
     {"ShellExecuteExW", kFalse, ERROR_ACCESS_DENIED},
     {"ShellExecuteExW", TRUE, 0, FailureKind::WithoutProcess},
@@ -102,10 +110,12 @@ inline constexpr auto kCallFailures = std::to_array<CallFailure>({
 /// Functions that report no failure.
 inline constexpr auto kWithoutFailure = std::to_array<std::string_view>({
     "CoTaskMemFree",      // returns nothing
+    "EqualSid",           // compares in memory
     "GetCommandLineW",    // a pointer that the process always has
     "GetCurrentProcess",  // a constant
     "GetLastError",       // the error of another call
     "_wcsicmp",           // compares in memory
+    "wcsrchr",            // looks in memory
 });
 
 constexpr bool CanFail(std::string_view function) {

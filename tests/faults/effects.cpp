@@ -96,6 +96,20 @@ constexpr auto kGeneralRules = std::to_array<Rule>({
     {"FindNextFileW", "AddDataAssets", L"",
      RaisesFileSystem("recursive_directory_iterator::operator++")},
 
+    // The update goes on without what the step would have been good for.
+    {"OpenProcessToken", "GrantAdministratorsAccessByDefault", L"", kNothing},
+    {"GetTokenInformation", "GrantAdministratorsAccessByDefault", L"", kNothing},
+    {"CreateWellKnownSid", "", L"", kNothing},
+    {"GetAce", "", L"", kNothing},
+    {"AddAccessAllowedAce", "", L"", kNothing},
+    {"SetTokenInformation", "", L"", kNothing},
+    {"GetVolumePathNameW", "", L"", kNothing},
+    {"GetVolumeNameForVolumeMountPointW", "", L"", kNothing},
+    {"CreateFileW", "FlushVolumeOf", L"", kNothing},
+    {"FlushFileBuffers", "", L"", kNothing},
+    {"SetEnvironmentVariableW", "", L"",
+     Raises("Cannot redirect the setup program's temporary files")},
+
     {"OpenProcessToken", "", L"", Raises("Cannot inspect process token")},
     {"GetTokenInformation", "", L"", Raises("Cannot inspect elevation")},
     {"CoCreateGuid", "", L"", Raises("Cannot create update job identity")},

@@ -8,6 +8,7 @@
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/processes/simulated_time.h"
 #include "fixtures/scenes/simulated_rights.h"
+#include "fixtures/scoped_variable.h"
 
 namespace updater::faults {
 
@@ -22,6 +23,9 @@ struct SimulatedUpdater {
                      const std::filesystem::path& installDirectory);
 
     ScopedCommandLine commandLine;
+    /// The worker changes them for its setup program.
+    ScopedVariable tmp{L"TMP"};
+    ScopedVariable temp{L"TEMP"};
     SimulatedTime time;
     SimulatedProcesses processes;
     SimulatedRights rights;

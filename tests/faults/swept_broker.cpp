@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "faults/simulated_updater.h"
+#include "fixtures/default_access_list.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/updater_command_line.h"
 #include "support/file_system.h"
@@ -46,6 +47,8 @@ struct BrokerRun : SimulatedUpdater {
 
     const SweptBroker& scene;
     const BrokerCase& met;
+    /// The broker extends it, each time anew.
+    ScopedDefaultAccessList accessList{kUsersAccessList};
     bool committed = false;
     ULONGLONG slept = 0;
     std::string errorBox = "none";

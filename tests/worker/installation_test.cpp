@@ -39,8 +39,8 @@ TEST(Installation, TakesItsStepsInTheirOrder) {
     InstallUpdate(scene.installation);
     EXPECT_EQ(scene.actions,
               (std::vector<std::string>{"list processes", "read version", "read registered version",
-                                        "back up", "write installing", "start setup",
-                                        "read version", "write succeeded"}));
+                                        "back up", "flush the volume", "write installing",
+                                        "start setup", "read version", "write succeeded"}));
 }
 
 TEST(Installation, LeavesSetupProgramBackupAndLogInTheStagingDirectory) {

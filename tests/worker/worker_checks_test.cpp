@@ -246,6 +246,7 @@ TEST(WorkerSteps, OfASuccessfulInstallationFollowEachOther) {
                                                        "read version",
                                                        "read registered version",
                                                        "back up",
+                                                       "flush the volume",
                                                        "write installing",
                                                        "start setup",
                                                        "read version",
