@@ -8,6 +8,7 @@
 #include "session_log.h"
 #include "text.h"
 #include "update_job.h"
+#include "update_notice.h"
 #include "update_status.h"
 #include "window.h"
 
@@ -30,7 +31,16 @@ std::wstring DescribeLastUpdate(const corvellan::Application& application) {
 }
 
 void RunApplication() {
+    const std::wstring commandLine = GetCommandLineW();
+    if (const std::wstring installed = corvellan::NoticeSubject(commandLine); !installed.empty()) {
+        corvellan::ShowUpdateNotice(installed);
+        return;
+    }
     const corvellan::Application application = corvellan::DescribeApplication();
+    if (corvellan::IsUpdateBeingInstalled() && !corvellan::IsStartedAnyway(commandLine)) {
+        corvellan::StartUpdateNotice(application);
+        return;
+    }
     const std::wstring outcome = DescribeLastUpdate(application);
     corvellan::AppendSession(application, outcome);
     corvellan::ShowMainWindow(

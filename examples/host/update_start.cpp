@@ -74,7 +74,10 @@ UniqueHandle StartUpdater(const Application& application, const UpdateOffer& off
                                 "Cannot start the updater");
     }
     const UniqueHandle thread(started.hThread);
-    return UniqueHandle(started.hProcess);
+    UniqueHandle process(started.hProcess);
+    // Otherwise the prompt may only flash in the taskbar.
+    AllowSetForegroundWindow(started.dwProcessId);
+    return process;
 }
 
 }  // namespace corvellan

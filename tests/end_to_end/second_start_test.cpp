@@ -1,0 +1,82 @@
+// The user starts the application again while it is being updated.
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "controls.h"
+#include "elevation/program_start.h"
+#include "end_to_end/running_processes.h"
+#include "end_to_end/setup_gate.h"
+#include "end_to_end/update_expectations.h"
+#include "end_to_end/waiting.h"
+#include "end_to_end/window_text.h"
+
+namespace updater {
+namespace {
+
+// The copy of the application that tells the user.
+std::filesystem::path NoticeProgram() {
+    return std::filesystem::path(EnvironmentVariable(L"LOCALAPPDATA")) / L"Corvellan" /
+           L"update-notice.exe";
+}
+
+struct Notice {
+    UniqueHandle process;
+    HWND window = nullptr;
+};
+
+Notice AwaitNotice() {
+    Notice notice;
+    AwaitCondition("the notice", [&notice] {
+        for (const RunningProcess& running : ListProcessesOf(NoticeProgram())) {
+            const std::vector<HWND> windows = ListWindows(running.id);
+            if (!windows.empty()) {
+                notice = {OpenRunningProcess(running.id), windows.front()};
+            }
+        }
+        return notice.window != nullptr;
+    });
+    return notice;
+}
+
+// Starts the application as a user does; it ends by itself.
+void StartAgain(const std::filesystem::path& installDirectory) {
+    const StartedProgram second = StartProgram(
+        {.program = installDirectory / L"corvellan.exe", .token = StartToken::Limited});
+    EXPECT_EQ(AwaitEnd(second.process.get(), "the second instance's end"), 0U);
+}
+
+struct SecondStart : UpdateTest {};
+
+TEST_F(SecondStart, SaysThatTheApplicationIsBeingUpdatedAndKeepsOutOfTheWay) {
+    OfferSetup(L"v2-adding", L"2.0.0.0");
+    const SetupGate gate(*this);
+    CarryOutUpdate();
+    Await("the setup program at its gate", [&] { return gate.IsReached(); });
+
+    StartAgain(job.installDirectory);
+    const Notice notice = AwaitNotice();
+    EXPECT_EQ(WindowText(notice.window), L"Corvellan is being updated");
+    // A third click finds the notice there already.
+    StartAgain(job.installDirectory);
+    EXPECT_EQ(ListProcessesOf(NoticeProgram()).size(), 1U);
+
+    gate.Open();
+    ExpectQuietEnd(*this, RecordText("succeeded", "Installed version 2.0.0.0", 0), 0);
+    EXPECT_EQ(AwaitEnd(notice.process.get(), "the notice's end"), 0U);
+    ExpectRestart(job.installDirectory, "2.0.0.0");
+}
+
+TEST_F(SecondStart, GoesOnAtTheUsersWordWhenSomethingElseHoldsTheMutex) {
+    UniqueHandle mutex = OwnHandle(CreateMutexW(nullptr, TRUE, L"Global\\CorvellanUpdateInstall"));
+    StartAgain(job.installDirectory);
+    const Notice notice = AwaitNotice();
+    PostMessageW(notice.window, WM_COMMAND, ID_START_ANYWAY, 0);
+    const Application resumed = AwaitApplication(job.installDirectory);
+    EXPECT_EQ(AwaitEnd(notice.process.get(), "the notice's end"), 0U);
+    CloseApplication(resumed);
+}
+
+}  // namespace
+}  // namespace updater
