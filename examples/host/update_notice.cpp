@@ -21,7 +21,7 @@ constexpr std::wstring_view kStartAnywayOption = L" --start-anyway";
 constexpr UINT_PTR kLookTimer = 1;
 constexpr UINT kLookInterval = 500;
 
-void StartProgram(const std::filesystem::path& executable, std::wstring arguments) {
+void StartProgram(const std::filesystem::path& executable, const std::wstring& arguments) {
     std::wstring commandLine = L"\"" + executable.native() + L"\"" + arguments;
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);

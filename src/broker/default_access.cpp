@@ -42,16 +42,15 @@ Bytes AdministratorsGroup() {
     return group;
 }
 
-bool GivesFullAccess(const ACL& list, const Bytes& group) {
+bool GivesFullAccess(ACL& list, Bytes& group) {
     for (DWORD index = 0; index < list.AceCount; ++index) {
         void* found = nullptr;
-        if (GetAce(const_cast<ACL*>(&list), index, &found) == 0) {
+        if (GetAce(&list, index, &found) == 0) {
             continue;
         }
         auto* entry = static_cast<ACCESS_ALLOWED_ACE*>(found);
         if (entry->Header.AceType == ACCESS_ALLOWED_ACE_TYPE && entry->Header.AceFlags == 0 &&
-            entry->Mask == GENERIC_ALL &&
-            EqualSid(&entry->SidStart, const_cast<std::byte*>(group.data())) != 0) {
+            entry->Mask == GENERIC_ALL && EqualSid(&entry->SidStart, group.data()) != 0) {
             return true;
         }
     }
@@ -77,12 +76,12 @@ Bytes WithFullAccess(const ACL& list, Bytes& group) {
 
 bool GrantAdministratorsAccessByDefault() {
     const UniqueHandle token = OpenOwnToken();
-    const Bytes information = token ? ReadDefaultAccessList(token.get()) : Bytes();
+    Bytes information = token ? ReadDefaultAccessList(token.get()) : Bytes();
     Bytes administrators = AdministratorsGroup();
     if (information.size() < sizeof(TOKEN_DEFAULT_DACL) || administrators.empty()) {
         return false;
     }
-    const ACL* list = reinterpret_cast<const TOKEN_DEFAULT_DACL*>(information.data())->DefaultDacl;
+    ACL* const list = reinterpret_cast<TOKEN_DEFAULT_DACL*>(information.data())->DefaultDacl;
     // Without a list, objects are open to everybody as it is. A process started by one that has
     // extended its list has the extended one.
     if (list == nullptr || GivesFullAccess(*list, administrators)) {
