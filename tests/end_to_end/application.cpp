@@ -46,17 +46,27 @@ void AwaitWindow(const Application& application) {
     });
 }
 
-}  // namespace
-
-Application StartApplication(const std::filesystem::path& installDirectory, StartToken token) {
+Application StartWith(const std::wstring& arguments, const std::filesystem::path& installDirectory,
+                      StartToken token) {
     ProgramStart start;
     start.program = ApplicationPath(installDirectory);
+    start.arguments = arguments;
     start.workingDirectory = installDirectory;
     start.token = token;
     StartedProgram started = StartProgram(start);
     Application application{std::move(started.process), started.processId};
     AwaitWindow(application);
     return application;
+}
+
+}  // namespace
+
+Application StartApplication(const std::filesystem::path& installDirectory, StartToken token) {
+    return StartWith(L"", installDirectory, token);
+}
+
+Application StartApplicationAnyway(const std::filesystem::path& installDirectory) {
+    return StartWith(L"--start-anyway", installDirectory, StartToken::Limited);
 }
 
 Application AwaitApplication(const std::filesystem::path& installDirectory) {

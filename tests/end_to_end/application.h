@@ -22,6 +22,9 @@ struct Application {
 Application StartApplication(const std::filesystem::path& installDirectory,
                              StartToken token = StartToken::Limited);
 
+/// The same although an update is being installed, at the user's word.
+Application StartApplicationAnyway(const std::filesystem::path& installDirectory);
+
 /// Waits until somebody else has started the application of an installation directory and its
 /// window is open.
 Application AwaitApplication(const std::filesystem::path& installDirectory);

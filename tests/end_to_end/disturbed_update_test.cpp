@@ -38,7 +38,7 @@ struct DisturbedUpdate : UpdateTest {
 
 TEST_F(DisturbedUpdate, IsNotRolledBackUnderARunningApplication) {
     std::optional<Application> opened;
-    UpdateWith([&] { opened = StartApplication(job.installDirectory); });
+    UpdateWith([&] { opened = StartApplicationAnyway(job.installDirectory); });
 
     ExpectErrorBox(
         *this, RecordText("failed", "Another application instance is running; close it first", 1));

@@ -108,7 +108,7 @@ TEST_F(InterruptedUpdate, EndsWithAWorkerThatDiesWhileTheApplicationIsOpen) {
 
 TEST_F(InterruptedUpdate, StartsTheApplicationAgainWhenAnotherInstanceIsFoundOpen) {
     BeginUpdate();
-    const Application second = StartApplication(job.installDirectory);
+    const Application second = StartApplicationAnyway(job.installDirectory);
     CloseApplication(application);
 
     ExpectErrorBox(
@@ -125,9 +125,12 @@ TEST_F(InterruptedUpdate, KeepsASecondUpdateFromInstallingAtTheSameTime) {
     second.job.updater = PlaceUpdater(InWorkspace(L"第二个 更新程序"));
     CreateDirectories(second.job.jobDirectory);
     CopyTree(job.installDirectory, second.job.installDirectory);
+    second.application = StartApplication(second.job.installDirectory);
     BeginUpdate();
 
-    second.BeginUpdate();
+    second.StartBroker(UpdateOptions(second.job, second.application.id));
+    second.AwaitPrompt();
+    second.AnswerPrompt();
 
     ExpectQuietEnd(second, RecordText("failed", "Another update installation is running", 1), 1);
     EXPECT_FALSE(HasEnded(second.application.process.get()));

@@ -8,6 +8,7 @@
 #include <ostream>
 
 #include "fixtures/file_content.h"
+#include "support/extended_length_path.h"
 #include "world/worker_run.h"
 
 namespace updater {
@@ -30,11 +31,11 @@ struct FullDisk {
     FullDisk& operator=(const FullDisk&) = delete;
 
     BOOL OnCopyFile(LPCWSTR copied, LPCWSTR copy, BOOL failIfExists) {
-        targets.emplace_back(copy);
+        targets.push_back(OrdinaryPath(copy));
         if (static_cast<int>(targets.size()) < firstWithoutSpace) {
             return enoughSpace(copied, copy, failIfExists);
         }
-        source = copied;
+        source = OrdinaryPath(copied);
         DeleteFileW(copy);
         if (remains == Remains::FirstHalf) {
             const std::string content = ReadFileContent(copied);
