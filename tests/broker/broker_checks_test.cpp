@@ -99,6 +99,20 @@ TEST(BrokerChecks, RefuseAParentThatHasEnded) {
     EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesError(kWrongParent));
 }
 
+// Its process is there as long as somebody has it open, and Windows may tell its image or not.
+TEST(BrokerChecks, TakeAParentThatHasEndedForWhatItsImageSays) {
+    BrokerScene scene;
+    scene.LetWorkerEndWith(0);
+    scene.application.End();
+    EXPECT_EQ(RunBroker(scene.arguments), 0);
+    EXPECT_EQ(scene.status.records.back().state, kStateReady);
+
+    scene.faults.parentUnreadable = true;
+    EXPECT_THAT([&] { RunBroker(scene.arguments); },
+                RaisesError("Cannot inspect application process"));
+    EXPECT_EQ(scene.launches.size(), 1U);
+}
+
 TEST(BrokerChecks, RefuseAParentOfAnotherProgram) {
     BrokerScene scene;
     scene.arguments[kParentPidOption] = std::to_wstring(scene.worker.id);

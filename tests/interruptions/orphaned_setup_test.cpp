@@ -14,16 +14,11 @@
 #include "interruptions/aftermath.h"
 #include "interruptions/killed_update.h"
 #include "interruptions/survivor.h"
-#include "support/handle.h"
 #include "support/windows_api.h"
 
 namespace updater {
 
 namespace {
-
-bool DoesAnUpdateRun() {
-    return OwnHandle(OpenMutexW(SYNCHRONIZE, FALSE, kInstallMutexName)) != nullptr;
-}
 
 struct OrphanedSetup : testing::Test, KilledUpdate {
     OrphanedSetup() { OfferSetup(L"v2-empty-inventory", L"2.0.0.0"); }
@@ -41,7 +36,7 @@ struct OrphanedSetup : testing::Test, KilledUpdate {
         ExpectSurvivorEnds(*this, outcome, *kill);
 
         EXPECT_EQ(ListSetups(*this).size(), 1U);
-        EXPECT_FALSE(DoesAnUpdateRun());
+        EXPECT_FALSE(InstallMutexExists());
 
         gate.Open();
         AwaitOrphanedSetup(*this);

@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
+
 #include "fixtures/install_mutex.h"
 #include "fixtures/processes/failing_steps.h"
 #include "fixtures/raised_errors.h"
+#include "fixtures/refusals.h"
 #include "fixtures/scenes/worker_scene.h"
 #include "support/process_utilities.h"
 #include "worker/worker.h"
@@ -13,10 +17,6 @@ namespace {
 constexpr char kAnotherInstallation[] = "Another update installation is running";
 constexpr char kWrongParent[] = "Installation directory does not match the running application";
 constexpr char kNoBroker[] = "Update broker is missing";
-
-bool MutexExists() {
-    return OwnHandle(OpenMutexW(SYNCHRONIZE, FALSE, kInstallMutexName)) != nullptr;
-}
 
 TEST(WorkerChecks, RefuseAWorkerWithoutElevationBeforeAnyOptionIsRead) {
     WorkerScene scene;
@@ -62,7 +62,7 @@ TEST(WorkerMutex, KeepsASecondWorkerOutAndStaysTheFirstOnes) {
     const UniqueHandle first = OwnHandle(CreateMutexW(nullptr, FALSE, kInstallMutexName));
     ASSERT_TRUE(first);
     EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(kAnotherInstallation));
-    EXPECT_TRUE(MutexExists());
+    EXPECT_TRUE(InstallMutexExists());
     EXPECT_TRUE(scene.openings.empty());
     EXPECT_TRUE(scene.staging.creations.empty());
 }
@@ -101,7 +101,7 @@ TEST(WorkerMutex, IsHeldUntilTheWorkerReturns) {
     scene.onSetupStart = [&] { states.push_back(MutexState()); };
     RunWorker(scene.arguments);
     EXPECT_EQ(states, std::vector<DWORD>(2, WAIT_TIMEOUT));
-    EXPECT_FALSE(MutexExists());
+    EXPECT_FALSE(InstallMutexExists());
 }
 
 TEST(WorkerChecks, RefuseAParentThatHasEnded) {
@@ -110,10 +110,26 @@ TEST(WorkerChecks, RefuseAParentThatHasEnded) {
     EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(kWrongParent));
 }
 
+// Its process is there as long as somebody has it open, and Windows may tell its image or not.
+TEST(WorkerChecks, TakeAParentThatHasEndedForWhatItsImageSays) {
+    WorkerScene scene;
+    scene.application.End();
+    EXPECT_EQ(RunWorker(scene.arguments), 0);
+    EXPECT_EQ(scene.status.records.back().state, "succeeded");
+
+    WorkerScene unreadable;
+    unreadable.application.End();
+    unreadable.faults.parentUnreadable = true;
+    EXPECT_THAT([&] { RunWorker(unreadable.arguments); },
+                RaisesError("Cannot inspect application process"));
+    EXPECT_TRUE(unreadable.openings.empty());
+}
+
 TEST(WorkerChecks, RefuseAParentThatCannotBeOpened) {
     WorkerScene scene;
     scene.faults.inaccessibleProcess = scene.application.id;
     EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(kWrongParent));
+    EXPECT_EQ(std::ranges::count(scene.actions, "open parent"), 1);
 }
 
 TEST(WorkerChecks, RefuseAParentFromAnotherDirectoryBeforeAnyDirectoryIsMade) {
@@ -174,12 +190,39 @@ TEST(WorkerEvents, AreOpenedWithTheRightsThatEachNeeds) {
 }
 
 TEST(WorkerEvents, MustBothExist) {
-    for (UniqueHandle WorkerScene::* missing : {&WorkerScene::ready, &WorkerScene::commit}) {
+    for (UniqueHandle WorkerScene::*missing : {&WorkerScene::ready, &WorkerScene::commit}) {
         WorkerScene scene;
         (scene.*missing).reset();
         EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(kNoBroker));
         EXPECT_TRUE(scene.staging.folderQueries.empty());
     }
+}
+
+TEST(WorkerRefusals, OfMutexAndEventsAreFinal) {
+    WorkerScene scene;
+    const auto run = [&scene] { RunWorker(scene.arguments); };
+    ExpectFinalRefusal(doubles::CreateMutexW, nullptr, run, kAnotherInstallation);
+    ExpectFinalRefusal(
+        doubles::OpenEventW, nullptr, [&](DWORD) { EXPECT_THAT(run, RaisesError(kNoBroker)); },
+        kRefusals, 2);
+}
+
+TEST(WorkerRefusals, OfTheStagingDirectoryAreFinal) {
+    WorkerScene scene;
+    ExpectFinalRefusal(
+        doubles::CreateDirectoryW, FALSE, [&scene] { RunWorker(scene.arguments); },
+        "Protected staging directory already exists or is inaccessible");
+    EXPECT_EQ(std::ranges::count(scene.actions, "create identity"),
+              static_cast<std::ptrdiff_t>(kRefusals.size()))
+        << "no other name is tried";
+}
+
+TEST(WorkerRefusals, OfTheCopyAreFinal) {
+    WorkerScene scene;
+    ExpectFinalRefusal(doubles::CopyFileW, FALSE, [&scene](DWORD) {
+        EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesFileSystemError("copy_file"));
+    });
+    EXPECT_EQ(scene.staging.created.size(), kRefusals.size());
 }
 
 constexpr FailingStep<WorkerScene> kFailingSteps[] = {
@@ -195,7 +238,9 @@ constexpr FailingStep<WorkerScene> kFailingSteps[] = {
     {"Cannot inspect application process",
      [](WorkerScene& scene) { scene.faults.parentUnreadable = true; }},
     {"Cannot enumerate running applications",
-     [](WorkerScene& scene) { scene.faults.unreadableProcessLists = {1, 2}; }},
+     [](WorkerScene& scene) {
+         scene.faults.unreadableProcessLists = {1, 2};
+     }},
     {"Missing update argument", [](WorkerScene& scene) { scene.arguments.erase(kEventOption); }},
     {kNoBroker, [](WorkerScene& scene) { scene.ready.reset(); }},
     {"Cannot locate machine staging directory",

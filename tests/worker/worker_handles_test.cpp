@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <exception>
+#include <string>
 
 #include "fixtures/install_mutex.h"
 #include "fixtures/open_handles.h"
@@ -12,52 +13,86 @@ namespace {
 
 struct WayToEnd {
     const char* name;
+    /// The exit code, or what is raised.
+    const char* end;
     void (*arrange)(WorkerScene& scene);
 };
 
 const WayToEnd kWaysToEnd[] = {
-    {"NotElevated", [](WorkerScene& scene) { scene.rights.held = Rights::Limited; }},
-    {"MissingArgument", [](WorkerScene& scene) { scene.arguments.clear(); }},
-    {"AnotherWorker",
+    {"NotElevated", "Administrator authorization is required",
+     [](WorkerScene& scene) { scene.rights.held = Rights::Limited; }},
+    {"MissingArgument", "Missing update argument",
+     [](WorkerScene& scene) { scene.arguments.clear(); }},
+    {"AnotherWorker", "Another update installation is running",
      [](WorkerScene& scene) {
          scene.mutexOfAnotherWorker = OwnHandle(CreateMutexW(nullptr, FALSE, kInstallMutexName));
      }},
-    {"UnreadableParent", [](WorkerScene& scene) { scene.faults.parentUnreadable = true; }},
-    {"WrongParent",
+    {"UnreadableParent", "Cannot inspect application process",
+     [](WorkerScene& scene) { scene.faults.parentUnreadable = true; }},
+    {"WrongParent", "Installation directory does not match the running application",
      [](WorkerScene& scene) {
          scene.arguments[kParentPidOption] = std::to_wstring(GetCurrentProcessId());
      }},
-    {"UnreadableProcessList",
+    {"UnreadableProcessList", "Cannot enumerate running applications",
      [](WorkerScene& scene) { scene.faults.unreadableProcessLists = {1}; }},
-    {"NoEventName", [](WorkerScene& scene) { scene.arguments.erase(kEventOption); }},
-    {"NoReadyEvent", [](WorkerScene& scene) { scene.ready.reset(); }},
-    {"NoCommitEvent", [](WorkerScene& scene) { scene.commit.reset(); }},
-    {"NoStagingDirectory", [](WorkerScene& scene) { scene.faults.directoryUnavailable = true; }},
-    {"WrongDigest", [](WorkerScene& scene) { scene.arguments[kSha256Option] = L"0"; }},
-    {"NoAuthorizedRecord",
+    {"NoEventName", "Missing update argument",
+     [](WorkerScene& scene) { scene.arguments.erase(kEventOption); }},
+    {"NoReadyEvent", "Update broker is missing", [](WorkerScene& scene) { scene.ready.reset(); }},
+    {"NoCommitEvent", "Update broker is missing", [](WorkerScene& scene) { scene.commit.reset(); }},
+    {"NoDataFolder", "Cannot locate machine staging directory",
+     [](WorkerScene& scene) { scene.faults.folderUnknown = true; }},
+    {"NoIdentity", "Cannot create update job identity",
+     [](WorkerScene& scene) { scene.faults.identityUnavailable = true; }},
+    {"NoSecurity", "Cannot create protected staging directory",
+     [](WorkerScene& scene) { scene.faults.securityUnavailable = true; }},
+    {"NoStagingDirectory", "Protected staging directory already exists or is inaccessible",
+     [](WorkerScene& scene) { scene.faults.directoryUnavailable = true; }},
+    {"WrongDigest", "Protected installer size or SHA256 mismatch",
+     [](WorkerScene& scene) { scene.arguments[kSha256Option] = L"0"; }},
+    {"NoAuthorizedRecord", "Cannot write update status",
      [](WorkerScene& scene) { scene.faults.unwritableStates = {"authorized"}; }},
-    {"Cancelled", [](WorkerScene& scene) { scene.LetBrokerNeverCommit(); }},
-    {"PreparationFailed", [](WorkerScene& scene) { scene.faults.unreadableVersions = {1}; }},
-    {"Succeeded", [](WorkerScene&) {}},
-    {"RolledBack", [](WorkerScene& scene) { scene.LetSetupEndWith("1"); }},
-    {"RollbackFailed",
+    {"Cancelled", "exit code 2", [](WorkerScene& scene) { scene.LetBrokerNeverCommit(); }},
+    {"CancelledWithoutRecord", "Cannot write update status",
+     [](WorkerScene& scene) {
+         scene.LetBrokerNeverCommit();
+         scene.faults.unwritableStates = {"cancelled"};
+     }},
+    {"InstanceBeforeTheInstallation", "Cannot enumerate running applications",
+     [](WorkerScene& scene) { scene.faults.unreadableProcessLists = {2}; }},
+    {"PreparationFailed", "Cannot read installed executable version",
+     [](WorkerScene& scene) { scene.faults.unreadableVersions = {1}; }},
+    {"BackupFailed", "Program backup checksum mismatch",
+     [](WorkerScene& scene) { scene.faults.backupCorrupted = true; }},
+    {"Succeeded", "exit code 0", [](WorkerScene&) {}},
+    {"RolledBack", "exit code 1", [](WorkerScene& scene) { scene.LetSetupEndWith("1"); }},
+    {"RollbackFailed", "Restored program checksum mismatch",
      [](WorkerScene& scene) {
          scene.LetSetupEndWith("1");
          scene.faults.restoreCorrupted = true;
      }},
+    {"RollbackWithoutRecord", "Cannot write update status",
+     [](WorkerScene& scene) {
+         scene.LetSetupEndWith("1");
+         scene.faults.unwritableStates = {"failed"};
+     }},
 };
+
+std::string EndOfWorker(const UpdaterArguments& arguments) {
+    try {
+        return "exit code " + std::to_string(RunWorker(arguments));
+    } catch (const std::exception& failure) {
+        return failure.what();
+    }
+}
 
 struct WorkerHandles : testing::TestWithParam<WayToEnd> {};
 
-TEST_P(WorkerHandles, AreAllClosed) {
+TEST_P(WorkerHandles, AreAllClosedAndTheMutexIsNobodysAnyMore) {
     ExpectNoHandleLeft([] {
         WorkerScene scene;
         GetParam().arrange(scene);
-        try {
-            RunWorker(scene.arguments);
-        } catch (const std::exception&) {
-            // How the worker ends is other tests' subject.
-        }
+        EXPECT_EQ(EndOfWorker(scene.arguments), GetParam().end);
+        EXPECT_EQ(InstallMutexExists(), scene.mutexOfAnotherWorker != nullptr);
         EXPECT_TRUE(scene.staging.unreleased.empty());
     });
 }
