@@ -8,6 +8,7 @@
 #include "fixtures/file_content.h"
 #include "fixtures/processes/expected_records.h"
 #include "fixtures/raised_errors.h"
+#include "fixtures/refusals.h"
 #include "fixtures/scenes/broker_scene.h"
 #include "support/process_utilities.h"
 #include "support/status_file.h"
@@ -50,6 +51,18 @@ TEST(BrokerEvents, AreBothTriedBeforeEitherIsMissed) {
         EXPECT_EQ(scene.events.size(), 2U);
         EXPECT_TRUE(scene.launches.empty());
     }
+}
+
+TEST(BrokerEvents, AreRefusedForGood) {
+    BrokerScene scene;
+    ExpectFinalRefusal(
+        doubles::CreateEventW, nullptr,
+        [&](DWORD) {
+            EXPECT_THAT([&] { RunBroker(scene.arguments); },
+                        RaisesError("Cannot initialize update handshake"));
+        },
+        kRefusals, 2);
+    EXPECT_TRUE(scene.launches.empty());
 }
 
 TEST(BrokerEvents, AreUsedAsTheyAreWhenTheyExistedBefore) {
@@ -105,10 +118,13 @@ TEST(BrokerLaunch, EndsAsCancelledWhenTheUserDeclines) {
     EXPECT_EQ(ReadStatusRecord(scene.jobDirectory),
               (StatusRecord{"cancelled", "Administrator authorization cancelled", 1223}));
     EXPECT_EQ(scene.status.records.size(), 1U);
+    EXPECT_EQ(scene.launches.size(), 1U) << "nobody is asked twice";
 }
 
 TEST(BrokerLaunch, EndsAsFailedWithTheNumberOfAnyOtherError) {
-    for (const DWORD error : std::initializer_list<DWORD>{0, 2, 5, 1222, 1224, 0x80070005}) {
+    for (const DWORD error : std::initializer_list<DWORD>{
+             0, ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_BUSY,
+             ERROR_NO_ASSOCIATION, 1222, 1224, ERROR_TIMEOUT, 0x80070005}) {
         SCOPED_TRACE(error);
         BrokerScene scene;
         scene.faults.launchError = error;
@@ -116,6 +132,7 @@ TEST(BrokerLaunch, EndsAsFailedWithTheNumberOfAnyOtherError) {
         EXPECT_EQ(scene.status.records,
                   (std::vector<StatusRecord>{
                       {"failed", "Authorization failed", static_cast<int>(error)}}));
+        EXPECT_EQ(scene.launches.size(), 1U) << "nobody is asked twice";
         EXPECT_EQ(ReadStatusRecord(scene.jobDirectory), scene.status.records.front());
     }
 }
@@ -189,12 +206,14 @@ TEST_P(BrokerWithoutReadySignal, RecordsThatTheWorkerDidNotBecomeReady) {
 }
 
 TEST_P(BrokerWithoutReadySignal, KeepsAnExistingStatusFile) {
-    BrokerScene scene;
-    WriteFileContent(scene.jobDirectory / L"status.json", "left by an earlier run");
-    GetParam().arrange(scene);
-    EXPECT_EQ(RunBroker(scene.arguments), 1);
-    EXPECT_TRUE(scene.status.records.empty());
-    EXPECT_EQ(ReadFileContent(scene.jobDirectory / L"status.json"), "left by an earlier run");
+    for (const char* content : {"left by an earlier run", ""}) {
+        BrokerScene scene;
+        WriteFileContent(scene.jobDirectory / L"status.json", content);
+        GetParam().arrange(scene);
+        EXPECT_EQ(RunBroker(scene.arguments), 1);
+        EXPECT_TRUE(scene.status.records.empty());
+        EXPECT_EQ(ReadFileContent(scene.jobDirectory / L"status.json"), content);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(When, BrokerWithoutReadySignal, testing::ValuesIn(kNoReadySignals),

@@ -140,6 +140,20 @@ TEST(BrokerErrorBox, ShowsTheStatusFileAndTheJobDirectory) {
                   scene.jobDirectory.native());
 }
 
+TEST(BrokerErrorBox, ShowsWhatTheStatusFileHoldsAfterTheRestart) {
+    for (const std::string content : {"written at the restart", ""}) {
+        BrokerScene scene;
+        scene.LetWorkerEndWith(1);
+        scene.processes.beforeStart = [&](const ProcessStart&) -> std::optional<DWORD> {
+            WriteFileContent(scene.jobDirectory / kStatusFile, content);
+            return std::nullopt;
+        };
+        RunBroker(scene.arguments);
+        EXPECT_EQ(scene.errorBoxes.at(0).text,
+                  kUpdaterBoxHeading + Utf8ToWide(content) + L"\n\n" + scene.jobDirectory.native());
+    }
+}
+
 TEST(BrokerErrorBox, ShowsTheJobDirectoryAsItStandsOnTheCommandLine) {
     BrokerScene scene;
     scene.LetWorkerEndWith(2);

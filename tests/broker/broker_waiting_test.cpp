@@ -69,6 +69,36 @@ TEST(BrokerWaiting, GivesUpThreeMinutesAfterTheReadyRecord) {
     ExpectNoCommit(scene);
 }
 
+TEST(BrokerWaiting, TakesTheDeadlineFromTheEndOfTheReadyRecord) {
+    BrokerScene scene;
+    std::vector<std::string> before;
+    ScopedReplacement<decltype(GetTickCount64)> clock(doubles::GetTickCount64, [&] {
+        before.push_back(scene.actions.back());
+        return scene.time.now;
+    });
+    constexpr ULONGLONG kSlowRecord = 10000;
+    scene.onReady = [&] { scene.time.now += kSlowRecord; };
+    EXPECT_EQ(RunBroker(scene.arguments), 2);
+    EXPECT_EQ(scene.time.Passed(), kSlowRecord + kThreeMinutes);
+    ASSERT_FALSE(before.empty());
+    EXPECT_EQ(before.front(), "write ready");
+    EXPECT_EQ(scene.time.WaitsForProcess(scene.application.id).size(), kThreeMinutes / kRound);
+}
+
+// A clock of 32 bits shows 0 again after some 50 days.
+TEST(BrokerWaiting, LastsThreeMinutesWhateverTheClockShows) {
+    constexpr ULONGLONG k32Bits = 0x1'0000'0000;
+    for (const ULONGLONG start : {ULONGLONG{0}, k32Bits - kThreeMinutes / 2, k32Bits - 1,
+                                  ULONGLONG{0x7FFF'FFFF'0000'0000}}) {
+        SCOPED_TRACE(start);
+        BrokerScene scene;
+        scene.time.now = start;
+        EXPECT_EQ(RunBroker(scene.arguments), 2);
+        EXPECT_EQ(scene.time.now - start, kThreeMinutes);
+        EXPECT_EQ(scene.status.records.back(), kTimedOut);
+    }
+}
+
 TEST(BrokerWaiting, CommitsWhenTheApplicationExitsInTheLastMoment) {
     BrokerScene scene;
     scene.onReady = [&] { scene.time.After(kThreeMinutes, [&] { scene.application.End(); }); };
