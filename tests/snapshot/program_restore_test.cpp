@@ -89,6 +89,21 @@ TEST_F(ProgramRestore, RecreatesADeletedDirectoryWithItsFiles) {
     EXPECT_EQ(Installed(), before);
 }
 
+TEST_F(ProgramRestore, BringsEmptyFilesBack) {
+    for (const wchar_t* file : {L"empty.dll", L"data\\empty.bin", L"data\\deleted.bin"}) {
+        Install(file, "");
+    }
+    record = BackupProgram(installation, backup);
+    EXPECT_EQ(record, (ProgramAssets{L"corvellan.exe", L"data\\app.so", L"data\\deleted.bin",
+                                     L"data\\empty.bin", L"empty.dll"}));
+    const auto before = Installed();
+    Install(L"empty.dll", "new library");
+    Install(L"data\\empty.bin", "new");
+    RemoveFile(installation / L"data\\deleted.bin");
+    Restore();
+    EXPECT_EQ(Installed(), before);
+}
+
 TEST_F(ProgramRestore, WithAnEmptyRecordDeletesEveryAssetAndCopiesNothing) {
     Install(L"added.dll", "added");
     RestoreProgram(installation, backup, {});

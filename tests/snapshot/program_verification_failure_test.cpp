@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "fixtures/damaged_file.h"
 #include "fixtures/doubles/updater_doubles.h"
@@ -70,6 +71,22 @@ TEST_F(DamagedInstallation, IsRefusedForTheFirstLineThatFails) {
     const DamagedFile damaged(L"program-files.tsv", 8192);
     ExpectFailure("Installed program checksum mismatch: corvellan.exe");
     EXPECT_EQ(checked, 300U);
+}
+
+// Nothing is held beyond the line at hand, however long the inventory is.
+TEST_F(DamagedInstallation, IsCheckedLineByLineWhileTheInventoryIsRead) {
+    std::vector<std::size_t> checkedBefore;
+    const ScopedReplacement reading(doubles::ReadFile, [&](HANDLE file, LPVOID buffer, DWORD bytes,
+                                                           LPDWORD read, LPOVERLAPPED overlapped) {
+        EXPECT_LE(bytes, 65536U);
+        checkedBefore.push_back(checked);
+        return ReadFile(file, buffer, bytes, read, overlapped);
+    });
+    VerifyInstalledProgram(directory.path);
+    // The last one finds the end.
+    EXPECT_EQ(checkedBefore, (std::vector<std::size_t>{0, 65536 / kEntryBytes, 131072 / kEntryBytes,
+                                                       131072 / kEntryBytes}));
+    EXPECT_EQ(checked, kEntries);
 }
 
 TEST_F(DamagedInstallation, IsRefusedForAFileThatCanBeReadOnlyInPart) {

@@ -206,6 +206,17 @@ TEST_F(ProgramVerification, NamesAMismatchingFileAsItsInventoryDoes) {
     }
 }
 
+// What is no UTF-8 becomes replacement characters, in the file's name as in the message.
+TEST_F(ProgramVerification, NamesAMismatchingFileInUtf8WhateverItsInventoryHolds) {
+    Install(L"data\\a\uFFFDb.bin");
+    for (const std::string invalid : {"\xFF", "\xC3", "\x80", "\xF8"}) {
+        ExpectAccepted(Entry("data/a" + invalid + "b.bin"));
+        ExpectRefused(Entry("data/a" + invalid + "b.bin", kOtherDigest), kMismatch +
+                                                                             "data/a\xEF\xBF\xBD"
+                                                                             "b.bin"s);
+    }
+}
+
 TEST_F(ProgramVerification, RefusesTraversal) {
     Install(L"x");
     Install(L"app\\x");
