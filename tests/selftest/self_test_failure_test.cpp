@@ -16,6 +16,7 @@
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
 #include "selftest/self_test.h"
+#include "snapshot/operation_trace.h"
 #include "snapshot/program_restore.h"
 #include "support/argument_quoting.h"
 #include "support/file_system.h"
@@ -128,6 +129,87 @@ TEST_F(SelfTestFailure, RestoresADamagedInstallationFromTheBackupsOwnRecord) {
         });
     EXPECT_EQ(RunSelfTest(job), 0);
     EXPECT_EQ(restores, 1);
+}
+
+// Everything that the self-test does in its directory, in order; paths stand relative to that.
+struct SelfTestTrace : OperationTrace {
+    using OperationTrace::OperationTrace;
+
+    void Note(const wchar_t* operation, const std::filesystem::path& path) {
+        operations.push_back(operation + Relative(path));
+    }
+
+    ScopedReplacement<decltype(CreateFileW)> writing{
+        doubles::CreateFileW,
+        [this](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+               DWORD disposition, DWORD flags, HANDLE model) {
+            if (access == GENERIC_WRITE) {
+                Note(L"write ", path);
+            }
+            return CreateFileW(path, access, share, security, disposition, flags, model);
+        }};
+    ScopedReplacement<decltype(GetFileAttributesExW)> looking{
+        doubles::GetFileAttributesExW,
+        [this](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) {
+            Note(L"look for ", path);
+            return GetFileAttributesExW(path, level, data);
+        }};
+    ScopedReplacement<decltype(QuoteArgument)> quoting{doubles::QuoteArgument,
+                                                       [this](std::wstring_view argument) {
+                                                           operations.emplace_back(L"quote");
+                                                           return QuoteArgument(argument);
+                                                       }};
+};
+
+TEST_F(SelfTestFailure, TakesItsStepsInTheirOrder) {
+    SelfTestTrace trace(job);
+    EXPECT_EQ(RunSelfTest(job), 0);
+    const std::wstring root = fixture.filename().native();
+    const std::wstring application = root + L"\\corvellan.exe";
+    const std::wstring asset = root + L"\\data\\app.so";
+    EXPECT_THAT(
+        trace.operations,
+        testing::ElementsAre(
+            L"create .", L"create " + root, L"create " + root + L"\\data", L"write " + application,
+            L"write " + asset, L"write " + root + L"\\account.db", L"list " + root + L"\\*",
+            L"look for " + root + L"\\data", L"list " + root + L"\\data\\*", L"create backup",
+            L"copy " + application + L" to backup\\corvellan.exe", L"digest backup\\corvellan.exe",
+            L"digest " + application, L"create backup\\data",
+            L"copy " + asset + L" to backup\\data\\app.so", L"digest backup\\data\\app.so",
+            L"digest " + asset, L"digest " + application, L"write " + application,
+            L"write " + root + L"\\added.dll", L"list " + root + L"\\*",
+            L"look for " + root + L"\\data", L"list " + root + L"\\data\\*",
+            L"delete " + root + L"\\added.dll", L"copy backup\\corvellan.exe to " + application,
+            L"digest backup\\corvellan.exe", L"digest " + application,
+            L"copy backup\\data\\app.so to " + asset, L"digest backup\\data\\app.so",
+            L"digest " + asset, L"digest " + application, L"look for " + root + L"\\added.dll",
+            L"look for " + root + L"\\account.db", L"quote", L"write status.tmp"));
+}
+
+// The first check that fails is the last one.
+TEST_F(SelfTestFailure, ChecksDigestThenLibraryThenUserFileThenQuoting) {
+    const struct {
+        const wchar_t* spoiled;
+        std::wstring lastOperation;
+    } cases[] = {
+        {L"corvellan.exe", L"digest "},
+        {L"added.dll", L"look for "},
+        {L"account.db", L"look for "},
+    };
+    for (const auto& [spoiled, lastOperation] : cases) {
+        const std::filesystem::path file = fixture / spoiled;
+        SelfTestTrace trace(job);
+        const ScopedReplacement restore(doubles::RestoreProgram, RestoreThen([&] {
+                                            if (file.extension() == L".db") {
+                                                RemoveFile(file);
+                                            } else {
+                                                WriteFileContent(file, "spoiled");
+                                            }
+                                        }));
+        EXPECT_THAT([this] { RunSelfTest(job); }, RaisesError(kFailure));
+        EXPECT_EQ(trace.operations.back(), lastOperation + trace.Relative(file));
+        RemoveTree(job);
+    }
 }
 
 TEST_F(SelfTestFailure, FailsWhenQuotingDoublesNoBackslashBeforeTheClosingQuote) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -46,16 +47,26 @@ TEST_F(ReadExecutableVersionFailure, AQueryThatFails) {
     ExpectFailure("Executable version is missing");
 }
 
+// Answers as the system does, but for the length of the fixed information.
+std::function<decltype(VerQueryValueW)> AnswerLength(UINT length) {
+    return [length](LPCVOID resource, LPCWSTR block, LPVOID* value, PUINT bytes) {
+        const BOOL answer = VerQueryValueW(resource, block, value, bytes);
+        *bytes = length;
+        return answer;
+    };
+}
+
 TEST_F(ReadExecutableVersionFailure, FixedInformationOfFewerThan52Bytes) {
     for (const UINT length : {0U, 51U}) {
-        const ScopedReplacement answering(
-            doubles::VerQueryValueW,
-            [length](LPCVOID resource, LPCWSTR block, LPVOID* value, PUINT bytes) {
-                const BOOL answer = VerQueryValueW(resource, block, value, bytes);
-                *bytes = length;
-                return answer;
-            });
+        const ScopedReplacement answering(doubles::VerQueryValueW, AnswerLength(length));
         ExpectFailure("Executable version is missing");
+    }
+}
+
+TEST_F(ReadExecutableVersionFailure, FixedInformationOfMoreThan52BytesIsNone) {
+    for (const UINT length : {52U, 53U, 64U, 0xFFFFFFFFU}) {
+        const ScopedReplacement answering(doubles::VerQueryValueW, AnswerLength(length));
+        EXPECT_EQ(ReadExecutableVersion(program), L"1.2.0.0");
     }
 }
 
