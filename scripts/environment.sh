@@ -47,6 +47,7 @@ start_windows() {
   prepare_directories
   export_windows_variables
   start_display
+  fix_addresses
   # Programs and servers that a killed script left behind; nobody else may use them now.
   end_windows_programs
   if ! is_complete "$windows_original"; then
@@ -178,6 +179,21 @@ start_display() {
     fail "another script of this clone is running Windows programs; try again when it has ended"
   fi
   fail "the virtual display did not start; see $log_directory/display.log"
+}
+
+# The loader of Wine 8 has a fixed address, and Linux begins the heap of such a program at a random one
+# within the next gigabyte. One start in some two thousand failed with error 1359 because the heap lay
+# where the data is that Windows shares with every process. So "wine" is found first here and starts
+# without random addresses, where the system lets it.
+fix_addresses() {
+  local directory="$windows_directory/bin"
+  if ! setarch --addr-no-randomize true 2>/dev/null; then
+    return 0
+  fi
+  mkdir -p "$directory"
+  printf '#!/bin/sh\nexec setarch --addr-no-randomize %q "$@"\n' "$(command -v wine)" >"$directory/wine"
+  chmod +x "$directory/wine"
+  export PATH="$directory:$PATH"
 }
 
 # On all machines, also on those of a script that wanted more of them.
