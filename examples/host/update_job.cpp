@@ -74,7 +74,7 @@ bool WasOutcomeTold(const std::filesystem::path& jobDirectory) {
 
 void MarkOutcomeTold(const std::filesystem::path& jobDirectory) {
     // Without the marker the user is told again; nothing worse.
-    std::ofstream marker(jobDirectory / kToldMarker);
+    const std::ofstream marker(jobDirectory / kToldMarker);
 }
 
 }  // namespace corvellan

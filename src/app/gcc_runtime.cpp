@@ -54,6 +54,7 @@ void __verbose_terminate_handler() {
 
 namespace std {
 
+// NOLINTNEXTLINE(bugprone-std-namespace-modification): the library leaves it to programs to replace
 void __glibcxx_assert_fail(const char* /*file*/, int /*line*/, const char* /*function*/,
                            const char* /*condition*/) noexcept {
     std::_Exit(updater::kExitUnreported);

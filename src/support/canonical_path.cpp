@@ -115,7 +115,7 @@ std::filesystem::path WeaklyCanonicalPath(const std::filesystem::path& path) {
     if (path.empty()) {
         return path;
     }
-    const std::wstring absolute = AbsolutePath(path);
+    std::wstring absolute = AbsolutePath(path);
     const std::size_t rootLength = RootLength(absolute);
     std::size_t length = absolute.size();
     while (length > 0) {

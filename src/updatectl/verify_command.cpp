@@ -110,7 +110,7 @@ void FindFilesNotListed(const std::filesystem::path& directory, Verification& ve
 
 Verification VerifyToTheEnd(const std::filesystem::path& directory) {
     Verification verification;
-    ProgressLine progress("Checking the program");
+    const ProgressLine progress("Checking the program");
     try {
         VisitInventory(directory,
                        [&](const std::string& line) { CheckLine(directory, line, verification); });
