@@ -80,9 +80,11 @@ Name: "{autoprograms}\Corvellan"; Filename: "{app}\corvellan.exe"
 ; Each update leaves the directory that it ran from, with the backup of the program before it. The
 ; next one, or an installation by hand, removes it. The tool knows which directories are the
 ; updater's, and which are in use: this setup program may lie in one. The installation is as good
-; without that, so nothing depends on the tool's exit code; what it says is in the log.
+; without that, so nothing depends on the tool's exit code; what it says is in the log. It is not in its
+; own directory while it runs: whoever shows a console, a little longer than the program in it runs,
+; would keep that directory from being removed at the end.
 Filename: "{tmp}\corvellan-updatectl.exe"; Parameters: "clean --setup-dir ""{src}\."""; \
-  Flags: runhidden logoutput
+  WorkingDir: "{sys}"; Flags: runhidden logoutput
 ; Only for a user who installs by hand. In an update the updater starts the application, without the
 ; administrator's rights that the setup program has.
 Filename: "{app}\corvellan.exe"; Flags: nowait postinstall skipifsilent

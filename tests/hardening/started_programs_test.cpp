@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "end_to_end/running_processes.h"
@@ -126,8 +127,15 @@ TEST_F(StartedPrograms, EndWithTheApplicationStartedByTheBrokerWithItsRights) {
     EXPECT_FALSE(update->restarted.elevated);
 }
 
-TEST_F(StartedPrograms, HaveTheEnvironmentOfTheUpdater) {
-    EXPECT_THAT(update->setup.environment, testing::ContainerEq(update->environment));
+TEST_F(StartedPrograms, HaveTheEnvironmentOfTheUpdaterButForTheSetupProgramsTemporaryFiles) {
+    const std::wstring staging = update->NewStagingDirectories().at(0).native();
+    std::set<std::wstring> protectedEnvironment;
+    for (const std::wstring& variable : update->environment) {
+        const std::wstring name = variable.substr(0, variable.find(L'=') + 1);
+        const bool isRedirected = name == L"TMP=" || name == L"TEMP=";
+        protectedEnvironment.insert(isRedirected ? name + staging : variable);
+    }
+    EXPECT_THAT(update->setup.environment, testing::ContainerEq(protectedEnvironment));
     EXPECT_THAT(update->restarted.environment, testing::ContainerEq(update->environment));
 }
 
