@@ -34,6 +34,12 @@ TEST(DefaultAccess, OfAdministratorsIsAddedOnce) {
     EXPECT_EQ(DefaultAccessList(), WideToUtf8(kUsersAccessList) + "(A;;GA;;;BA)");
 }
 
+TEST(DefaultAccess, OfAdministratorsIsFoundAtTheBeginningOfTheListToo) {
+    const ScopedDefaultAccessList list(L"D:(A;;GA;;;BA)(A;;GA;;;SY)");
+    EXPECT_TRUE(GrantAdministratorsAccessByDefault());
+    EXPECT_EQ(DefaultAccessList(), "D:(A;;GA;;;BA)(A;;GA;;;SY)");
+}
+
 // Each of these entries gives the group less than full access, or gives it to somebody else.
 TEST(DefaultAccess, OfAdministratorsIsAddedBesideEntriesThatAreNotTheSame) {
     for (const std::string entry :
@@ -119,6 +125,21 @@ TEST(DefaultAccess, StaysAsItIsWhenWindowsRefusesAnyStepAndNothingIsTriedTwice) 
         EXPECT_EQ(calls, 1);
         EXPECT_EQ(DefaultAccessList(), WideToUtf8(kUsersAccessList));
     }
+}
+
+TEST(DefaultAccess, IsNotExtendedByAGroupThatCannotBeMade) {
+    const ScopedDefaultAccessList list(kUsersAccessList);
+    const ScopedReplacement<decltype(CreateWellKnownSid)> refusing(
+        doubles::CreateWellKnownSid,
+        [](WELL_KNOWN_SID_TYPE, PSID, PSID, DWORD*) { return FailWith(ERROR_INVALID_PARAMETER); });
+    int entries = 0;
+    const ScopedReplacement<decltype(AddAccessAllowedAce)> counting(
+        doubles::AddAccessAllowedAce, [&entries](PACL, DWORD, DWORD, PSID) {
+            ++entries;
+            return TRUE;
+        });
+    EXPECT_FALSE(GrantAdministratorsAccessByDefault());
+    EXPECT_EQ(entries, 0);
 }
 
 TEST(DefaultAccess, StaysAsItIsWhenTheListCannotBeRead) {
