@@ -26,15 +26,10 @@ bool HasDrivePrefix(std::wstring_view path) {
     return (path[0] >= L'A' && path[0] <= L'Z') || (path[0] >= L'a' && path[0] <= L'z');
 }
 
-// \\?\ and \\.\ and \??\, the last one only if no separator follows it.
+// \??\ if no separator follows it. The other two, \\?\ and \\.\, have the form of a share.
 bool HasDevicePrefix(std::wstring_view path) {
-    if (path.size() < 4 || !IsSeparator(path[0]) || !IsSeparator(path[3])) {
-        return false;
-    }
-    if (IsSeparator(path[1])) {
-        return path[2] == L'?' || path[2] == L'.';
-    }
-    return path[1] == L'?' && path[2] == L'?' && !SeparatorAt(path, 4);
+    return path.size() >= 4 && IsSeparator(path[0]) && path[1] == L'?' && path[2] == L'?' &&
+           IsSeparator(path[3]) && !SeparatorAt(path, 4);
 }
 
 bool HasSharePrefix(std::wstring_view path) {
@@ -42,7 +37,8 @@ bool HasSharePrefix(std::wstring_view path) {
            !IsSeparator(path[2]);
 }
 
-// The length of the path's root name: the drive, the device prefix, or the share's server.
+// The length of the path's root name: the drive, the device prefix, or the share's server with the
+// separators before it.
 std::size_t RootNameLength(std::wstring_view path) {
     if (HasDrivePrefix(path)) {
         return 2;

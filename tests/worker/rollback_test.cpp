@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 #include <stdexcept>
+#include <vector>
 
+#include "fixtures/doubles/updater_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/processes/failing_steps.h"
 #include "fixtures/processes/stand_in_process.h"
@@ -253,6 +256,21 @@ TEST(RollbackSteps, TouchNothingWhileTheApplicationRuns) {
     EXPECT_THAT([&] { InstallUpdate(scene.installation); },
                 RaisesError("Another application instance is running; close it first"));
     EXPECT_TRUE(PathExists(scene.installation.installDirectory / L"added.dll"));
+}
+
+// No process has the number 0.
+TEST(RollbackSteps, LookLikeTheInstallationForEveryInstanceWithoutAnException) {
+    InstallationScene scene;
+    scene.LetSetupEndWith("1");
+    std::vector<std::uint32_t> exceptions;
+    const ScopedReplacement looking(
+        doubles::EnsureNoOtherInstance,
+        [&exceptions](const std::filesystem::path& application, std::uint32_t allowedProcessId) {
+            exceptions.push_back(allowedProcessId);
+            EnsureNoOtherInstance(application, allowedProcessId);
+        });
+    EXPECT_EQ(InstallUpdate(scene.installation), 1);
+    EXPECT_EQ(exceptions, (std::vector<std::uint32_t>{0, 0}));
 }
 
 TEST(RollbackSteps, RaiseWhenTheBackupHasGone) {

@@ -5,7 +5,10 @@
 #include <cctype>
 #include <functional>
 #include <regex>
+#include <string>
+#include <vector>
 
+#include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
 #include "fixtures/raised_errors.h"
@@ -48,6 +51,24 @@ TEST_F(StagingDirectory, AsksForTheCommonDataFolderOfThisMachine) {
     EXPECT_NE(IsEqualGUID(staging.folderQueries[0].folder, kCommonData), 0);
     EXPECT_EQ(staging.folderQueries[0].flags, 0U);
     EXPECT_EQ(staging.folderQueries[0].token, nullptr);
+}
+
+// Otherwise the shell loads it, and may find another one beside the executable.
+TEST(MachineDataFolder, IsAskedForOnceOle32HasBeenCalled) {
+    std::vector<std::string> calls;
+    const ScopedReplacement released(doubles::CoTaskMemFree, [&calls](LPVOID memory) {
+        calls.emplace_back(memory == nullptr ? "release nothing" : "release the folder");
+        CoTaskMemFree(memory);
+    });
+    const ScopedReplacement asked(
+        doubles::SHGetKnownFolderPath,
+        [&calls](REFKNOWNFOLDERID folder, DWORD flags, HANDLE token, PWSTR* path) {
+            calls.emplace_back("find the folder");
+            return SHGetKnownFolderPath(folder, flags, token, path);
+        });
+    MachineDataFolder();
+    EXPECT_EQ(calls, (std::vector<std::string>{"release nothing", "find the folder",
+                                               "release the folder"}));
 }
 
 TEST_F(StagingDirectory, GrantsFullAccessToTheSystemAndAdministratorsAlone) {
