@@ -285,6 +285,20 @@ ProcessPause::ProcessPause(std::uint32_t processId) {
     }
 }
 
+ProcessPause HoldUpIfRunning(HANDLE process) {
+    if (process == nullptr || HasEnded(process)) {
+        return ProcessPause(0);
+    }
+    try {
+        return ProcessPause(GetProcessId(process));
+    } catch (const std::runtime_error&) {
+        if (!HasEnded(process)) {
+            throw;
+        }
+        return ProcessPause(0);
+    }
+}
+
 void LetRunFor(std::chrono::milliseconds time, const ProcessPause& pause) {
     for (const auto& [id, thread] : pause.threads) {
         ResumeThread(thread.get());

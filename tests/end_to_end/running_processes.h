@@ -87,4 +87,7 @@ struct ProcessPause {
 /// Lets the threads that are held up run for so long.
 void LetRunFor(std::chrono::milliseconds time, const ProcessPause& pause);
 
+/// Holds the process up if there is one and it runs; it may end at any moment.
+ProcessPause HoldUpIfRunning(HANDLE process);
+
 }  // namespace updater

@@ -30,10 +30,6 @@ std::uint64_t Combine(DWORD high, DWORD low) {
     return (static_cast<std::uint64_t>(high) << 32U) | low;
 }
 
-std::uint64_t SizeOfLastRecord(const std::filesystem::path& jobDirectory) {
-    return MarkOfLastRecord(jobDirectory).value_or(RecordMark{}).size;
-}
-
 }  // namespace
 
 std::string RecordText(const std::string& state, const std::string& message, int exitCode) {
@@ -56,15 +52,10 @@ std::optional<RecordMark> MarkOfLastRecord(const std::filesystem::path& jobDirec
         Combine(data.nFileSizeHigh, data.nFileSizeLow)};
 }
 
-bool HasRecord(const std::filesystem::path& jobDirectory, const std::string& state) {
-    return SizeOfLastRecord(jobDirectory) == RecordOf(state).size();
-}
-
-std::optional<std::string> LastState(const std::filesystem::path& jobDirectory) {
-    const std::uint64_t size = SizeOfLastRecord(jobDirectory);
+std::string StateOfRecord(const std::string& text) {
     const auto found =
-        std::ranges::find(Records(), size, [](const auto& record) { return record.second.size(); });
-    return found == Records().end() ? std::nullopt : std::optional(found->first);
+        std::ranges::find(Records(), text, [](const auto& entry) { return entry.second; });
+    return found == Records().end() ? "?" : found->first;
 }
 
 std::string LastRecordText(const std::filesystem::path& jobDirectory) {

@@ -11,7 +11,7 @@
 //
 // Under Wine a file that any process has open cannot be replaced, so whoever reads the file while
 // somebody may write the next record makes the update fail. The functions below that open it say
-// so; the others ask the directory and tell the records from each other by their sizes.
+// so: the caller holds up whoever might write. `MarkOfLastRecord` asks the directory alone.
 
 namespace updater {
 
@@ -33,11 +33,8 @@ struct RecordMark {
 /// Returns the time and the size of the last record; nothing without one.
 std::optional<RecordMark> MarkOfLastRecord(const std::filesystem::path& jobDirectory);
 
-/// Whether the last record is, by its size, the one with this state word.
-bool HasRecord(const std::filesystem::path& jobDirectory, const std::string& state);
-
-/// Returns the last record's state word by the record's size; nothing for any other record.
-std::optional<std::string> LastState(const std::filesystem::path& jobDirectory);
+/// Returns the state word of a record by its whole text; "?" for a text that `RecordOf` has not.
+std::string StateOfRecord(const std::string& text);
 
 /// Opens the file and returns the last record's text; empty without one.
 std::string LastRecordText(const std::filesystem::path& jobDirectory);

@@ -173,9 +173,8 @@ std::uint32_t WholeUpdate::AwaitBroker() {
 }
 
 void WholeUpdate::NoteRecord() {
-    NoteState();
-    const bool workerRuns = worker && !HasEnded(worker.get());
-    const ProcessPause pause(workerRuns ? GetProcessId(worker.get()) : 0);
+    State();
+    const ProcessPause pause = HoldUpIfRunning(worker.get());
     constexpr double kTicksInASecond = 1e7;
     const RecordMark mark = MarkOfLastRecord(job.jobDirectory).value_or(RecordMark{startTime, 0});
     TimedRecord record{
@@ -204,7 +203,7 @@ void WholeUpdate::Attend() {
     if (watchesProcesses || holdsBroker) {
         FindProcesses();
     }
-    NoteState();
+    State();
     if (grantsRights && IsSignalledWithin(asked.get(), 0) &&
         !IsSignalledWithin(answered.get(), 0)) {
         if (holdsBroker) {
@@ -238,12 +237,17 @@ void WholeUpdate::RaiseStory(const std::string& beginning) const {
                              FailureOfStandIn(job));
 }
 
-void WholeUpdate::NoteState() {
+std::string WholeUpdate::State() {
     const std::optional<RecordMark> mark = MarkOfLastRecord(job.jobDirectory);
     if (mark && mark != seenMark) {
-        seenMark = mark;
-        states.push_back(LastState(job.jobDirectory).value_or("?"));
+        FindProcesses();
+        const ProcessPause pauseOfBroker = HoldUpIfRunning(broker.get());
+        const ProcessPause pauseOfWorker = HoldUpIfRunning(worker.get());
+        // Another record may have come before they stood still.
+        seenMark = MarkOfLastRecord(job.jobDirectory);
+        states.push_back(StateOfRecord(LastRecordText(job.jobDirectory)));
     }
+    return states.empty() ? "" : states.back();
 }
 
 bool WholeUpdate::HasBrokerEnded() const {

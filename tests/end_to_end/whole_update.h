@@ -102,9 +102,10 @@ struct WholeUpdate {
     /// Raises what is known of the update.
     [[noreturn]] void RaiseStory(const std::string& beginning) const;
 
-    [[nodiscard]] bool HasState(const std::string& state) const {
-        return HasRecord(job.jobDirectory, state);
-    }
+    /// Looks at the last record and returns its state word: empty without one, "?" for one that is
+    /// not among those of `RecordOf`.
+    std::string State();
+    bool HasState(const std::string& state) { return State() == state; }
     [[nodiscard]] std::uint32_t BrokerId() const { return GetProcessId(broker.get()); }
     [[nodiscard]] bool HasBrokerEnded() const;
 
@@ -146,8 +147,7 @@ struct WholeUpdate {
     /// Open the handshake's events early. They live as long as somebody has them open.
     bool holdsHandshake = false;
 
-    /// The state words of the records in their order, as far as each stood long enough to be seen;
-    /// "?" for one that is not among those of `RecordOf`.
+    /// The records' state words in their order, as far as each stood long enough to be seen.
     std::vector<std::string> states;
     std::optional<RecordMark> seenMark;
     /// Those that were noted.
@@ -157,7 +157,6 @@ struct WholeUpdate {
     bool applicationFollows = false;
 
     void FindProcesses();
-    void NoteState();
     void HoldBrokerUp();
     [[nodiscard]] bool HasHelperEnded() const;
 };

@@ -19,10 +19,6 @@ void EndEverything(const UpdateScene& update) {
     }
 }
 
-std::string StateOfLastRecord(const UpdateScene& update) {
-    return LastState(update.job.jobDirectory).value_or("");
-}
-
 }  // namespace
 
 std::ostream& operator<<(std::ostream& stream, Victim victim) {
@@ -34,18 +30,17 @@ bool IsRunning(const UpdateScene& update, Victim victim) {
     return ProcessOf(update, victim) != nullptr;
 }
 
-std::optional<Kill> KillVictim(const UpdateScene& update, Victim victim) {
+std::optional<Kill> KillVictim(UpdateScene& update, Victim victim) {
     if (victim == Victim::Everything) {
         // The broker would start the application again.
         TerminateProcess(update.broker.get(), kKillCode);
     }
     const UniqueHandle& process = ProcessOf(update, victim);
-    // A record of the survivor may be the last already when the file is looked at again.
-    const std::string stateBefore = StateOfLastRecord(update);
+    const std::string stateBefore = update.State();
     TerminateProcess(process.get(), kKillCode);
-    // Missing afterwards, the file has been lost.
-    const std::string stateAfter = StateOfLastRecord(update);
-    const std::string state = stateAfter.empty() ? stateBefore : stateAfter;
+    // A record of the survivor may be the last already when the file is looked at again.
+    const std::string stateAfter = update.State();
+    const std::string state = stateAfter == "?" ? stateBefore : stateAfter;
     const bool inTime = AwaitEnd(process.get(), "the end of a killed process") == kKillCode;
     if (victim == Victim::Everything) {
         EndEverything(update);

@@ -18,19 +18,20 @@ enum class Victim {
 
 std::ostream& operator<<(std::ostream& stream, Victim victim);
 
-/// The exit code of a process that was ended.
-inline constexpr std::uint32_t kKillCode = 77;
+/// The exit code of a process that was ended; needs all of its 32 bits.
+inline constexpr std::uint32_t kKillCode = 0xC000013A;
 
 /// Whether the victim runs, so that it can be ended.
 bool IsRunning(const UpdateScene& update, Victim victim);
 
 struct Kill {
     Victim victim;
-    /// The state word of the last record at that moment; empty if there was none.
+    /// The state word of the last record at that moment; empty if there was none, or one that is
+    /// already the survivor's.
     std::string state;
 };
 
 /// Ends the victim. Returns nothing when it had ended by itself.
-std::optional<Kill> KillVictim(const UpdateScene& update, Victim victim);
+std::optional<Kill> KillVictim(UpdateScene& update, Victim victim);
 
 }  // namespace updater
