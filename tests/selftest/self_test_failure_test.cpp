@@ -186,8 +186,7 @@ TEST_F(SelfTestFailure, TakesItsStepsInTheirOrder) {
             L"look for " + root + L"\\account.db", L"quote", L"write status.tmp"));
 }
 
-// The first check that fails is the last one.
-TEST_F(SelfTestFailure, ChecksDigestThenLibraryThenUserFileThenQuoting) {
+TEST_F(SelfTestFailure, StopsAtTheFirstCheckThatFails) {
     const struct {
         const wchar_t* spoiled;
         std::wstring lastOperation;
