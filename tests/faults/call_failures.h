@@ -107,6 +107,29 @@ inline constexpr auto kCallFailures = std::to_array<CallFailure>({
     {"WriteFile", kFalse, ERROR_DISK_FULL},
 });
 
+/// Other numbers of the same refusals, most of them reasons to try again elsewhere: one more each
+/// for the first call in which function and callers are the same.
+inline constexpr auto kFurtherFailures = std::to_array<CallFailure>({
+    {"CopyFileW", kFalse, ERROR_SHARING_VIOLATION},
+    {"CreateDirectoryW", kFalse, ERROR_ALREADY_EXISTS},
+    {"CreateFileW", kMinusOne, ERROR_ACCESS_DENIED},
+    {"CreateMutexW", kFalse, ERROR_BUSY},
+    {"CreateToolhelp32Snapshot", kMinusOne, ERROR_BAD_LENGTH},
+    {"DeleteFileW", kFalse, ERROR_LOCK_VIOLATION},
+    {"FindNextFileW", kFalse, ERROR_BUSY},
+    {"GetFileAttributesExW", kFalse, ERROR_SHARING_VIOLATION},
+    {"GetFileVersionInfoSizeW", kFalse, ERROR_LOCK_VIOLATION},
+    {"MoveFileExW", kFalse, ERROR_ACCESS_DENIED},
+    {"OpenEventW", kFalse, ERROR_BUSY},
+    {"OpenProcess", kFalse, ERROR_INVALID_PARAMETER},
+    {"Process32FirstW", kFalse, ERROR_BAD_LENGTH},
+    {"QueryFullProcessImageNameW", kFalse, ERROR_PARTIAL_COPY},
+    {"ReadFile", kFalse, ERROR_LOCK_VIOLATION},
+    {"RegOpenKeyExW", ERROR_BUSY, 0},
+    {"RegSetValueExW", ERROR_BUSY, 0},
+    {"RemoveDirectoryW", kFalse, ERROR_DIR_NOT_EMPTY},
+});
+
 /// Functions that report no failure.
 inline constexpr auto kWithoutFailure = std::to_array<std::string_view>({
     "CoTaskMemFree",      // returns nothing

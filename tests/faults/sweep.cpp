@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <span>
 
 #include "faults/sweep_report.h"
 #include "fixtures/open_handles.h"
@@ -71,11 +72,19 @@ std::string Disturb(const SweptMode& mode, const Fault& fault, std::size_t& hand
     }
 }
 
-// The same with each fault that the call can have, one after the other.
+bool IsFirstOfItsKind(const std::vector<Call>& calls, std::size_t index) {
+    return std::none_of(calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(index),
+                        [&call = calls[index]](const Call& earlier) {
+                            return earlier.function == call.function &&
+                                   earlier.callers == call.callers;
+                        });
+}
+
+// The same with each of these faults that the call can have, one after the other.
 std::string DisturbCall(const SweptMode& mode, const std::vector<Call>& calls, std::size_t index,
-                        std::size_t& handles) {
+                        std::span<const CallFailure> failures, std::size_t& handles) {
     std::string differences;
-    for (const CallFailure& failure : kCallFailures) {
+    for (const CallFailure& failure : failures) {
         if (failure.function == calls[index].function) {
             differences += Disturb(mode, {calls, index, failure}, handles);
         }
@@ -100,10 +109,13 @@ void SweepCalls(const SweptMode& mode) {
     std::size_t survived = 0;
     // Once before what counts: libraries open handles of their own on their first use.
     std::size_t handles = 0;
-    DisturbCall(mode, calls, 0, handles);
+    DisturbCall(mode, calls, 0, kCallFailures, handles);
     std::string report;
     for (std::size_t index = 0; index < calls.size(); ++index) {
-        const std::string differences = DisturbCall(mode, calls, index, handles);
+        std::string differences = DisturbCall(mode, calls, index, kCallFailures, handles);
+        if (IsFirstOfItsKind(calls, index)) {
+            differences += DisturbCall(mode, calls, index, kFurtherFailures, handles);
+        }
         if (differences.empty()) {
             ++survived;
         } else {
