@@ -78,6 +78,7 @@ TEST_F(DisturbedUpdate, IsNotRolledBackWithoutItsBackup) {
     EXPECT_EQ(record->state, "failed");
     EXPECT_NE(record->message.find("copy_file"), std::string::npos) << record->message;
     EXPECT_NE(record->message.find("engine.dll"), std::string::npos) << record->message;
+    EXPECT_EQ(record->exitCode, 1);
 }
 
 TEST_F(DisturbedUpdate, ReportsAnApplicationThatCannotBeStartedAgain) {

@@ -170,6 +170,7 @@ TEST_F(RefusedUpdate, NamesAMissingSetupProgramByItsPath) {
     EXPECT_EQ(record->state, "failed");
     EXPECT_NE(record->message.find("copy_file"), std::string::npos) << record->message;
     EXPECT_NE(record->message.find("下载 安装程序.exe"), std::string::npos) << record->message;
+    EXPECT_EQ(record->exitCode, 1);
     ExpectApplicationStillOpen();
 }
 

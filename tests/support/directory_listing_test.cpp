@@ -96,8 +96,11 @@ TEST(VisitDirectory, AMissingDirectoryCannotBeOpened) {
                           ERROR_PATH_NOT_FOUND, missing);
     ExpectFileSystemError([&] { VisitTree(missing, Ignore); }, kOpenTree, ERROR_PATH_NOT_FOUND,
                           missing);
-    ExpectFileSystemError([&] { VisitTree(missing, Ignore, {"open", "advance"}); }, "open",
-                          ERROR_PATH_NOT_FOUND, missing);
+    ExpectFileSystemError(
+        [&] {
+            VisitTree(missing, Ignore, {"open", "advance"});
+        },
+        "open", ERROR_PATH_NOT_FOUND, missing);
 }
 
 TEST(VisitDirectory, AnEmptyPathIsNotTheCurrentDirectory) {
@@ -241,7 +244,10 @@ TEST(VisitTree, TheVisitorsOwnFailurePassesThroughAndNothingStaysOpen) {
         }
         ListTree(directory.path);
         ListDirectory(directory.path);
-        EXPECT_THROW(ListTree(directory.path / L"missing"), std::filesystem::filesystem_error);
+        const std::filesystem::path missing = directory.path / L"missing";
+        EXPECT_THAT([&] { ListTree(missing); },
+                    RaisesFileSystemError(
+                        "recursive_directory_iterator::recursive_directory_iterator", missing));
     };
     ExpectNoHandleLeft(visitAll);
 }

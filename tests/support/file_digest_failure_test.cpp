@@ -11,6 +11,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fixtures/damaged_file.h"
@@ -253,13 +254,14 @@ TEST_F(FileSha256HexFailure, AReadThatFailsHardGivesNoDigestOfThePartBeforeIt) {
 
 TEST_F(FileSha256HexFailure, NoFailureLeavesAHandleOpen) {
     const auto failEverywhere = [&] {
-        const std::vector<ProviderStatuses> failures = {{.open = kNotSupported},
-                                                        {.create = kNotSupported},
-                                                        {.hash = kNotSupported},
-                                                        {.finish = kNotSupported}};
-        for (const ProviderStatuses& statuses : failures) {
+        const std::vector<std::pair<ProviderStatuses, const char*>> failures = {
+            {{.open = kNotSupported}, "SHA256 initialization failed"},
+            {{.create = kNotSupported}, "SHA256 initialization failed"},
+            {{.hash = kNotSupported}, "SHA256 verification failed"},
+            {{.finish = kNotSupported}, "SHA256 verification failed"}};
+        for (const auto& [statuses, message] : failures) {
             const ObservedProvider provider(statuses);
-            EXPECT_THROW(FileSha256Hex(file), std::runtime_error);
+            ExpectFailure(message);
         }
     };
     ExpectNoHandleLeft(failEverywhere);

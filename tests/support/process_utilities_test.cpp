@@ -258,12 +258,12 @@ TEST(EnsureNoOtherInstance, NoHandleStaysOpen) {
     const RunningProgram program(directory.path / L"corvellan.exe");
     const RunningProgram elsewhere(directory.path / L"elsewhere" / L"corvellan.exe");
     const auto scan = [&] {
-        EXPECT_THROW(EnsureNoOtherInstance(program.path, 0), std::runtime_error);
+        EXPECT_THAT([&] { EnsureNoOtherInstance(program.path, 0); }, RaisesError(kRunning));
         EnsureNoOtherInstance(program.path, program.processId);
         EnsureNoOtherInstance(directory.path / L"x" / L"corvellan.exe", 0);
         EXPECT_TRUE(OpenProcessOf(program.path, program.processId, "mismatch"));
-        EXPECT_THROW(OpenProcessOf(program.path, elsewhere.processId, "mismatch"),
-                     std::runtime_error);
+        EXPECT_THAT([&] { OpenProcessOf(program.path, elsewhere.processId, "mismatch"); },
+                    RaisesError("mismatch"));
         IsProcessElevated();
         CreateJobIdentity();
     };
@@ -366,8 +366,9 @@ TEST(LaunchProcess, NoHandleStaysOpen) {
     const auto launchAll = [&] {
         for (const LaunchWait wait : {LaunchWait::None, LaunchWait::UntilExit}) {
             LaunchProcess(ReportingProgram(), L"", directory.path.parent_path(), wait);
-            EXPECT_THROW(LaunchProcess(directory.path / L"missing.exe", L"", directory.path, wait),
-                         std::runtime_error);
+            EXPECT_THAT(
+                [&] { LaunchProcess(directory.path / L"missing.exe", L"", directory.path, wait); },
+                RaisesError("Process launch failed: 2"));
         }
     };
     ExpectNoHandleLeft(launchAll);

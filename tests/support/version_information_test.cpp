@@ -226,7 +226,8 @@ TEST(RegisteredVersion, NoHandleStaysOpen) {
     ExpectNoHandleLeft([] {
         ReplaceUninstallEntry({});
         ReadRegisteredVersion();
-        EXPECT_THROW(RestoreRegisteredVersion(L"1.0"), std::runtime_error);
+        EXPECT_THAT([] { RestoreRegisteredVersion(L"1.0"); },
+                    RaisesError("Cannot restore registered version"));
         WriteUninstallValue(kDisplayVersion, RegistryText(L"1.0"));
         ReadRegisteredVersion();
         RestoreRegisteredVersion(L"2.0");
