@@ -16,7 +16,8 @@ TEST(Usage, ShowsTheToolsHelpAndVersion) {
     for (const char* command : {"inventory", "verify", "describe", "restore", "clean"}) {
         EXPECT_THAT(help.output, HasSubstr(std::string("\n  ") + command + " "));
     }
-    EXPECT_THAT(help.output, HasSubstr("Exit codes: 0 "));
+    EXPECT_THAT(help.output, HasSubstr("Exit codes: 0 done; 1 the check failed or the work could "
+                                       "not be done; 2 wrong usage.\n"));
     EXPECT_THAT(help.error, IsEmpty());
 
     const ToolResult version = CallTool({L"--version"});
@@ -37,8 +38,10 @@ TEST(Usage, ShowsEachCommandsHelpWhateverElseIsGiven) {
     const std::vector<HelpCase> cases = {
         {L"inventory",
          "Usage: corvellan-updatectl inventory DIR [--exclude PATTERN]... [--json]\n",
-         {"--exclude PATTERN ", "--json ", "**"}},
-        {L"verify", "Usage: corvellan-updatectl verify DIR [--json]\n", {"--json "}},
+         {"SHA-256", "--exclude PATTERN ", "--json ", "**"}},
+        {L"verify",
+         "Usage: corvellan-updatectl verify DIR [--json]\n",
+         {"--json ", "; line 0\n", "The exit code is 0 only if"}},
         {L"describe",
          "Usage: corvellan-updatectl describe SETUP --app CORVELLAN_EXE\n",
          {"--app CORVELLAN_EXE "}},
@@ -47,7 +50,7 @@ TEST(Usage, ShowsEachCommandsHelpWhateverElseIsGiven) {
          {"--staging DIR ", "--install-dir DIR ", "--force ", "DisplayVersion"}},
         {L"clean",
          "Usage: corvellan-updatectl clean [--keep N] [--dry-run] [--setup-dir DIR]\n",
-         {"--keep N ", "--dry-run ", "--setup-dir DIR "}},
+         {"--keep N ", "--dry-run ", "--setup-dir DIR ", "The exit code is 1 if"}},
     };
     for (const HelpCase& test : cases) {
         for (const std::vector<std::wstring>& arguments :
