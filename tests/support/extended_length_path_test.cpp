@@ -20,6 +20,7 @@ TEST(ExtendedLengthPath, AndOrdinaryPathLeadToEachOther) {
         {L"c:\\Program Files\\App", L"\\\\?\\c:\\Program Files\\App"},
         {L"Z:\\\u7A0B\u5E8F\\x.", L"\\\\?\\Z:\\\u7A0B\u5E8F\\x."},
         {L"\\\\server\\share", L"\\\\?\\UNC\\server\\share"},
+        {L"\\\\s", L"\\\\?\\UNC\\s"},
         {L"\\\\server\\share\\App\\", L"\\\\?\\UNC\\server\\share\\App\\"},
         {L"C:\\" + std::wstring(32000, L'x'), L"\\\\?\\C:\\" + std::wstring(32000, L'x')},
     };
