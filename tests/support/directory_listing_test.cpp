@@ -96,11 +96,8 @@ TEST(VisitDirectory, AMissingDirectoryCannotBeOpened) {
                           ERROR_PATH_NOT_FOUND, missing);
     ExpectFileSystemError([&] { VisitTree(missing, Ignore); }, kOpenTree, ERROR_PATH_NOT_FOUND,
                           missing);
-    ExpectFileSystemError(
-        [&] {
-            VisitTree(missing, Ignore, {"open", "advance"});
-        },
-        "open", ERROR_PATH_NOT_FOUND, missing);
+    ExpectFileSystemError([&] { VisitTree(missing, Ignore, {"open", "advance"}); }, "open",
+                          ERROR_PATH_NOT_FOUND, missing);
 }
 
 TEST(VisitDirectory, AnEmptyPathIsNotTheCurrentDirectory) {

@@ -190,7 +190,7 @@ TEST(WorkerEvents, AreOpenedWithTheRightsThatEachNeeds) {
 }
 
 TEST(WorkerEvents, MustBothExist) {
-    for (UniqueHandle WorkerScene::*missing : {&WorkerScene::ready, &WorkerScene::commit}) {
+    for (UniqueHandle WorkerScene::* missing : {&WorkerScene::ready, &WorkerScene::commit}) {
         WorkerScene scene;
         (scene.*missing).reset();
         EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(kNoBroker));
@@ -238,9 +238,7 @@ constexpr FailingStep<WorkerScene> kFailingSteps[] = {
     {"Cannot inspect application process",
      [](WorkerScene& scene) { scene.faults.parentUnreadable = true; }},
     {"Cannot enumerate running applications",
-     [](WorkerScene& scene) {
-         scene.faults.unreadableProcessLists = {1, 2};
-     }},
+     [](WorkerScene& scene) { scene.faults.unreadableProcessLists = {1, 2}; }},
     {"Missing update argument", [](WorkerScene& scene) { scene.arguments.erase(kEventOption); }},
     {kNoBroker, [](WorkerScene& scene) { scene.ready.reset(); }},
     {"Cannot locate machine staging directory",
