@@ -108,5 +108,15 @@ TEST(LeftoverStaging, KnowsARunningSetupProgramThatIsReadOnly) {
     EXPECT_FALSE(IsSetupRunning(directory.path / L"missing"));
 }
 
+// A virus scanner, for example.
+TEST(LeftoverStaging, TakesNoSetupProgramForRunningThatIsOnlyOpen) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path setup = directory.path / kStagedSetupProgram;
+    WriteFileContent(setup, "setup");
+    const UniqueHandle opened = HoldFile(setup, GENERIC_READ | GENERIC_WRITE | DELETE,
+                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+    EXPECT_FALSE(IsSetupRunning(directory.path));
+}
+
 }  // namespace
 }  // namespace updater

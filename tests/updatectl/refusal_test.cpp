@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <stdexcept>
 
 #include "fixtures/doubles/updater_doubles.h"
 #include "fixtures/doubles/windows_doubles.h"
@@ -35,6 +36,27 @@ TEST(Refusal, OfTheOutputIsAFailure) {
     SetStdHandle(STD_OUTPUT_HANDLE, readOnly.get());
     EXPECT_THROW(PrintOutput("text"), std::system_error);
     SetStdHandle(STD_OUTPUT_HANDLE, before);
+}
+
+TEST(UnfinishedInventory, CanBeReadByNobody) {
+    const TemporaryDirectory directory;
+    WriteFileContent(directory.path / L"corvellan.exe", "x");
+    const std::filesystem::path unfinished = directory.path / L"program-files.tsv.tmp";
+    int attempts = 0;
+    const ScopedReplacement writing(
+        doubles::WriteFile,
+        [&](HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPOVERLAPPED overlapped) {
+            if (PathExists(unfinished)) {
+                ++attempts;
+                EXPECT_THROW(HoldFile(unfinished, GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE),
+                             std::runtime_error);
+            }
+            return WriteFile(file, data, bytes, written, overlapped);
+        });
+    const std::vector<std::wstring> tokens = {L"inventory", directory.path.native()};
+    EXPECT_EQ(RunTool(tokens), kToolDone);
+    EXPECT_EQ(attempts, 1);
 }
 
 // A staging directory in the folder of all users' data.
