@@ -98,6 +98,23 @@ void CopyWholeFile(const std::filesystem::path& source, const std::filesystem::p
     }
 }
 
+bool FlushVolume(const std::filesystem::path& entry) {
+    // \\?\Volume{GUID}\ and its end; without the last separator it is the volume.
+    std::array<wchar_t, MAX_PATH> root{};
+    std::array<wchar_t, 50> volume{};
+    if (GetVolumePathNameW(entry.c_str(), root.data(), MAX_PATH) == 0 ||
+        GetVolumeNameForVolumeMountPointW(root.data(), volume.data(),
+                                          static_cast<DWORD>(volume.size())) == 0) {
+        return false;
+    }
+    std::wstring name = volume.data();
+    name.pop_back();
+    const updater::UniqueHandle handle = updater::OwnHandle(
+        CreateFileW(name.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                    OPEN_EXISTING, 0, nullptr));
+    return handle != nullptr && FlushFileBuffers(handle.get()) != 0;
+}
+
 void MakeDirectory(const std::filesystem::path& directory) {
     if (CreateDirectoryW(directory.c_str(), nullptr) == 0) {
         const DWORD error = GetLastError();

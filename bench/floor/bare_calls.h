@@ -26,6 +26,10 @@ Digest DigestOfMemory(std::span<unsigned char> bytes);
 /// Copies a file with `CopyFileW`, over an existing one if need be.
 void CopyWholeFile(const std::filesystem::path& source, const std::filesystem::path& target);
 
+/// Has the system write everything of a file's or directory's volume to the disk. Returns false
+/// where it does not do that.
+bool FlushVolume(const std::filesystem::path& entry);
+
 /// Creates a directory whose parent exists; it may exist itself.
 void MakeDirectory(const std::filesystem::path& directory);
 
