@@ -110,8 +110,9 @@ std::size_t ReadKeep(const CommandOptions& options) {
 }
 
 void RemoveStaging(ProtectedDirectory& directory) {
+    const std::filesystem::path path = directory.path;
     ProtectedTree tree = OpenProtectedTree(std::move(directory));
-    if (IsSetupRunning(tree.directories.front().path)) {
+    if (IsSetupRunning(path)) {
         throw std::runtime_error("its setup program is still running");
     }
     RemoveProtectedTree(std::move(tree));

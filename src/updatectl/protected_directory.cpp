@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "support/directory_listing.h"
+#include "support/extended_length_path.h"
 #include "support/file_system.h"
 #include "updatectl/output.h"
 #include "updatectl/windows_error.h"
@@ -59,8 +60,12 @@ bool LetsOthersWrite(PACL accessList) {
     return false;
 }
 
+std::string NameOf(const std::filesystem::path& path) {
+    return PrintableText(OrdinaryPath(path).native());
+}
+
 [[noreturn]] void Refuse(const std::filesystem::path& path, const char* why) {
-    throw std::runtime_error(PrintableText(path.native()) + why);
+    throw std::runtime_error(NameOf(path) + why);
 }
 
 // Only a handle that can list the directory counts when somebody else wants to delete or rename it.
@@ -72,7 +77,7 @@ UniqueHandle OpenWithoutFollowing(const std::filesystem::path& directory) {
                     FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     if (!handle) {
         const DWORD error = GetLastError();
-        RaiseWindowsError("Cannot open the directory " + PrintableText(directory.native()), error);
+        RaiseWindowsError("Cannot open the directory " + NameOf(directory), error);
     }
     return handle;
 }
@@ -83,7 +88,7 @@ std::uint64_t CheckKind(const ProtectedDirectory& directory) {
     if (GetFileInformationByHandleEx(directory.handle.get(), FileBasicInfo, &info, sizeof(info)) ==
         0) {
         const DWORD error = GetLastError();
-        RaiseWindowsError("Cannot inspect " + PrintableText(directory.path.native()), error);
+        RaiseWindowsError("Cannot inspect " + NameOf(directory.path), error);
     }
     if ((info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
         Refuse(directory.path, " is a link");
@@ -103,8 +108,7 @@ void CheckProtection(const ProtectedDirectory& directory) {
                                         &owner, nullptr, &accessList, nullptr, &descriptor);
     const UniqueLocalMemory owned(descriptor);
     if (error != ERROR_SUCCESS) {
-        RaiseWindowsError("Cannot read the owner and the access list of " +
-                              PrintableText(directory.path.native()),
+        RaiseWindowsError("Cannot read the owner and the access list of " + NameOf(directory.path),
                           error);
     }
     // Some file systems know no owners.
@@ -127,6 +131,9 @@ ProtectedDirectory OpenProtectedDirectory(const std::filesystem::path& directory
 
 ProtectedTree OpenProtectedTree(ProtectedDirectory root) {
     ProtectedTree tree;
+    // A backup's paths are longer than those of the program, which may be as long as the system
+    // allows.
+    root.path = ExtendedLengthPath(root.path);
     tree.directories.push_back(std::move(root));
     // Each is open before it is listed: nobody can put a link in its place any more.
     for (std::size_t index = 0; index < tree.directories.size(); ++index) {

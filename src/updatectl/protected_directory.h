@@ -29,7 +29,8 @@ struct ProtectedDirectory {
 /// plain "deny", gives everybody everything.
 ProtectedDirectory OpenProtectedDirectory(const std::filesystem::path& directory);
 
-/// A protected directory whose subdirectories are protected as well.
+/// A protected directory whose subdirectories are protected as well. The paths are in the form that
+/// may be longer than 260 characters.
 struct ProtectedTree {
     /// All of them, each before those in it; the first is the directory itself.
     std::vector<ProtectedDirectory> directories;

@@ -9,6 +9,7 @@
 #include "snapshot/program_verification.h"
 #include "support/application_identity.h"
 #include "support/canonical_path.h"
+#include "support/extended_length_path.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
@@ -59,7 +60,8 @@ constexpr std::wstring_view kStagingOption = L"--staging";
 constexpr std::wstring_view kInstallDirectoryOption = L"--install-dir";
 constexpr std::wstring_view kForceFlag = L"--force";
 
-// Canonical paths; and what keeps everybody else from exchanging the backup.
+// Canonical paths, the backup's in the form that may be longer than 260 characters, as it was made;
+// and what keeps everybody else from exchanging the backup.
 struct Places {
     std::filesystem::path staging;
     std::filesystem::path backup;
@@ -78,7 +80,7 @@ Places OpenPlaces(const std::filesystem::path& staging, const std::filesystem::p
     opened.path = CanonicalPathOf(opened.handle.get(), opened.path);
     Places places;
     places.staging = opened.path;
-    places.backup = places.staging / kBackupDirectory;
+    places.backup = ExtendedLengthPath(places.staging / kBackupDirectory);
     places.install = RequireDirectory(install);
     places.held = OpenProtectedTree(std::move(opened));
     return places;
@@ -153,7 +155,7 @@ void CheckCompleteness(const Places& places) {
 void RestoreFrom(const Places& places, const ProgramAssets& record) {
     const std::filesystem::path application = ApplicationPath(places.install);
     EnsureNoOtherInstance(application, 0);
-    const std::wstring version = VersionOf(ApplicationPath(places.backup));
+    const std::wstring version = VersionOf(ApplicationPath(places.staging / kBackupDirectory));
     try {
         RestoreProgram(places.install, places.backup, record);
     } catch (const std::exception& failure) {

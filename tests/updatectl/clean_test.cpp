@@ -6,6 +6,7 @@
 #include "fixtures/held_file.h"
 #include "fixtures/patience.h"
 #include "fixtures/temporary_directory.h"
+#include "support/extended_length_path.h"
 #include "support/file_system.h"
 #include "support/handle.h"
 #include "support/process_utilities.h"
@@ -41,6 +42,9 @@ struct CleanTest : testing::Test {
             WriteFileContent(directory / L"backup\\data\\\u4E2D", "x");
             SetFileAttributesW((directory / L"backup\\data\\\u4E2D").c_str(),
                                FILE_ATTRIBUTE_READONLY);
+            // Only by the form that the updater uses for a backup can it be named.
+            WriteFileContent(
+                ExtendedLengthPath(directory / L"backup\\data\\with a dot at the end."), "x");
             WriteFileContent(directory / L"install.log", "x");
             SetTimes(directory, kYear2100 - age * kDay);
         }
@@ -48,7 +52,7 @@ struct CleanTest : testing::Test {
     ~CleanTest() override {
         for (const std::filesystem::path& directory : directories) {
             if (PathExists(directory)) {
-                RemoveTree(directory);
+                RemoveTree(ExtendedLengthPath(directory));
             }
         }
     }

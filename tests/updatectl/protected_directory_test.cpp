@@ -15,6 +15,7 @@
 #include "fixtures/open_handles.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
+#include "support/extended_length_path.h"
 #include "support/file_system.h"
 #include "support/text_conversion.h"
 #include "updatectl/entry_times.h"
@@ -250,6 +251,8 @@ struct ProtectedTreeTest : testing::Test {
 
     TemporaryDirectory temporary;
     std::filesystem::path staging = temporary.path / L"staging";
+    // As the tree is named, however long its paths are.
+    std::filesystem::path root = ExtendedLengthPath(staging);
     ReportedAdministrators administrators;
 };
 
@@ -258,13 +261,13 @@ TEST_F(ProtectedTreeTest, HoldsEveryDirectoryAndKnowsEveryFile) {
     std::vector<std::filesystem::path> directories;
     std::ranges::transform(tree.directories, std::back_inserter(directories),
                            &ProtectedDirectory::path);
-    EXPECT_EQ(directories.front(), staging);
+    EXPECT_EQ(directories.front(), root);
     EXPECT_THAT(directories, testing::UnorderedElementsAre(
-                                 staging, staging / L"backup", staging / L"backup\\data",
-                                 staging / L"backup\\data\\\u4E2D", staging / L"backup\\empty"));
+                                 root, root / L"backup", root / L"backup\\data",
+                                 root / L"backup\\data\\\u4E2D", root / L"backup\\empty"));
     EXPECT_THAT(tree.files,
-                testing::UnorderedElementsAre(staging / L"install.log", staging / L"backup\\a.exe",
-                                              staging / L"backup\\data\\\u4E2D\\b"));
+                testing::UnorderedElementsAre(root / L"install.log", root / L"backup\\a.exe",
+                                              root / L"backup\\data\\\u4E2D\\b"));
     for (const std::filesystem::path& directory : directories) {
         EXPECT_EQ(MoveFileExW(directory.c_str(), (temporary.path / L"moved").c_str(), 0), 0);
         EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
@@ -282,15 +285,15 @@ TEST_F(ProtectedTreeTest, IsHeldWhileItIsRemoved) {
     std::vector<std::filesystem::path> deleted;
     const ScopedReplacement trace(doubles::DeleteFileW, [&](LPCWSTR file) {
         deleted.emplace_back(file);
-        for (std::filesystem::path above = deleted.back().parent_path(); above != temporary.path;
-             above = above.parent_path()) {
+        for (std::filesystem::path above = deleted.back().parent_path();
+             above != root.parent_path(); above = above.parent_path()) {
             EXPECT_EQ(MoveFileExW(above.c_str(), (temporary.path / L"moved").c_str(), 0), 0);
             EXPECT_EQ(GetLastError(), DWORD{ERROR_SHARING_VIOLATION});
         }
         return DeleteFileW(file);
     });
     RemoveProtectedTree(Open());
-    EXPECT_THAT(deleted, testing::Contains(staging / L"backup\\a.exe"));
+    EXPECT_THAT(deleted, testing::Contains(root / L"backup\\a.exe"));
     EXPECT_FALSE(PathExists(staging));
 }
 
