@@ -17,6 +17,7 @@
 #include "end_to_end/whole_update.h"
 #include "fixtures/uninstall_entry.h"
 #include "fixtures/updater_box.h"
+#include "support/extended_length_path.h"
 #include "support/file_system.h"
 #include "support/status_file.h"
 #include "support/text_conversion.h"
@@ -40,7 +41,7 @@ void ClearStage(const Stage& stage) {
         RemoveTree(stage.directory);
     }
     for (const std::filesystem::path& staging : ListNewStagingDirectories(stage.stagingBefore)) {
-        RemoveTree(staging);
+        RemoveTree(ExtendedLengthPath(staging));
     }
     ReplaceUninstallEntry({});
 }

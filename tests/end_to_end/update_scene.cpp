@@ -6,6 +6,7 @@
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/running_processes.h"
 #include "end_to_end/staging_directories.h"
+#include "support/extended_length_path.h"
 #include "support/file_system.h"
 
 namespace updater {
@@ -34,7 +35,7 @@ void CleanUp(const UpdateScene& scene) {
     EndProcessesBelow(scene.workspace.path);
     for (const std::filesystem::path& directory : scene.NewStagingDirectories()) {
         EndProcessesBelow(directory);
-        RemoveTree(directory);
+        RemoveTree(ExtendedLengthPath(directory));
     }
 }
 
