@@ -104,9 +104,8 @@ function ownWords(words) {
 
 // The comment at the beginning of a script.
 function readUsage(script) {
-  const lines = readFileSync(script, "utf8").split("\n");
-  const end = lines.findIndex((line) => !line.startsWith("#"));
-  return lines.slice(0, end).join("\n");
+  // The comment at the beginning, and a Python program's text about itself after it.
+  return /^(?:#.*\n)*(?:"""[^]*?""")?/.exec(readFileSync(script, "utf8"))[0];
 }
 
 function isScript(root, path) {
