@@ -10,7 +10,6 @@
 
 // The linker takes a part from here instead of the runtime's own only if it has the runtime's name,
 // and such names are reserved.
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker finds these parts by the runtime's names
 
 extern "C" {
 
@@ -20,7 +19,6 @@ extern "C" {
 //
 // The compiler has every guarded function read a variable of this name. Its value is only known
 // when the process starts, so it can be neither local nor constant.
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): GCC reads this very variable
 std::uintptr_t __stack_chk_guard = 0;
 
 __attribute__((constructor(101), no_stack_protector)) static void InitializeStackGuard() {
@@ -44,19 +42,13 @@ __attribute__((constructor(101), no_stack_protector)) static void InitializeStac
 // The runtime's own ends of the process print the failure, for which they bring a decoder of type
 // names that is a tenth of the executable, and then call `abort`.
 
-namespace __gnu_cxx {
-
-void __verbose_terminate_handler() {
+void __gnu_cxx::__verbose_terminate_handler() {
     std::_Exit(updater::kExitUnreported);
 }
 
-}  // namespace __gnu_cxx
-
-namespace std {
-
-// NOLINTNEXTLINE(bugprone-std-namespace-modification): the library leaves it to programs to replace
-void __glibcxx_assert_fail(const char* /*file*/, int /*line*/, const char* /*function*/,
-                           const char* /*condition*/) noexcept {
+// NOLINTNEXTLINE(bugprone-std-namespace-modification): the library's own headers call it
+void std::__glibcxx_assert_fail(const char* /*file*/, int /*line*/, const char* /*function*/,
+                                const char* /*condition*/) noexcept {
     std::_Exit(updater::kExitUnreported);
 }
 
@@ -66,16 +58,12 @@ void __glibcxx_assert_fail(const char* /*file*/, int /*line*/, const char* /*fun
 // here makes a locale, so nobody calls these two, and the adapters, 48,000 bytes, stay out.
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static): declared non-static in <locale>
-const locale::facet* locale::facet::_M_cow_shim(const id* /*which*/) const {
+const std::locale::facet* std::locale::facet::_M_cow_shim(const id* /*which*/) const {
     std::_Exit(updater::kExitUnreported);
 }
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static): declared non-static in <locale>
-const locale::facet* locale::facet::_M_sso_shim(const id* /*which*/) const {
+const std::locale::facet* std::locale::facet::_M_sso_shim(const id* /*which*/) const {
     std::_Exit(updater::kExitUnreported);
 }
 #endif
-
-}  // namespace std
-
-// NOLINTEND(bugprone-reserved-identifier): nothing below has a name that the runtime prescribes
