@@ -93,9 +93,10 @@ struct LimitedPaths {
         doubles::CreateFileW,
         [](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
            DWORD disposition, DWORD flags, HANDLE model) -> HANDLE {
-            return IsTooLong(path, MAX_PATH)
-                       ? FailWith<HANDLE>(ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE)
-                       : CreateFileW(path, access, share, security, disposition, flags, model);
+            if (IsTooLong(path, MAX_PATH)) {
+                return FailWith<HANDLE>(ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
+            }
+            return CreateFileW(path, access, share, security, disposition, flags, model);
         }};
     ScopedReplacement<decltype(GetFileAttributesW)> attributes{
         doubles::GetFileAttributesW, [](LPCWSTR path) {
