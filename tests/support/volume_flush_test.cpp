@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -41,17 +40,7 @@ struct FlushableVolume {
         return refused != call;
     }
 
-    HANDLE OnCreateFile(LPCWSTR file, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
-                        DWORD disposition, DWORD flags, HANDLE model) {
-        EXPECT_EQ(file + std::wstring(L"\\"), volume) << "the volume, not its root directory";
-        EXPECT_EQ(access, GENERIC_WRITE);
-        EXPECT_EQ(share, static_cast<DWORD>(FILE_SHARE_READ | FILE_SHARE_WRITE));
-        EXPECT_EQ(security, nullptr);
-        EXPECT_EQ(disposition, static_cast<DWORD>(OPEN_EXISTING));
-        EXPECT_EQ(flags, 0U);
-        EXPECT_EQ(model, nullptr);
-        return Made("open") ? handle.get() : INVALID_HANDLE_VALUE;
-    }
+    HANDLE Opened() { return Made("open") ? handle.get() : INVALID_HANDLE_VALUE; }
 
     ScopedReplacement<decltype(GetVolumePathNameW)> path{
         doubles::GetVolumePathNameW, [this](LPCWSTR directory, LPWSTR buffer, DWORD units) {
@@ -65,7 +54,18 @@ struct FlushableVolume {
             return Made("name") ? Answer(volume, buffer, units) : FALSE;
         }};
     ScopedReplacement<decltype(CreateFileW)> open{
-        doubles::CreateFileW, std::bind_front(&FlushableVolume::OnCreateFile, this)};
+        doubles::CreateFileW,
+        [this](LPCWSTR file, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+               DWORD disposition, DWORD flags, HANDLE model) -> HANDLE {
+            EXPECT_EQ(file + std::wstring(L"\\"), volume) << "the volume, not its root directory";
+            EXPECT_EQ(access, GENERIC_WRITE);
+            EXPECT_EQ(share, static_cast<DWORD>(FILE_SHARE_READ | FILE_SHARE_WRITE));
+            EXPECT_EQ(security, nullptr);
+            EXPECT_EQ(disposition, static_cast<DWORD>(OPEN_EXISTING));
+            EXPECT_EQ(flags, 0U);
+            EXPECT_EQ(model, nullptr);
+            return Opened();
+        }};
     ScopedReplacement<decltype(FlushFileBuffers)> flush{doubles::FlushFileBuffers,
                                                         [this](HANDLE flushed) {
                                                             EXPECT_EQ(flushed, handle.get());
