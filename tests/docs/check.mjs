@@ -28,6 +28,7 @@ const world = {
   path: ["build/mingw-debug/src", "build/mingw-debug/tests/updatectl/support_tool", "node_modules/innosetup/bin"]
     .map(windowsPath)
     .join(";"),
+  wineRelease: Number.parseInt(spawnSync("wine", ["--version"], { encoding: "utf8" }).stdout.replace("wine-", ""), 10),
   spawning: { encoding: "utf8", stdio: ["ignore", "pipe", "pipe"], timeout: 120000 },
 };
 

@@ -103,11 +103,23 @@ function runOnWindows(world, place, text) {
   }
   // A batch file, because a command line would pass through Wine's own quoting on its way to cmd.
   mkdirSync(world.scratch, { recursive: true });
-  const script = ["@echo off", `set PATH=${world.path};%PATH%`, text, "exit /b %ERRORLEVEL%", ""];
+  const command = withShortNames(world, text);
+  const script = ["@echo off", `set PATH=${world.path};%PATH%`, command, "exit /b %ERRORLEVEL%", ""];
   writeFileSync(join(world.scratch, "step.cmd"), script.join("\r\n"));
   const tokens = [join(world.root, administratorsPrompt), "cmd", "/c", "C:\\corvellan-docs\\step.cmd"];
   const options = { ...world.spawning, cwd: hostDirectory };
   return finished(spawnSync("wine", tokens, options));
+}
+
+// The xcopy of Wine 10 takes no path with a space, quoted or not; Windows' and Wine 8's do.
+function withShortNames(world, text) {
+  if (!text.startsWith("xcopy ") || !(world.wineRelease >= 10)) {
+    return text;
+  }
+  return text.replace(/"(.*?)"/g, (_, path) => {
+    const { stdout } = spawnSync("wine", ["winepath", "--short", path], world.spawning);
+    return `"${stdout.trim()}"`;
+  });
 }
 
 function finished({ error, status, signal, stdout, stderr }) {

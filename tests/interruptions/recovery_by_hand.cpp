@@ -8,6 +8,8 @@
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/waiting.h"
 #include "fixtures/file_content.h"
+#include "fixtures/host_system.h"
+#include "fixtures/short_path.h"
 #include "fixtures/temporary_directory.h"
 #include "support/text_conversion.h"
 
@@ -67,10 +69,17 @@ void ReplaceAll(std::wstring& text, std::wstring_view from, const std::wstring& 
     }
 }
 
+// The xcopy of Wine 10 takes no path with a space, quoted or not. Windows' and Wine 8's do.
+bool TakesShortNamesOnly(const std::wstring& command) {
+    return command.starts_with(L"xcopy ") && WineRelease() >= 10;
+}
+
 std::wstring WithPlaces(std::wstring command, const RecoveryPlaces& places) {
+    const bool isShort = TakesShortNamesOnly(command);
     ReplaceAll(command, L"C:\\ProgramData\\CorvellanUpdate-{0D5B2A6E-8C41-4E0B-9F37-52A1C6E4D913}",
-               places.staging.native());
-    ReplaceAll(command, L"C:\\Program Files\\Corvellan", places.installDirectory.native());
+               isShort ? ShortPath(places.staging) : places.staging.native());
+    ReplaceAll(command, L"C:\\Program Files\\Corvellan",
+               isShort ? ShortPath(places.installDirectory) : places.installDirectory.native());
     ReplaceAll(command, L"tool.exe", places.ownProgram);
     return command;
 }

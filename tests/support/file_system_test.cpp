@@ -13,6 +13,7 @@
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
 #include "fixtures/open_handles.h"
+#include "fixtures/short_path.h"
 #include "fixtures/temporary_directory.h"
 #include "support/canonical_path.h"
 #include "support/handle.h"
@@ -26,14 +27,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
-
-constexpr DWORD kLongPath = 32768;
-
-std::wstring ShortPath(const std::filesystem::path& path) {
-    std::wstring text(kLongPath, L'\0');
-    text.resize(GetShortPathNameW(path.c_str(), text.data(), kLongPath));
-    return text;
-}
 
 std::filesystem::path CreateEmptyFile(const std::filesystem::path& file) {
     WriteFileContent(file, "");

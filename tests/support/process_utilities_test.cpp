@@ -18,6 +18,7 @@
 #include "fixtures/programs/program_report.h"
 #include "fixtures/programs/running_program.h"
 #include "fixtures/raised_errors.h"
+#include "fixtures/short_path.h"
 #include "fixtures/temporary_directory.h"
 #include "support/argument_quoting.h"
 #include "support/file_system.h"
@@ -142,8 +143,7 @@ TEST(IsSamePath, APathInShortNamesIsTheSame) {
     const TemporaryDirectory directory;
     const std::filesystem::path folder = directory.path / L"A directory of a long name";
     WriteFileContent(folder / L"corvellan.exe", "");
-    std::wstring shortPath(kLongPath, L'\0');
-    shortPath.resize(GetShortPathNameW(folder.c_str(), shortPath.data(), kLongPath));
+    const std::wstring shortPath = ShortPath(folder);
     ASSERT_FALSE(shortPath.empty());
     ASSERT_NE(shortPath, folder.native());
     EXPECT_TRUE(IsSamePath(shortPath + L"\\CORVELLAN.EXE", folder / L"corvellan.exe"));
