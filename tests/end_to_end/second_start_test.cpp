@@ -11,6 +11,10 @@
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "end_to_end/window_text.h"
+#include "fixtures/install_mutex.h"
+
+// After the Windows types that it needs.
+#include <sddl.h>
 
 namespace updater {
 namespace {
@@ -69,13 +73,33 @@ TEST_F(SecondStart, SaysThatTheApplicationIsBeingUpdatedAndKeepsOutOfTheWay) {
 }
 
 TEST_F(SecondStart, GoesOnAtTheUsersWordWhenSomethingElseHoldsTheMutex) {
-    UniqueHandle mutex = OwnHandle(CreateMutexW(nullptr, TRUE, L"Global\\CorvellanUpdateInstall"));
+    UniqueHandle mutex = OwnHandle(CreateMutexW(nullptr, TRUE, kInstallMutexName));
     StartAgain(job.installDirectory);
     const Notice notice = AwaitNotice();
     PostMessageW(notice.window, WM_COMMAND, ID_START_ANYWAY, 0);
     const Application resumed = AwaitApplication(job.installDirectory);
     EXPECT_EQ(AwaitEnd(notice.process.get(), "the notice's end"), 0U);
     CloseApplication(resumed);
+}
+
+// So it is for a standard user, whose update another account carries out. Wine lets the owner in
+// whatever the list says, so this mutex is the system's.
+TEST_F(SecondStart, SaysSoWhereTheMutexMayNotBeOpened) {
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    ASSERT_NE(ConvertStringSecurityDescriptorToSecurityDescriptorW(L"O:SYG:SYD:", SDDL_REVISION_1,
+                                                                   &descriptor, nullptr),
+              0);
+    const UniqueLocalMemory owned(descriptor);
+    SECURITY_ATTRIBUTES security{sizeof(security), descriptor, FALSE};
+    UniqueHandle mutex = OwnHandle(CreateMutexW(&security, TRUE, kInstallMutexName));
+    ASSERT_NE(mutex, nullptr);
+    const UniqueHandle opened = OwnHandle(OpenMutexW(SYNCHRONIZE, FALSE, kInstallMutexName));
+    ASSERT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    StartAgain(job.installDirectory);
+    const Notice notice = AwaitNotice();
+    EXPECT_EQ(WindowText(notice.window), L"Corvellan is being updated");
+    mutex.reset();
+    EXPECT_EQ(AwaitEnd(notice.process.get(), "the notice's end"), 0U);
 }
 
 }  // namespace
