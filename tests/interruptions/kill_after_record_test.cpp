@@ -25,7 +25,7 @@ std::ostream& operator<<(std::ostream& stream, const KillAfterRecord& kill) {
 }
 
 // The worker has little left to do after its last record, and may be faster.
-constexpr int kAttempts = 10;
+constexpr int kAttempts = 100;
 
 struct UpdateKilledAfterRecord : testing::TestWithParam<KillAfterRecord> {};
 

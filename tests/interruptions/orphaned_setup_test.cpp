@@ -58,7 +58,7 @@ TEST_F(OrphanedSetup, RunsOnFromTheMidstOfItsWork) {
 }
 
 // A process that has not come to life yet may end with the one that starts it.
-constexpr int kAttempts = 10;
+constexpr int kAttempts = 100;
 
 struct UnbegunSetup : KilledUpdate {
     /// From when it waits for the application's end, the worker runs for a millisecond at a time,

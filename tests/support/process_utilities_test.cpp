@@ -15,6 +15,7 @@
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/open_handles.h"
+#include "fixtures/patience.h"
 #include "fixtures/programs/program_report.h"
 #include "fixtures/programs/running_program.h"
 #include "fixtures/raised_errors.h"
@@ -328,11 +329,12 @@ TEST(LaunchProcess, ALaunchWithoutWaitingReturnsZeroWhileTheProgramRuns) {
                   QuoteArgument(baseName + L"-running") + L' ' + QuoteArgument(baseName + L"-end"),
                   directory.path.parent_path(), LaunchWait::None),
               0U);
-    EXPECT_EQ(WaitForSingleObject(running.get(), 30000), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(running.get(), kPatienceMilliseconds), WAIT_OBJECT_0);
     EXPECT_EQ(DeleteFileW(program.c_str()), 0) << "the program still runs";
 
     SetEvent(end.get());
-    for (int attempt = 0; attempt < 3000 && DeleteFileW(program.c_str()) == 0; ++attempt) {
+    const ULONGLONG deadline = GetTickCount64() + kPatienceMilliseconds;
+    while (DeleteFileW(program.c_str()) == 0 && GetTickCount64() < deadline) {
         Sleep(10);
     }
     EXPECT_FALSE(PathExists(program)) << "the program ends by itself";

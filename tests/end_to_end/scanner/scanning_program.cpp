@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "fixtures/patience.h"
 #include "support/directory_listing.h"
 #include "support/handle.h"
 #include "support/windows_api.h"
@@ -29,7 +30,6 @@ constexpr DWORD kPauseMilliseconds = 5;
 constexpr int kMostReported = 200;
 constexpr int kWrongUsage = 201;
 constexpr int kGivenUp = 202;
-constexpr ULONGLONG kLongestScan = 300'000;
 
 // Size and time of the last change.
 using FileState = std::pair<std::uint64_t, std::uint64_t>;
@@ -71,7 +71,7 @@ Files ListFiles(std::span<wchar_t* const> directories) {
 
 // Returns how many files it has held when the event is set.
 int Scan(std::span<wchar_t* const> directories, DWORD share, HANDLE stop, Files known) {
-    const ULONGLONG deadline = GetTickCount64() + kLongestScan;
+    const ULONGLONG deadline = GetTickCount64() + kPatienceMilliseconds;
     std::vector<HeldFile> held;
     int count = 0;
     while (WaitForSingleObject(stop, kPauseMilliseconds) == WAIT_TIMEOUT) {
