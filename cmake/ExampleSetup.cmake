@@ -2,7 +2,7 @@
 
 set(CORVELLAN_PAYLOADS "${CMAKE_BINARY_DIR}/examples/payloads")
 set(CORVELLAN_SETUPS "${CMAKE_BINARY_DIR}/examples/setups")
-set(corvellan_payload_script "${CMAKE_CURRENT_LIST_DIR}/ProgramPayload.cmake")
+set(payload_script "${CMAKE_CURRENT_LIST_DIR}/ProgramPayload.cmake")
 
 find_file(CORVELLAN_ISCC ISCC.exe
   PATHS "${CMAKE_SOURCE_DIR}/node_modules/innosetup/bin"
@@ -41,8 +41,8 @@ function(add_payload name)
   add_custom_command(
     OUTPUT "${directory}/program-files.tsv"
     COMMAND "${CMAKE_COMMAND}" "-DPAYLOAD=${directory}" "-DTREE=${payload_TREE}"
-            "-DTREE_FILES=${tree_files}" "-DFILES=${target_files}" ${tampered} -P "${corvellan_payload_script}"
-    DEPENDS ${tree_paths} ${payload_TARGETS} "${corvellan_payload_script}"
+            "-DTREE_FILES=${tree_files}" "-DFILES=${target_files}" ${tampered} -P "${payload_script}"
+    DEPENDS ${tree_paths} ${payload_TARGETS} "${payload_script}"
     COMMENT "Putting the program ${name} together"
     VERBATIM
   )
@@ -50,11 +50,15 @@ function(add_payload name)
 endfunction()
 
 # add_setup(NAME SCRIPT FILE VERSION VERSION PAYLOAD NAME [DEFINES NAME=VALUE...] [DEPENDS FILE...])
-# Compiles the setup program ${CORVELLAN_SETUPS}/NAME.exe.
+# Compiles the setup program ${CORVELLAN_SETUPS}/NAME.exe, for the identity in the caller's scope.
 function(add_setup name)
   cmake_parse_arguments(setup "" "SCRIPT;VERSION;PAYLOAD" "DEFINES;DEPENDS" ${ARGN})
   set(payload "${CORVELLAN_PAYLOADS}/${setup_PAYLOAD}")
-  set(defines "AppVersion=${setup_VERSION}" "OutputName=${name}" ${setup_DEFINES})
+  set(defines "AppVersion=${setup_VERSION}" "OutputName=${name}"
+    "Executable=${IDENTITY_EXECUTABLE}" "ReleaseTool=${IDENTITY_RELEASE_TOOL}"
+    "Identifier=${IDENTITY_APPLICATION_ID}" "ApplicationName=${IDENTITY_LOCAL_DIRECTORY}"
+    "Company=${IDENTITY_COMPANY}" ${setup_DEFINES}
+  )
   list(TRANSFORM defines PREPEND "/D")
   windows_path("${payload}" payload_path)
   windows_path("${CORVELLAN_SETUPS}" setups_path)

@@ -1,8 +1,16 @@
-# Gives a program the manifest and the version that all of the project's programs share.
+# Gives a program the manifest and the version that all of an application's programs share, with the
+# company and the product of the identity in the caller's scope.
 #
-#   add_program_resource(TARGET DESCRIPTION)
-function(add_program_resource target description)
+#   add_program_resource(TARGET FILE_NAME DESCRIPTION)
+function(add_program_resource target file_name description)
   set(resource "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc")
+  string(REGEX REPLACE "\\.[Ee][Xx][Ee]$" "" internal_name "${file_name}")
+  set(company "${IDENTITY_COMPANY}")
+  set(product "${IDENTITY_DESCRIPTION}")
+  foreach(text IN ITEMS file_name description internal_name company product)
+    string(REPLACE "\\" "\\\\" ${text} "${${text}}")
+    string(REPLACE "\"" "\"\"" ${text} "${${text}}")
+  endforeach()
   configure_file("${CMAKE_SOURCE_DIR}/cmake/program.rc.in" "${resource}" @ONLY)
   # The resource compiler does not report the manifest that it embeds.
   set_property(SOURCE "${resource}" PROPERTY OBJECT_DEPENDS "${CMAKE_SOURCE_DIR}/src/app/program.manifest")

@@ -19,6 +19,7 @@
 #include "end_to_end/running_processes.h"
 #include "end_to_end/waiting.h"
 #include "end_to_end/whole_update.h"
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "processes/notes.h"
 #include "program_main.h"
@@ -35,7 +36,7 @@ struct Handshake {
     std::filesystem::path workspace;
     std::filesystem::path installDirectory = workspace / L"program";
     std::filesystem::path jobDirectory = workspace / L"job";
-    std::filesystem::path updater = workspace / L"corvellan-updater.exe";
+    std::filesystem::path updater = workspace / L"" IDENTITY_UPDATER;
     SharedNotes shared = OpenNotes();
     updater::UniqueHandle exitEvent =
         updater::OwnHandle(CreateEventW(nullptr, TRUE, FALSE, kExitEventName));

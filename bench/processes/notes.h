@@ -16,10 +16,10 @@ struct Notes {
     volatile LONG64 commitSeen;
 };
 
-inline constexpr wchar_t kNotesName[] = L"Local\\CorvellanBenchNotes";
+inline constexpr wchar_t kNotesName[] = L"Local\\UpdaterBenchNotes";
 
 /// Set when the application shall exit.
-inline constexpr wchar_t kExitEventName[] = L"Local\\CorvellanBenchExit";
+inline constexpr wchar_t kExitEventName[] = L"Local\\UpdaterBenchExit";
 
 struct ViewCloser {
     void operator()(Notes* notes) const noexcept { UnmapViewOfFile(notes); }

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "controls.h"
+#include "names.h"
 
 namespace corvellan {
 
@@ -38,7 +39,7 @@ std::filesystem::path UserDataDirectory() {
     if (localData.empty()) {
         throw std::runtime_error("The environment variable LOCALAPPDATA is not set");
     }
-    std::filesystem::path directory = localData / L"Corvellan";
+    std::filesystem::path directory = localData / kLocalDirectory;
     std::filesystem::create_directories(directory);
     return directory;
 }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "application.h"
+#include "names.h"
 #include "session_log.h"
 #include "text.h"
 #include "update_job.h"
@@ -43,8 +44,10 @@ void RunApplication() {
     }
     const std::wstring outcome = DescribeLastUpdate(application);
     corvellan::AppendSession(application, outcome);
-    corvellan::ShowMainWindow(
-        application, outcome.empty() ? L"Welcome to Corvellan " + application.version : outcome);
+    corvellan::ShowMainWindow(application, outcome.empty() ? std::wstring(L"Welcome to ") +
+                                                                 corvellan::kApplicationName +
+                                                                 L" " + application.version
+                                                           : outcome);
 }
 
 }  // namespace
@@ -54,7 +57,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
         RunApplication();
         return 0;
     } catch (const std::exception& error) {
-        MessageBoxW(nullptr, corvellan::Widen(error.what()).c_str(), L"Corvellan",
+        MessageBoxW(nullptr, corvellan::Widen(error.what()).c_str(), corvellan::kApplicationName,
                     MB_OK | MB_ICONERROR);
         return 1;
     }

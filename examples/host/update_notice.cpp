@@ -7,13 +7,13 @@
 
 #include "controls.h"
 #include "handle.h"
+#include "names.h"
 
 namespace corvellan {
 
 namespace {
 
 // The updater's worker holds it from the prompt to the outcome.
-constexpr wchar_t kInstallMutex[] = L"Global\\CorvellanUpdateInstall";
 
 constexpr std::wstring_view kNoticeOption = L" --being-updated ";
 constexpr std::wstring_view kStartAnywayOption = L" --start-anyway";
@@ -63,7 +63,7 @@ bool IsUpdateBeingInstalled() {
 }
 
 void StartUpdateNotice(const Application& application) {
-    const std::filesystem::path executable = application.installDirectory / L"corvellan.exe";
+    const std::filesystem::path executable = application.installDirectory / kExecutable;
     const std::filesystem::path copy = UserDataDirectory() / L"update-notice.exe";
     // A copy that cannot be replaced is already showing the notice.
     if (CopyFileW(executable.c_str(), copy.c_str(), FALSE) != 0) {

@@ -7,11 +7,11 @@
 #include <system_error>
 #include <utility>
 
+#include "names.h"
+
 namespace corvellan {
 
 namespace {
-
-constexpr wchar_t kUpdaterExecutable[] = L"corvellan-updater.exe";
 
 // Backslashes count as escapes only in front of a double quote, so a run of them is doubled there:
 // without that, a directory's trailing backslash would swallow the closing quote and the options

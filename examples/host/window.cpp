@@ -10,6 +10,7 @@
 
 #include "controls.h"
 #include "handle.h"
+#include "names.h"
 #include "text.h"
 #include "update_feed.h"
 #include "update_job.h"
@@ -20,7 +21,7 @@ namespace corvellan {
 
 namespace {
 
-constexpr wchar_t kStateProperty[] = L"CorvellanState";
+constexpr wchar_t kStateProperty[] = L"ApplicationState";
 
 constexpr UINT_PTR kUpdateTimer = 1;
 constexpr UINT kUpdateTimerInterval = 100;
@@ -54,7 +55,7 @@ PendingUpdate PrepareUpdate(const Application& application, const UpdateOffer& o
 void BeginUpdate(HWND window, MainWindow& state) {
     const UpdateOffer offer = ReadUpdateFeed(state.application);
     if (offer.version == state.application.version) {
-        TellUser(window, L"Corvellan is up to date");
+        TellUser(window, std::wstring(kApplicationName) + L" is up to date");
         return;
     }
     state.update = PrepareUpdate(state.application, offer);
@@ -161,7 +162,7 @@ void ShowMainWindow(const Application& application, const std::wstring& message)
     SetPropW(window, kStateProperty, &state);
     TellUser(window, message);
     // Last: whoever finds the window by its title finds it complete.
-    SetWindowTextW(window, (L"Corvellan " + application.version).c_str());
+    SetWindowTextW(window, (std::wstring(kApplicationName) + L" " + application.version).c_str());
 
     MSG next{};
     while (GetMessageW(&next, nullptr, 0, 0) > 0) {

@@ -32,9 +32,6 @@ constexpr DWORD kPollingInterval = 250;
 // An entry of this name in the job directory, made by the application, cancels the update.
 constexpr wchar_t kCancelMarker[] = L"cancel";
 
-// "Corvellan update"
-constexpr wchar_t kErrorBoxTitle[] = L"Corvellan\u66F4\u65B0";
-
 struct BrokerOptions {
     std::filesystem::path jobDirectory;
     std::filesystem::path installDirectory;
@@ -165,7 +162,7 @@ int RunBroker(const UpdaterArguments& arguments) {
                       "Update parent does not match installation directory");
     EnsureNoOtherInstance(applicationPath, options.parentProcessId);
 
-    const std::wstring eventBaseName = L"Local\\CorvellanUpdate-" + CreateJobIdentity();
+    const std::wstring eventBaseName = kHandshakePrefix + CreateJobIdentity();
     // The prompt may be answered with another account's password. The worker then runs as an
     // administrator whom the user's own default list does not let set an event.
     static_cast<void>(GrantAdministratorsAccessByDefault());

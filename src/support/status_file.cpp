@@ -3,6 +3,7 @@
 #include <span>
 #include <stdexcept>
 
+#include "support/application_identity.h"
 #include "support/file_reading.h"
 #include "support/file_writing.h"
 #include "support/handle.h"
@@ -13,10 +14,6 @@
 namespace updater {
 
 namespace {
-
-// "The update was not completed; record of the failure:" and a line feed.
-constexpr wchar_t kStatusHeading[] =
-    L"\u5347\u7EA7\u672A\u5B8C\u6210\uFF0C\u5931\u8D25\u8BB0\u5F55\uFF1A\n";
 
 // Returns nothing for a file that is missing or cannot be read to its end.
 std::string ReadWholeFile(const std::filesystem::path& path) {

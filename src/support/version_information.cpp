@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "support/application_identity.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
 
@@ -13,11 +14,6 @@ namespace updater {
 
 namespace {
 
-// The application's entry in the list of installed programs. Its setup program names the key by
-// the application's identifier without braces.
-constexpr wchar_t kUninstallKey[] =
-    L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\"
-    L"5D1E7B20-3C9A-4F68-B2D4-9E0A6C7F1B35_is1";
 constexpr wchar_t kRegisteredVersionValue[] = L"DisplayVersion";
 
 constexpr std::size_t kRegisteredVersionUnits = 512;

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "support/application_identity.h"
 #include "support/canonical_path.h"
 #include "support/handle.h"
 #include "support/number_text.h"
@@ -26,12 +27,12 @@ namespace updater {
 namespace {
 
 constexpr char kHelp[] =
-    R"(Usage: corvellan-updatectl clean [--keep N] [--dry-run] [--setup-dir DIR]
+    R"(Usage: <tool> clean [--keep N] [--dry-run] [--setup-dir DIR]
 
-Removes the staging directories that earlier updates left, "CorvellanUpdate-{...}" in the folder of
+Removes the staging directories that earlier updates left, "<staging>{...}" in the folder of
 all users' data (usually C:\ProgramData), and says what became of each. A staging directory holds the
 backup of the program before an update; after an interrupted update see first what
-'corvellan-updatectl restore --help' says. Needs an administrator's rights. While an update is being
+'<tool> restore --help' says. Needs an administrator's rights. While an update is being
 installed nothing is removed; nor is, ever, a directory whose setup program still runs.
 
 Anybody may make directories of such names. One that does not belong to the administrators or to the

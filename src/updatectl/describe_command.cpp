@@ -14,13 +14,13 @@ namespace updater {
 namespace {
 
 constexpr char kHelp[] =
-    R"(Usage: corvellan-updatectl describe SETUP --app CORVELLAN_EXE
+    R"(Usage: <tool> describe SETUP --app <executable>
 
 Prints what the application's update feed says about a release, as JSON: "version", as the updater
 reads it from the application's executable; "size" in bytes and "sha256" of the setup program,
 which the updater checks before it runs it; and "setup", the setup program's file name.
 
-  --app CORVELLAN_EXE   the executable that SETUP installs
+  --app <executable>   the executable that SETUP installs
 )";
 
 constexpr std::string_view kOperands[] = {"SETUP"};

@@ -24,7 +24,7 @@ namespace updater {
 namespace {
 
 constexpr char kHelp[] =
-    R"(Usage: corvellan-updatectl inventory DIR [--exclude PATTERN]... [--json]
+    R"(Usage: <tool> inventory DIR [--exclude PATTERN]... [--json]
 
 Writes DIR\program-files.tsv, the list of the program's files with their SHA-256 digests by which
 the updater checks an installation. DIR holds the program as its setup program will install it.

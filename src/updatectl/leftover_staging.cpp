@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "snapshot/program_assets.h"
+#include "support/application_identity.h"
 #include "support/directory_listing.h"
 #include "support/file_system.h"
 #include "support/handle.h"
@@ -30,9 +31,9 @@ bool FitsForm(wchar_t character, wchar_t form) {
 }  // namespace
 
 bool IsStagingName(std::wstring_view name) {
-    constexpr std::wstring_view kPrefix = kStagingPrefix;
-    return name.starts_with(kPrefix) &&
-           std::ranges::equal(name.substr(kPrefix.size()), kIdentityForm, FitsForm);
+    const std::wstring_view prefix = kStagingPrefix;
+    return name.starts_with(prefix) &&
+           std::ranges::equal(name.substr(prefix.size()), kIdentityForm, FitsForm);
 }
 
 StagingListing FindStagingDirectories(const std::filesystem::path& folder) {

@@ -31,7 +31,7 @@ namespace updater {
 namespace {
 
 constexpr char kHelp[] =
-    R"(Usage: corvellan-updatectl restore --staging DIR --install-dir DIR [--force]
+    R"(Usage: <tool> restore --staging DIR --install-dir DIR [--force]
 
 Puts the previous program back after an update that was interrupted while the setup program ran, for
 example because the machine lost power: program files that the backup in the staging directory does
@@ -39,8 +39,8 @@ not hold are deleted, all others are copied back and checked, as the updater its
 failed installation. The user's own files stay as they are. It can be repeated after a failure.
 Needs an administrator's rights.
 
-  --staging DIR       the interrupted update's directory, "CorvellanUpdate-{...}" in the folder of
-                      all users' data; 'corvellan-updatectl clean --dry-run' lists them by time
+  --staging DIR       the interrupted update's directory, "<staging>{...}" in the folder of
+                      all users' data; '<tool> clean --dry-run' lists them by time
   --install-dir DIR   where the program is installed
   --force             restore from a backup that may be incomplete or damaged, too
 
@@ -88,6 +88,10 @@ Places OpenPlaces(const std::filesystem::path& staging, const std::filesystem::p
 
 void CheckStaging(const Places& places) {
     const std::string name = PrintableText(places.staging.native());
+    // Another application's backup may hold an executable of the same name.
+    if (!IsStagingName(places.staging.filename().native())) {
+        throw std::runtime_error(name + " is not named as this application's updates name theirs");
+    }
     if (!PathExists(ApplicationPath(places.backup))) {
         throw std::runtime_error("There is no backup of the program in " + name);
     }

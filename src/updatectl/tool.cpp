@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <string>
+#include <utility>
 
+#include "support/application_identity.h"
+#include "support/text_conversion.h"
 #include "updatectl/command_options.h"
 #include "updatectl/output.h"
 
@@ -12,9 +16,9 @@ namespace updater {
 namespace {
 
 constexpr char kHelp[] =
-    R"(Usage: corvellan-updatectl COMMAND [OPTIONS]
+    R"(Usage: <tool> COMMAND [OPTIONS]
 
-Makes and checks the data of a release that the Corvellan Updater installs, and helps out on a
+Makes and checks the data of a release that the <updater> installs, and helps out on a
 user's machine after an interrupted update.
 
 Commands for a release:
@@ -36,30 +40,57 @@ constexpr std::wstring_view kHelpFlag = L"--help";
 constexpr std::array<const ToolCommand*, 5> kCommands = {
     &kInventoryCommand, &kVerifyCommand, &kDescribeCommand, &kRestoreCommand, &kCleanCommand};
 
+// Returns the help with the application's own names in the places that it leaves for them.
+std::string WithNames(std::string_view help) {
+    std::string text(help);
+    for (const auto& [place, name] :
+         {std::pair<std::string_view, std::string>("<tool>", kReleaseTool),
+          {"<updater>", kUpdaterDescription},
+          {"<staging>", WideToUtf8(kStagingPrefix)},
+          {"<executable>", kExecutableWord}}) {
+        for (std::size_t at = text.find(place); at != std::string::npos;
+             at = text.find(place, at + name.size())) {
+            text.replace(at, place.size(), name);
+        }
+    }
+    return text;
+}
+
+// Returns null for a name that is no command's.
+const ToolCommand* FindCommand(std::wstring_view name) {
+    const auto* const found = std::ranges::find(kCommands, name, &ToolCommand::name);
+    return found == kCommands.end() ? nullptr : *found;
+}
+
+// What to type next, after a wrong command line.
+std::string HelpHint(std::span<const std::wstring> tokens) {
+    const bool known = !tokens.empty() && FindCommand(tokens.front()) != nullptr;
+    return std::string("Try '") + kReleaseTool + ' ' +
+           (known ? WideToUtf8(tokens.front()) + ' ' : std::string()) + "--help'.\n";
+}
+
 int RunCommand(std::span<const std::wstring> tokens) {
     if (tokens.empty()) {
         throw UsageError("COMMAND is missing");
     }
     const std::wstring& name = tokens.front();
     if (name == kHelpFlag) {
-        PrintOutput(kHelp);
+        PrintOutput(WithNames(kHelp));
         return kToolDone;
     }
     if (name == L"--version") {
-        PrintOutput("corvellan-updatectl " CORVELLAN_VERSION "\n");
+        PrintOutput(std::string(kReleaseTool) + " " CORVELLAN_VERSION "\n");
         return kToolDone;
     }
-    for (const ToolCommand* command : kCommands) {
-        if (name != command->name) {
-            continue;
-        }
-        if (std::ranges::find(tokens, kHelpFlag) != tokens.end()) {
-            PrintOutput(command->help);
-            return kToolDone;
-        }
-        return command->run(tokens.subspan(1));
+    const ToolCommand* const command = FindCommand(name);
+    if (command == nullptr) {
+        throw UsageError(PrintableText(name) + " is not a command");
     }
-    throw UsageError(PrintableText(name) + " is not a command");
+    if (std::ranges::find(tokens, kHelpFlag) != tokens.end()) {
+        PrintOutput(WithNames(command->help));
+        return kToolDone;
+    }
+    return command->run(tokens.subspan(1));
 }
 
 }  // namespace
@@ -68,11 +99,10 @@ int RunTool(std::span<const std::wstring> tokens) {
     try {
         return RunCommand(tokens);
     } catch (const UsageError& failure) {
-        PrintError(std::string("corvellan-updatectl: ") + failure.what() +
-                   "\nWith --help it explains itself; with a command and --help, the command.\n");
+        PrintError(std::string(kReleaseTool) + ": " + failure.what() + "\n" + HelpHint(tokens));
         return kToolWrongUsage;
     } catch (const std::exception& failure) {
-        PrintError(std::string("corvellan-updatectl: ") + failure.what() + "\n");
+        PrintError(std::string(kReleaseTool) + ": " + failure.what() + "\n");
         return kToolFailed;
     }
 }

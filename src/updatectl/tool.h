@@ -16,7 +16,8 @@ enum ToolExit : int {
 
 /// One of the tool's commands. `run` gets the tokens after the command's name and returns the
 /// process exit code; it raises `UsageError` for a wrong command line, and any other standard
-/// exception when the work could not be done.
+/// exception when the work could not be done. Four places in `help` are for the application's own
+/// names: <tool>, <updater>, <staging> (how staging directories begin) and <executable>.
 struct ToolCommand {
     std::wstring_view name;
     std::string_view help;

@@ -22,7 +22,7 @@ namespace updater {
 namespace {
 
 constexpr char kHelp[] =
-    R"(Usage: corvellan-updatectl verify DIR [--json]
+    R"(Usage: <tool> verify DIR [--json]
 
 Checks the program in DIR against the list DIR\program-files.tsv as the updater does after an
 installation, by the same rules and with the same messages, but to the end: every difference is

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "support/application_identity.h"
 #include "support/windows_api.h"
 
 namespace updater {

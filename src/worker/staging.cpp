@@ -11,6 +11,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "support/application_identity.h"
 #include "support/file_digest.h"
 #include "support/file_system.h"
 #include "support/handle.h"

@@ -6,12 +6,9 @@
 
 namespace updater {
 
-// Every update works in a staging directory of its own, directly in the machine's data folder. It
-// stays there after the update, unless that was cancelled.
-
-/// A staging directory's name begins with this; the job identity (see `CreateJobIdentity`)
-/// follows.
-inline constexpr wchar_t kStagingPrefix[] = L"CorvellanUpdate-";
+// Every update works in a staging directory of its own, directly in the machine's data folder,
+// whose name begins with `kStagingPrefix`. It stays there after the update, unless that was
+// cancelled.
 
 /// What a staging directory holds: the setup program, which is there first; the backup of the
 /// installed program; and the log that the setup program makes when it starts.

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/scoped_command_line.h"
 #include "support/text_conversion.h"
 
@@ -29,7 +30,7 @@ TEST(CommandLine, OfTheProgramAloneGivesNoOptions) {
     ExpectParsed({
         {L"updater.exe", {}},
         {L"updater.exe   ", {}},
-        {L"\"C:\\Program Files\\\u5E94\u7528\\corvellan-updater.exe\"", {}},
+        {L"\"C:\\Program Files\\\u5E94\u7528\\" IDENTITY_UPDATER L"\"", {}},
         {L"--worker", {}},
     });
 }

@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/built_path.h"
 #include "fixtures/file_content.h"
 #include "support/text_conversion.h"
@@ -235,8 +236,8 @@ TEST_F(ExecutableVersion, IsTheProjectsOwn) {
 }
 
 TEST_F(ExecutableVersion, NamesTheProgram) {
-    EXPECT_EQ(Text(L"OriginalFilename"), L"corvellan-updater.exe");
-    EXPECT_EQ(Text(L"InternalName"), L"corvellan-updater");
+    EXPECT_EQ(Text(L"OriginalFilename"), L"" IDENTITY_UPDATER);
+    EXPECT_EQ(Text(L"InternalName"), L"" IDENTITY_UPDATER_STEM);
     for (const wchar_t* name :
          {L"CompanyName", L"FileDescription", L"FileVersion", L"ProductName", L"ProductVersion"}) {
         EXPECT_THAT(Text(name), Not(IsEmpty())) << WideToUtf8(name);

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/built_path.h"
 #include "fixtures/expect_file_system_error.h"
 #include "fixtures/file_content.h"
@@ -125,7 +126,7 @@ struct Executable : testing::Test {
         EXPECT_EQ(outcome.output, "");
         EXPECT_EQ(ReadTreeContent(job), jobBefore);
         EXPECT_EQ(ReadTreeContent(current), currentBefore);
-        EXPECT_THAT(EntryNames(program), ElementsAre(L"corvellan-updater.exe"));
+        EXPECT_THAT(EntryNames(program), ElementsAre(L"" IDENTITY_UPDATER));
     }
 
     void ExpectExitCode(const std::wstring& arguments, DWORD exitCode) const {
@@ -141,7 +142,7 @@ struct Executable : testing::Test {
 
     TemporaryDirectory directory;
     std::filesystem::path program = directory.path / L"program";
-    std::filesystem::path executable = program / L"corvellan-updater.exe";
+    std::filesystem::path executable = program / L"" IDENTITY_UPDATER;
     std::filesystem::path current = directory.path / L"current";
     std::filesystem::path job = directory.path / L"\u4EFB\u52A1 directory";
 };

@@ -3,6 +3,7 @@
 #include <span>
 
 #include "broker/broker.h"
+#include "fixtures/application_names.h"
 #include "fixtures/processes/failing_steps.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/scenes/broker_scene.h"
@@ -122,7 +123,7 @@ TEST(BrokerChecks, RefuseAParentOfAnotherProgram) {
 TEST(BrokerChecks, RefuseAParentOfAnotherInstallation) {
     BrokerScene scene;
     const StandInProcess stranger =
-        StartStandInApplication(scene.directory.path / L"other" / L"corvellan.exe", 1);
+        StartStandInApplication(scene.directory.path / L"other" / kExecutableName, 1);
     scene.arguments[kParentPidOption] = std::to_wstring(stranger.id);
     EXPECT_THAT([&] { RunBroker(scene.arguments); }, RaisesError(kWrongParent));
 }
@@ -165,7 +166,7 @@ TEST(BrokerChecks, AllowAnInstanceOfAnotherInstallationUnlessItCannotBeInspected
     BrokerScene scene;
     scene.faults.launchError = ERROR_CANCELLED;
     const StandInProcess stranger =
-        StartStandInApplication(scene.directory.path / L"other" / L"corvellan.exe", 1);
+        StartStandInApplication(scene.directory.path / L"other" / kExecutableName, 1);
     EXPECT_EQ(RunBroker(scene.arguments), 2);
 
     scene.faults.inaccessibleProcess = stranger.id;

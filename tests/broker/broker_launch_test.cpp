@@ -5,6 +5,7 @@
 
 #include "broker/broker.h"
 #include "broker/worker_parameters.h"
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/processes/expected_records.h"
 #include "fixtures/raised_errors.h"
@@ -25,7 +26,7 @@ TEST(BrokerEvents, HaveTheRunsOwnNamesAndAreManuallyResetAndNotSignalled) {
     RunBroker(scene.arguments);
     ASSERT_EQ(scene.events.size(), 4U);
     const std::wregex form(
-        LR"((Local\\CorvellanUpdate-\{[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\})-(ready|commit))");
+        LR"((Local\\)" IDENTITY_BASE_NAME LR"(-\{[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\})-(ready|commit))");
     std::vector<std::wstring> baseNames;
     for (const EventCreation& event : scene.events) {
         std::wsmatch match;

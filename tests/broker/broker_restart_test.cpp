@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "broker/broker.h"
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/scenes/broker_scene.h"
@@ -75,8 +76,8 @@ TEST(BrokerRestart, UsesTheInstallationDirectoryAsItStandsOnTheCommandLine) {
     scene.arguments[kInstallDirOption] = given;
     EXPECT_EQ(RunBroker(scene.arguments), 0);
     const ProcessStart& start = scene.processes.starts.at(0);
-    EXPECT_EQ(start.application, given + L"corvellan.exe");
-    EXPECT_EQ(start.commandLine, L"\"" + given + L"corvellan.exe\" ");
+    EXPECT_EQ(start.application, given + kExecutableName);
+    EXPECT_EQ(start.commandLine, L"\"" + given + IDENTITY_EXECUTABLE L"\" ");
     EXPECT_EQ(start.workingDirectory, given);
 }
 
@@ -131,7 +132,7 @@ TEST(BrokerErrorBox, ShowsTheStatusFileAndTheJobDirectory) {
     ASSERT_EQ(scene.errorBoxes.size(), 1U);
     const ErrorBox& box = scene.errorBoxes.front();
     EXPECT_EQ(box.owner, nullptr);
-    EXPECT_EQ(box.title, L"Corvellan\u66F4\u65B0");
+    EXPECT_EQ(box.title, L"" IDENTITY_ERROR_TITLE);
     EXPECT_EQ(box.style, 0x10U);
     EXPECT_EQ(box.text,
               kUpdaterBoxHeading +

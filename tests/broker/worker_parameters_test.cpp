@@ -1,4 +1,5 @@
 #include "broker/worker_parameters.h"
+#include "fixtures/application_names.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +11,8 @@
 namespace updater {
 namespace {
 
-constexpr wchar_t kBaseName[] = L"Local\\CorvellanUpdate-{00112233-4455-6677-8899-AABBCCDDEEFF}";
+constexpr wchar_t kBaseName[] =
+    L"Local\\" IDENTITY_BASE_NAME L"-{00112233-4455-6677-8899-AABBCCDDEEFF}";
 
 TEST(WorkerParameters, HoldTheEventNameAndTheBrokersOptionsButNotItsModeFlag) {
     const UpdaterArguments arguments = {{L"--parent-pid", L"42"},
@@ -18,7 +20,7 @@ TEST(WorkerParameters, HoldTheEventNameAndTheBrokersOptionsButNotItsModeFlag) {
                                         {L"--install-dir", L"C:\\App\\"},
                                         {L"--broker", L"1"}};
     EXPECT_EQ(BuildWorkerParameters(arguments, kBaseName),
-              LR"(--worker --event "Local\CorvellanUpdate-{00112233-4455-6677-8899-AABBCCDDEEFF}")"
+              LR"(--worker --event "Local\)" IDENTITY_BASE_NAME LR"(-{00112233-4455-6677-8899-AABBCCDDEEFF}")"
               LR"( --install-dir "C:\App\\" --job-dir "D:\job" --parent-pid "42")");
 }
 

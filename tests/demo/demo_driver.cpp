@@ -15,6 +15,7 @@
 #include "end_to_end/running_processes.h"
 #include "end_to_end/staging_directories.h"
 #include "end_to_end/whole_update.h"
+#include "fixtures/application_names.h"
 #include "fixtures/uninstall_entry.h"
 #include "fixtures/updater_box.h"
 #include "support/extended_length_path.h"
@@ -28,7 +29,7 @@ namespace updater {
 namespace {
 
 struct Stage {
-    std::filesystem::path directory = L"C:\\\u6F14\u793A Corvellan demo";
+    std::filesystem::path directory = L"C:\\\u6F14\u793A " IDENTITY_LOCAL_DIRECTORY L" demo";
     std::filesystem::path installDirectory = directory / L"\u5E94\u7528 \u7A0B\u5E8F";
     std::filesystem::path feedDirectory = directory / L"feed";
     std::vector<std::filesystem::path> stagingBefore = ListStagingDirectories();
@@ -51,8 +52,8 @@ std::string Quoted(const std::wstring& text) {
 }
 
 void CheckVersions(const Stage& stage, const std::wstring& version) {
-    TellCheck(ReadExecutableVersion(stage.installDirectory / L"corvellan.exe") == version,
-              "corvellan.exe is version " + WideToUtf8(version));
+    TellCheck(ReadExecutableVersion(stage.installDirectory / kExecutableName) == version,
+              IDENTITY_EXECUTABLE " is version " + WideToUtf8(version));
     TellCheck(RegisteredVersion() == version,
               "the registered version (\"DisplayVersion\") is " + WideToUtf8(RegisteredVersion()));
 }

@@ -7,6 +7,7 @@ import { checkCommands } from "./commands.mjs";
 import { runConsoles } from "./consoles.mjs";
 import { checkDiagrams } from "./diagrams.mjs";
 import { checkFacts } from "./facts.mjs";
+import { readIdentity } from "./identity.mjs";
 import { checkMessages } from "./messages.mjs";
 import { checkOptions } from "./options.mjs";
 import { readPages } from "./pages.mjs";
@@ -21,10 +22,13 @@ function windowsPath(path) {
   return `Z:${join(root, path).replaceAll("/", "\\")}`;
 }
 
+const identity = readIdentity(root);
+
 const world = {
   root,
+  identity,
   drive: join(prefix, "drive_c"),
-  scratch: join(prefix, "drive_c/corvellan-docs"),
+  scratch: join(prefix, "drive_c/updater-docs"),
   path: ["build/mingw-debug/src", "build/mingw-debug/tests/updatectl/support_tool", "node_modules/innosetup/bin"]
     .map(windowsPath)
     .join(";"),
@@ -33,10 +37,10 @@ const world = {
 };
 
 function toolHelp(...tokens) {
-  const tool = join(root, "build/mingw-debug/src/updatectl/corvellan-updatectl.exe");
+  const tool = join(root, "build/mingw-debug/src/updatectl", identity.RELEASE_TOOL);
   const { status, stdout } = spawnSync("wine", [tool, ...tokens, "--help"], world.spawning);
   if (status !== 0) {
-    throw new Error(`corvellan-updatectl ${tokens.join(" ")} --help ended with ${status}`);
+    throw new Error(`${identity.RELEASE_TOOL_STEM} ${tokens.join(" ")} --help ended with ${status}`);
   }
   return stdout;
 }
@@ -58,7 +62,7 @@ const results = [
   checkFacts(root, pages, report),
   checkWords(pages, report),
   checkReferences(root, pages, report),
-  checkCommands(root, pages, readTool(), report),
+  checkCommands(root, pages, readTool(), identity, report),
   await checkDiagrams(pages, report),
 ];
 try {

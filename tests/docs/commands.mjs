@@ -6,12 +6,12 @@ import { join } from "node:path";
 import { neededByBroker, updaterOptions } from "./options.mjs";
 import { inlineCode, prompt, tableBelow } from "./pages.mjs";
 
-export function checkCommands(root, pages, tool, report) {
-  const options = updaterOptions(root);
+export function checkCommands(root, pages, tool, identity, report) {
+  const programs = { ...identity, options: updaterOptions(root), tool };
   let count = 0;
   for (const page of pages) {
     for (const { line, text } of commandLines(page)) {
-      count += checkCommand(root, text, options, tool, (what) => report(`${page.name}:${line}`, what));
+      count += checkCommand(root, text, programs, (what) => report(`${page.name}:${line}`, what));
     }
   }
   checkToolTable(
@@ -58,16 +58,16 @@ function commandLines(page) {
 }
 
 // Returns 1 for a command that is one of ours, or of the build's.
-function checkCommand(root, text, options, tool, report) {
+function checkCommand(root, text, programs, report) {
   const words = ownWords(text.split(/\s+/));
   const program = words[0].split("\\").pop().replace(/"$/, "").replace(/\.exe$/, "");
   const given = words.filter((word) => /^--[a-z]/.test(word)).map((word) => word.replace(/=.*/, ""));
   if (isScript(root, program)) {
     checkScriptCommand(root, program, given, report);
-  } else if (program === "corvellan-updatectl") {
-    checkToolCommand(words, given, tool, report);
-  } else if (program === "corvellan-updater") {
-    checkUpdaterCommand(given, options, report);
+  } else if (program === programs.RELEASE_TOOL_STEM) {
+    checkToolCommand(words, given, programs.tool, report);
+  } else if (program === programs.UPDATER_STEM) {
+    checkUpdaterCommand(given, programs.options, report);
   } else if (program === "cmake") {
     checkBuildCommand(root, words, report);
   } else {
@@ -86,7 +86,7 @@ function checkScriptCommand(root, program, given, report) {
 // A mode alone names a process and no command.
 function checkUpdaterCommand(given, options, report) {
   for (const option of given.filter((name) => !options.includes(name))) {
-    report(`corvellan-updater has no option ${option}`);
+    report(`the updater has no option ${option}`);
   }
   if (given.includes("--broker") && given.length > 1) {
     for (const option of neededByBroker.filter((name) => !given.includes(name))) {
@@ -123,16 +123,16 @@ function checkToolCommand(words, given, tool, report) {
   }
   if (command.startsWith("--")) {
     if (!tool.help.includes(command)) {
-      report(`corvellan-updatectl has no option ${command}`);
+      report(`the release tool has no option ${command}`);
     }
     return;
   }
   if (!tool.commands.has(command)) {
-    report(`corvellan-updatectl has no command ${command}`);
+    report(`the release tool has no command ${command}`);
     return;
   }
   for (const option of given.filter((name) => name !== "--help" && !tool.commands.get(command).includes(name))) {
-    report(`corvellan-updatectl ${command} has no option ${option}`);
+    report(`the release tool's ${command} has no option ${option}`);
   }
 }
 

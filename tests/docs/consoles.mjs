@@ -106,7 +106,7 @@ function runOnWindows(world, place, text) {
   const command = withShortNames(world, text);
   const script = ["@echo off", `set PATH=${world.path};%PATH%`, command, "exit /b %ERRORLEVEL%", ""];
   writeFileSync(join(world.scratch, "step.cmd"), script.join("\r\n"));
-  const tokens = [join(world.root, administratorsPrompt), "cmd", "/c", "C:\\corvellan-docs\\step.cmd"];
+  const tokens = [join(world.root, administratorsPrompt), "cmd", "/c", "C:\\updater-docs\\step.cmd"];
   const options = { ...world.spawning, cwd: hostDirectory };
   return finished(spawnSync("wine", tokens, options));
 }

@@ -5,8 +5,9 @@ import { spawnSync } from "node:child_process";
 import { cpSync, existsSync, mkdirSync, readFileSync, readdirSync, rmSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
 
-const uninstallKey =
-  "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\5D1E7B20-3C9A-4F68-B2D4-9E0A6C7F1B35_is1";
+function uninstallKey({ identity }) {
+  return `HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\${identity.APPLICATION_ID}_is1`;
+}
 
 // The user's own files in the installation directory.
 const userFiles = new Map([
@@ -31,16 +32,16 @@ export function removeScenes(world) {
   for (const path of [release, install, world.scratch, ...leftovers]) {
     rmSync(path, { recursive: true, force: true });
   }
-  reg(world, "delete", uninstallKey, "/f", "/reg:64");
+  reg(world, "delete", uninstallKey(world), "/f", "/reg:64");
 }
 
-function places({ root, drive }) {
-  const staging = join(drive, "ProgramData/CorvellanUpdate-{0D5B2A6E-8C41-4E0B-9F37-52A1C6E4D913}");
+function places({ root, drive, identity }) {
+  const staging = join(drive, `ProgramData/${identity.BASE_NAME}-{0D5B2A6E-8C41-4E0B-9F37-52A1C6E4D913}`);
   return {
     release: join(drive, "release"),
-    install: join(drive, "Program Files/Corvellan"),
+    install: join(drive, `Program Files/${identity.LOCAL_DIRECTORY}`),
     staging,
-    leftovers: [staging, join(drive, "Program Files/Corvellan-aside")],
+    leftovers: [staging, join(drive, `Program Files/${identity.LOCAL_DIRECTORY}-aside`)],
     previous: join(root, "build/mingw-debug/examples/payloads/v1"),
     next: join(root, "build/mingw-debug/examples/payloads/v2"),
   };
@@ -52,7 +53,7 @@ function prepareRelease(world) {
   cpSync(next, join(release, "program"), { recursive: true });
   rmSync(join(release, "program/program-files.tsv"));
   writeFileSync(join(release, "program/engine.pdb"), "not installed");
-  cpSync(join(world.root, "examples/setup/corvellan.iss"), join(release, "corvellan.iss"));
+  cpSync(join(world.root, "examples/setup/application.iss"), join(release, "application.iss"));
 }
 
 // Program files that the next version has and the previous one has not; the restore must take them
@@ -75,7 +76,7 @@ function prepareInterruptedUpdate(world) {
     mkdirSync(join(install, path, ".."), { recursive: true });
     writeFileSync(join(install, path), content);
   }
-  reg(world, "add", uninstallKey, "/v", "DisplayVersion", "/t", "REG_SZ", "/d", "2.0.0.0", "/f", "/reg:64");
+  reg(world, "add", uninstallKey(world), "/v", "DisplayVersion", "/t", "REG_SZ", "/d", "2.0.0.0", "/f", "/reg:64");
 }
 
 function findNotRestored(world) {
@@ -102,7 +103,7 @@ function readTree(directory) {
 }
 
 function registeredVersion(world) {
-  const { stdout } = reg(world, "query", uninstallKey, "/v", "DisplayVersion", "/reg:64");
+  const { stdout } = reg(world, "query", uninstallKey(world), "/v", "DisplayVersion", "/reg:64");
   return /DisplayVersion\s+REG_SZ\s+(\S+)/.exec(stdout)?.[1];
 }
 

@@ -2,6 +2,7 @@
 
 import { readFileSync, readdirSync } from "node:fs";
 import { join } from "node:path";
+import { readIdentity } from "./identity.mjs";
 
 // The release tool has messages of its own, which never reach a status file.
 const otherPrograms = ["updatectl"];
@@ -9,25 +10,28 @@ const otherPrograms = ["updatectl"];
 // Returns the updater's source files as { name, tokens }.
 export function readUpdaterSource(root) {
   const directory = join(root, "src");
+  const identity = readIdentity(root);
   return readdirSync(directory, { recursive: true })
     .map((name) => name.replaceAll("\\", "/"))
     .filter((name) => /\.(cpp|h)$/.test(name) && !otherPrograms.includes(name.split("/")[0]))
     .sort()
     .map((name) => {
       const text = readFileSync(join(directory, name), "utf8");
-      return { name: `src/${name}`, tokens: tokenize(text) };
+      return { name: `src/${name}`, tokens: tokenize(text, identity) };
     });
 }
 
 // Splits C++ into tokens { text, line, literal }; comments are dropped, `literal` is a narrow or
-// wide string's content, and literals that stand next to each other become one.
-function tokenize(text) {
+// wide string's content, and literals that stand next to each other become one. An entry of the
+// identity is the literal that the build makes of it.
+function tokenize(text, identity) {
   const pattern =
     /\/\/[^\n]*|\/\*[\s\S]*?\*\/|#[^\n]*|L?R"\(([\s\S]*?)\)"|L?"((?:[^"\\\n]|\\.)*)"|L?'(?:[^'\\]|\\.)+'|[A-Za-z_]\w*|\d[\w.]*|::|\s+|./g;
   const tokens = [];
   let line = 1;
   for (const match of text.matchAll(pattern)) {
-    const literal = match[1] ?? (match[2] === undefined ? undefined : unescape(match[2]));
+    const entry = /^IDENTITY_(\w+)$/.exec(match[0])?.[1];
+    const literal = entry ? identity[entry] : (match[1] ?? (match[2] === undefined ? undefined : unescape(match[2])));
     const last = tokens[tokens.length - 1];
     if (literal !== undefined && last?.literal !== undefined) {
       last.literal += literal;

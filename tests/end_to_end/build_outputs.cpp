@@ -3,11 +3,24 @@
 #include <stdexcept>
 
 #include "elevation/program_start.h"
+#include "fixtures/application_names.h"
 #include "fixtures/built_path.h"
 #include "support/file_system.h"
 #include "support/text_conversion.h"
 
 namespace updater {
+
+std::wstring UpdaterName() {
+    return L"" IDENTITY_UPDATER;
+}
+
+std::wstring ErrorBoxTitle() {
+    return L"" IDENTITY_ERROR_TITLE;
+}
+
+std::wstring ErrorBoxHeading() {
+    return L"" IDENTITY_ERROR_HEADING L"\n";
+}
 
 std::filesystem::path RealUpdater() {
     const std::wstring other = EnvironmentVariable(kOtherUpdaterVariable);
@@ -23,7 +36,7 @@ std::filesystem::path RecoveryPage() {
 }
 
 std::filesystem::path SetupProgram(const std::wstring& name) {
-    std::filesystem::path setup = BuiltPath(CORVELLAN_SETUPS) / (name + L".exe");
+    std::filesystem::path setup = BuiltPath((CORVELLAN_SETUPS + name + L".exe").c_str());
     if (!PathExists(setup)) {
         throw std::runtime_error("The build made no setup program " + WideToUtf8(name));
     }

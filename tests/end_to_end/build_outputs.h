@@ -5,14 +5,16 @@
 
 namespace updater {
 
-/// What the updater is called.
-inline constexpr wchar_t kUpdaterName[] = L"corvellan-updater.exe";
-
 /// The environment variable that names an updater to test in place of the one that this build made,
 /// for example one that has been signed.
 inline constexpr wchar_t kOtherUpdaterVariable[] = L"CORVELLAN_OTHER_UPDATER";
 
 // The programs that a whole update consists of, as the build made them.
+
+/// What the updater is called, and the title and the first line of its error box.
+std::wstring UpdaterName();
+std::wstring ErrorBoxTitle();
+std::wstring ErrorBoxHeading();
 
 std::filesystem::path RealUpdater();
 std::filesystem::path ElevationStandIn();

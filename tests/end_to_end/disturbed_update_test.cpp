@@ -9,6 +9,7 @@
 #include "end_to_end/setup_gate.h"
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
+#include "fixtures/application_names.h"
 #include "support/file_system.h"
 #include "support/windows_api.h"
 
@@ -48,8 +49,7 @@ TEST_F(DisturbedUpdate, IsNotRolledBackUnderARunningApplication) {
 
 TEST_F(DisturbedUpdate, SaysWhenTheRestoredProgramIsNotThePreviousOne) {
     UpdateWith([&] {
-        CopyOverFile(job.installDirectory / L"corvellan.exe",
-                     staging / L"backup" / L"corvellan.exe");
+        CopyOverFile(job.installDirectory / kExecutableName, staging / L"backup" / kExecutableName);
     });
 
     ExpectErrorBox(
@@ -89,7 +89,7 @@ TEST_F(DisturbedUpdate, ReportsAnApplicationThatCannotBeStartedAgain) {
         const ProcessPause pause(GetProcessId(helper.get()));
         CloseApplication(application);
         AwaitEnd(worker.get(), "the worker's end");
-        std::filesystem::rename(job.installDirectory / L"corvellan.exe",
+        std::filesystem::rename(job.installDirectory / kExecutableName,
                                 job.installDirectory / L"moved.exe");
     }
 

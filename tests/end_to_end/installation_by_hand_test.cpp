@@ -6,6 +6,7 @@
 
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/installed_program.h"
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/temporary_directory.h"
 #include "fixtures/uninstall_entry.h"
@@ -38,7 +39,7 @@ TEST_F(InstallationByHand, DeletesNothingInADirectoryWithoutTheProgram) {
 
 TEST_F(InstallationByHand, DeletesTheProgramsDataWhenTheProgramIsThere) {
     const std::filesystem::path quay = picked / L"data" / L"maps" / L"old harbour" / L"quay 1.txt";
-    for (const wchar_t* missing : {L"", L"corvellan.exe", L"program-files.tsv"}) {
+    for (const wchar_t* missing : {L"", kExecutableName, L"program-files.tsv"}) {
         Install(L"v1");
         if (*missing != L'\0') {
             RemoveFile(picked / missing);

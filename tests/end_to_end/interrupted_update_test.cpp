@@ -7,6 +7,7 @@
 #include "end_to_end/running_processes.h"
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/named_event.h"
 #include "support/file_system.h"
@@ -141,7 +142,7 @@ TEST_F(InterruptedUpdate, KeepsASecondUpdateFromInstallingAtTheSameTime) {
 // The broker commits only after the application's end, so here the test is the broker.
 struct UpdateWithEarlyCommit : InterruptedUpdate {
     void StartWorker() {
-        const std::wstring baseName = L"Local\\CorvellanUpdate-" + CreateJobIdentity();
+        const std::wstring baseName = L"Local\\" IDENTITY_BASE_NAME L"-" + CreateJobIdentity();
         ready = CreateNamedEvent(ReadyEventName(baseName));
         commit = CreateNamedEvent(CommitEventName(baseName));
         application = StartApplication(job.installDirectory);

@@ -1,9 +1,10 @@
 #include "end_to_end/update_expectations.h"
+#include "fixtures/application_names.h"
 
 namespace updater {
 
 TEST_F(UpdateTest, ReplacesReadOnlyFiles) {
-    for (const wchar_t* file : {L"corvellan.exe", L"engine.dll", L"program-files.tsv"}) {
+    for (const wchar_t* file : {kExecutableName, L"engine.dll", L"program-files.tsv"}) {
         SetFileAttributesW((job.installDirectory / file).c_str(), FILE_ATTRIBUTE_READONLY);
     }
     OfferSetup(L"v2", L"2.0.0.0");

@@ -11,6 +11,7 @@
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
 #include "end_to_end/window_text.h"
+#include "fixtures/application_names.h"
 #include "fixtures/install_mutex.h"
 
 // After the Windows types that it needs.
@@ -21,8 +22,8 @@ namespace {
 
 // The copy of the application that tells the user.
 std::filesystem::path NoticeProgram() {
-    return std::filesystem::path(EnvironmentVariable(L"LOCALAPPDATA")) / L"Corvellan" /
-           L"update-notice.exe";
+    return std::filesystem::path(EnvironmentVariable(L"LOCALAPPDATA")) /
+           L"" IDENTITY_LOCAL_DIRECTORY / L"update-notice.exe";
 }
 
 struct Notice {
@@ -46,8 +47,8 @@ Notice AwaitNotice() {
 
 // Starts the application as a user does; it ends by itself.
 void StartAgain(const std::filesystem::path& installDirectory) {
-    const StartedProgram second = StartProgram(
-        {.program = installDirectory / L"corvellan.exe", .token = StartToken::Limited});
+    const StartedProgram second =
+        StartProgram({.program = installDirectory / kExecutableName, .token = StartToken::Limited});
     EXPECT_EQ(AwaitEnd(second.process.get(), "the second instance's end"), 0U);
 }
 
@@ -61,7 +62,7 @@ TEST_F(SecondStart, SaysThatTheApplicationIsBeingUpdatedAndKeepsOutOfTheWay) {
 
     StartAgain(job.installDirectory);
     const Notice notice = AwaitNotice();
-    EXPECT_EQ(WindowText(notice.window), L"Corvellan is being updated");
+    EXPECT_EQ(WindowText(notice.window), L"" IDENTITY_LOCAL_DIRECTORY L" is being updated");
     // A third click finds the notice there already.
     StartAgain(job.installDirectory);
     EXPECT_EQ(ListProcessesOf(NoticeProgram()).size(), 1U);

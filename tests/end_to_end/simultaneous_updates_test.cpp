@@ -11,6 +11,7 @@
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
+#include "fixtures/application_names.h"
 #include "fixtures/named_event.h"
 #include "support/file_system.h"
 #include "support/handle.h"
@@ -111,7 +112,7 @@ struct SimultaneousWorkers : SimultaneousUpdates {
         contenders.push_back({JobDirectory(index), workers.back().process.get()});
     }
 
-    std::wstring baseName = L"Local\\CorvellanUpdate-" + CreateJobIdentity();
+    std::wstring baseName = L"Local\\" IDENTITY_BASE_NAME L"-" + CreateJobIdentity();
     std::vector<StartedProgram> workers;
     std::vector<Contender> contenders;
 };

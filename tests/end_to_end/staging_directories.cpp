@@ -4,6 +4,7 @@
 #include <string>
 
 #include "elevation/program_start.h"
+#include "support/application_identity.h"
 #include "support/directory_listing.h"
 
 namespace updater {
@@ -12,7 +13,7 @@ std::vector<std::filesystem::path> ListStagingDirectories() {
     const std::filesystem::path folder = EnvironmentVariable(L"ProgramData");
     std::vector<std::filesystem::path> directories;
     VisitDirectory(folder, [&](const ListedEntry& entry) {
-        if (entry.relativePath.native().starts_with(L"CorvellanUpdate-")) {
+        if (entry.relativePath.native().starts_with(kStagingPrefix)) {
             directories.push_back(folder / entry.relativePath);
         }
     });

@@ -3,7 +3,9 @@
 
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/update_expectations.h"
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
+#include "support/application_identity.h"
 #include "support/file_system.h"
 #include "support/process_utilities.h"
 #include "support/text_conversion.h"
@@ -66,7 +68,7 @@ TEST_F(SuccessfulUpdate, LeavesNoStagingDirectoryOfAnEarlierUpdate) {
     const std::filesystem::path backup = earlier / L"backup" / L"data" / L"文件";
     WriteFileContent(backup, "of an earlier update");
     SetFileAttributesW(backup.c_str(), FILE_ATTRIBUTE_READONLY);
-    const std::filesystem::path similar = MachineDataFolder() / L"CorvellanUpdate-similar";
+    const std::filesystem::path similar = MachineDataFolder() / IDENTITY_BASE_NAME L"-similar";
     CreateDirectories(similar);
 
     OfferSetup(L"v2-cleaning", L"2.0.0.0");

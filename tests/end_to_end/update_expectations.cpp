@@ -5,9 +5,9 @@
 
 #include "elevation/consent.h"
 #include "end_to_end/application.h"
+#include "end_to_end/build_outputs.h"
 #include "end_to_end/error_box.h"
 #include "end_to_end/installed_program.h"
-#include "fixtures/updater_box.h"
 #include "support/file_digest.h"
 #include "support/file_system.h"
 #include "support/text_conversion.h"
@@ -28,8 +28,8 @@ void ExpectQuietEnd(WholeUpdate& update, const std::string& recordText, std::uin
 
 void ExpectErrorBox(WholeUpdate& update, const std::string& recordText, std::uint32_t exitCode) {
     const MessageWindow box = AwaitErrorBox(update);
-    EXPECT_EQ(box.title, kUpdaterBoxTitle);
-    EXPECT_EQ(WideToUtf8(box.text), WideToUtf8(kUpdaterBoxHeading) + recordText + "\n\n" +
+    EXPECT_EQ(box.title, ErrorBoxTitle());
+    EXPECT_EQ(WideToUtf8(box.text), WideToUtf8(ErrorBoxHeading()) + recordText + "\n\n" +
                                         WideToUtf8(update.job.jobDirectory.native()));
     CloseMessageBox(box);
     EXPECT_EQ(update.AwaitBroker(), exitCode);

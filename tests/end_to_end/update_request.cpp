@@ -30,7 +30,7 @@ void FindUpdater(WholeUpdate& update) {
     const std::vector<RunningProcess> running = ListRunningProcesses();
     const auto found = std::ranges::find_if(running, [&](const RunningProcess& process) {
         return process.parentId == update.application.id &&
-               process.image.filename() == kUpdaterName;
+               process.image.filename() == UpdaterName();
     });
     if (found == running.end()) {
         return;

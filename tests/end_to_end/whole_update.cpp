@@ -57,7 +57,7 @@ std::string FailureOfStandIn(const UpdateJob& job) {
 
 std::filesystem::path PlaceUpdater(const std::filesystem::path& directory) {
     CreateDirectories(directory);
-    std::filesystem::path updater = directory / kUpdaterName;
+    std::filesystem::path updater = directory / UpdaterName();
     CopyOverFile(ElevationStandIn(), updater);
     return updater;
 }
@@ -81,7 +81,7 @@ WholeUpdate::WholeUpdate() : WholeUpdate(UpdateJob{}) {}
 
 WholeUpdate::WholeUpdate(UpdateJob whatIsAskedFor)
     : job(std::move(whatIsAskedFor)),
-      eventBaseName(L"Local\\CorvellanConsent-" + CreateJobIdentity()),
+      eventBaseName(L"Local\\UpdaterTestConsent-" + CreateJobIdentity()),
       asked(CreateNamedEvent(AskedEventName(eventBaseName))),
       answered(CreateNamedEvent(AnsweredEventName(eventBaseName))),
       started(CreateNamedEvent(StartedEventName(eventBaseName))),

@@ -22,7 +22,7 @@ struct Call {
 /// Whether the call was made in this function of the updater, or in what that called.
 bool IsWithin(const Call& call, std::string_view caller);
 
-/// "CopyFileW (…\corvellan.exe), call 12, in RunWorker > … > CopyOverFile"
+/// "CopyFileW (…\application.exe), call 12, in RunWorker > … > CopyOverFile"
 std::string Describe(const std::vector<Call>& calls, std::size_t index);
 
 /// Returns every call that the action makes, in order.

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "faults/sweep.h"
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/scoped_command_line.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
@@ -62,7 +63,7 @@ Outcome RunInJobDirectory(const std::wstring& mode, const Watcher& watch) {
 
 // The writing of the installation is not checked; a later step finds what is missing.
 constexpr auto kSelfTestRules = std::to_array<Rule>({
-    {"CreateFileW", "WriteFixtureFile", L"corvellan.exe", Raises("SHA256 verification failed"),
+    {"CreateFileW", "WriteFixtureFile", kExecutableName, Raises("SHA256 verification failed"),
      Turn::First},
     {"CreateFileW", "WriteFixtureFile", L"account.db",
      Raises("Rollback fixture validation failed")},

@@ -1,4 +1,5 @@
 #include "faults/simulated_updater.h"
+#include "fixtures/application_names.h"
 
 #include <utility>
 
@@ -7,8 +8,8 @@ namespace updater::faults {
 SimulatedUpdater::SimulatedUpdater(std::wstring arguments, Rights held,
                                    const std::filesystem::path& installDirectory)
     : commandLine(L"updater " + std::move(arguments)), rights(held) {
-    processes.Start(kApplication, installDirectory / L"corvellan.exe");
-    processes.Start(kApplicationElsewhere, installDirectory.parent_path() / L"corvellan.exe");
+    processes.Start(kApplication, installDirectory / kExecutableName);
+    processes.Start(kApplicationElsewhere, installDirectory.parent_path() / kExecutableName);
 }
 
 }  // namespace updater::faults

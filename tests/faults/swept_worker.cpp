@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "faults/simulated_updater.h"
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/named_event.h"
@@ -130,10 +131,11 @@ HRESULT WorkerRun::OnKnownFolderPath(PWSTR* path) const {
 SweptWorker::SweptWorker()
     : previousProgram(MakeProgram(1, directory.path / L"workshop")),
       newProgram(MakeProgram(2, directory.path / L"workshop")),
-      userFiles({{L"account.db", "the user's"},
-                 {L"notes.txt", "the user's, too"},
-                 {L"logs\\", ""},
-                 {L"logs\\corvellan.exe", "no program: a copy in the user's own directory"}}) {
+      userFiles(
+          {{L"account.db", "the user's"},
+           {L"notes.txt", "the user's, too"},
+           {L"logs\\", ""},
+           {L"logs\\" IDENTITY_EXECUTABLE, "no program: a copy in the user's own directory"}}) {
     WriteFileContent(installer, "the setup program of version 2");
 }
 
@@ -214,7 +216,7 @@ Outcome SweptWorker::Run(const WorkerCase& met, const Watcher& watch) {
     Lay();
     std::string end;
     {
-        WorkerRun run(*this, met, L"Local\\CorvellanUpdate-" + CreateJobIdentity());
+        WorkerRun run(*this, met, L"Local\\" IDENTITY_BASE_NAME L"-" + CreateJobIdentity());
         watch([&end] { end = EndOfUpdater(); });
     }
     Outcome outcome = Look();

@@ -23,14 +23,14 @@ struct Start {
 };
 
 constexpr std::array<Start, 9> kStarts = {{
-    {L"C:\\Program Files\\Corvellan", L"C:\\Program Files\\Corvellan\\", L"C:"},
-    {L"D:\\Corvellan\\", L"D:\\Corvellan\\", L"D:"},
-    {L"d:/mixed\\./Corvellan/", L"d:/mixed\\./Corvellan/", L"d:"},
+    {L"C:\\Program Files\\Program", L"C:\\Program Files\\Program\\", L"C:"},
+    {L"D:\\Program\\", L"D:\\Program\\", L"D:"},
+    {L"d:/mixed\\./Program/", L"d:/mixed\\./Program/", L"d:"},
     {L"C:\\", L"C:\\", L"C:"},
     {L"C:", L"C:", L"C:"},
-    {L"\\\\server\\share\\Corvellan", L"\\\\server\\share\\Corvellan\\", L"\\\\server"},
+    {L"\\\\server\\share\\Program", L"\\\\server\\share\\Program\\", L"\\\\server"},
     {L"\\\\server", L"\\\\server\\", L"\\\\server"},
-    {L"Corvellan", L"Corvellan\\", L""},
+    {L"Program", L"Program\\", L""},
     {L"", L"", L""},
 }};
 

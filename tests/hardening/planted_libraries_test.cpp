@@ -11,6 +11,7 @@
 #include "end_to_end/running_processes.h"
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
+#include "fixtures/application_names.h"
 #include "fixtures/temporary_directory.h"
 #include "hardening/planted_libraries.h"
 #include "support/argument_quoting.h"
@@ -24,7 +25,7 @@ namespace updater {
 namespace {
 
 // What the elevation stand-in calls the updater that it starts as the worker.
-constexpr wchar_t kWorkerName[] = L"corvellan-updater.exe.real";
+constexpr wchar_t kWorkerName[] = IDENTITY_UPDATER L".real";
 
 // Directories with a plant under every name.
 struct PlantedPlaces {
@@ -48,7 +49,7 @@ struct PlantedPlaces {
     }
 
     std::vector<std::wstring> names = LibrariesToPlant();
-    NativeLibrariesFirst inUpdater{kUpdaterName, names};
+    NativeLibrariesFirst inUpdater{UpdaterName(), names};
     NativeLibrariesFirst inWorker{kWorkerName, names};
     TemporaryDirectory directory;
     std::filesystem::path program = directory.path / L"program";
@@ -72,7 +73,7 @@ struct PlantedLibraries : testing::Test {
 
     static std::uint32_t RunAsUpdater(const std::filesystem::path& program,
                                       const std::wstring& arguments, StartToken token) {
-        const std::filesystem::path placed = places->program / kUpdaterName;
+        const std::filesystem::path placed = places->program / UpdaterName();
         CopyOverFile(program, placed);
         const StartedProgram started = StartProgram({placed, arguments, places->current, token});
         return AwaitEnd(started.process.get(), "a program's end");

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
@@ -70,7 +71,7 @@ struct OccupiedName : testing::Test {
     SimulatedUpdate scene{Rights::Elevated};
     StagingWatch staging{scene};
     std::filesystem::path occupied =
-        scene.directory.path / L"CorvellanUpdate-{01020304-0506-0708-090A-0B0C0D0E0F10}";
+        scene.directory.path / IDENTITY_BASE_NAME L"-{01020304-0506-0708-090A-0B0C0D0E0F10}";
 };
 
 TEST_F(OccupiedName, OfAFileIsRefused) {

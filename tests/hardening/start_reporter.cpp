@@ -14,6 +14,7 @@
 #include <string>
 #include <string_view>
 
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "hardening/start_report.h"
 #include "support/application_identity.h"
@@ -45,7 +46,7 @@ void InstallItself(const std::filesystem::path& directory) {
     const std::filesystem::path application = ApplicationPath(directory);
     CopyOverFile(GetProcessImagePath(GetCurrentProcess()), application);
     WriteFileContent(directory / L"program-files.tsv",
-                     "corvellan.exe\t" + FileSha256Hex(application) + "\n");
+                     IDENTITY_EXECUTABLE "\t" + FileSha256Hex(application) + "\n");
 }
 
 int ReportAndPlay() {

@@ -10,6 +10,7 @@
 #include "end_to_end/running_processes.h"
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/waiting.h"
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/scoped_variable.h"
 #include "fixtures/temporary_directory.h"
@@ -66,7 +67,7 @@ struct ReportedUpdate : UpdateScene {
         CloseApplication(application);
         exitCode = AwaitBroker();
         setup = AwaitReport(L"installer.exe");
-        restarted = AwaitReport(L"corvellan.exe");
+        restarted = AwaitReport(kExecutableName);
     }
 
     // What this process had when it started the broker.

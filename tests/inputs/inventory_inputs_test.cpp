@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/updater_doubles.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
@@ -84,9 +85,9 @@ struct FileAccesses {
 };
 
 struct Installation {
-    Installation() : path(parent.path / L"Corvellan") {
+    Installation() : path(parent.path / L"Program") {
         const std::map<std::string, std::string> contents = {
-            {"corvellan.exe", "the application"},
+            {IDENTITY_EXECUTABLE, "the application"},
             {"app\\core.dll", "a library"},
             {"data/\xE6\x95\xB0\xE6\x8D\xAE \xE5\xBA\x94\xE7\x94\xA8/app.so", "compiled code"},
         };

@@ -1,4 +1,5 @@
 #include "inputs/inventory_mutation.h"
+#include "fixtures/application_names.h"
 
 #include <algorithm>
 #include <array>
@@ -51,10 +52,10 @@ constexpr auto kPaths = std::to_array<std::string_view>({
     "app/./core.dll",
     "app//core.dll",
     R"(APP\CORE.DLL)",
-    "corvellan.exe.",
-    "corvellan.exe ",
-    "corvellan.exe:stream",
-    "corvellan.exe::$DATA",
+    IDENTITY_EXECUTABLE ".",
+    IDENTITY_EXECUTABLE " ",
+    IDENTITY_EXECUTABLE ":stream",
+    IDENTITY_EXECUTABLE "::$DATA",
     "program-files.tsv",
     "missing.dll",
     "missing/missing.dll",

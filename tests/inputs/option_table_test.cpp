@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "broker/broker.h"
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/updater_doubles.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/raised_errors.h"
@@ -28,7 +29,7 @@ using Tokens = std::vector<std::wstring>;
 constexpr char kMissing[] = "Missing update argument";
 
 // Nobody makes events of this name.
-constexpr wchar_t kEventBaseName[] = L"Local\\CorvellanUpdate-{no broker}";
+constexpr wchar_t kEventBaseName[] = L"Local\\" IDENTITY_BASE_NAME L"-{no broker}";
 
 constexpr auto kFlags = std::to_array<const wchar_t*>({kBrokerFlag, kWorkerFlag, kSelfTestFlag});
 
@@ -161,7 +162,7 @@ TEST(OptionTable, TheWorkerReadsEveryForm) {
     const ScopedReplacement parent(
         doubles::OpenProcessOf,
         [](const std::filesystem::path& executable, std::uint32_t, const char*) {
-            EXPECT_EQ(executable.filename(), L"corvellan.exe");
+            EXPECT_EQ(executable.filename(), kExecutableName);
             return OwnHandle(CreateEventW(nullptr, TRUE, TRUE, nullptr));
         });
     const ScopedReplacement noOther(doubles::EnsureNoOtherInstance,

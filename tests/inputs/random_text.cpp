@@ -16,7 +16,7 @@ constexpr auto kFragments = std::to_array<std::wstring_view>({
     L" --self-test ",
     L"\" --event \"",
     L"\\\" --worker \\\"",
-    L"C:\\Program Files\\Corvellan\\",
+    L"C:\\Program Files\\Program\\",
     L"\\\\server\\share\\",
     L"\u4E2D\u6587 path",
     L"/DIR=\"C:\\x\"",

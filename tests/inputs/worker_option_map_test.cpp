@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "broker/worker_parameters.h"
+#include "fixtures/application_names.h"
 #include "fixtures/system_splitting.h"
 #include "inputs/option_tokens.h"
 #include "inputs/random_source.h"
@@ -20,11 +21,11 @@ namespace {
 using testing::ElementsAre;
 
 constexpr wchar_t kEventBaseName[] =
-    L"Local\\CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF}";
+    L"Local\\" IDENTITY_BASE_NAME L"-{01234567-89AB-CDEF-0123-456789ABCDEF}";
 
 UpdaterArguments UsualBrokerArguments() {
     return {{kBrokerFlag, L"1"},
-            {kInstallDirOption, L"C:\\Program Files\\Corvellan\\"},
+            {kInstallDirOption, L"C:\\Program Files\\Program\\"},
             {kInstallerOption, L"D:\\job \u4E2D\u6587\\setup.exe"},
             {kJobDirOption, L"D:\\job \u4E2D\u6587"},
             {kParentPidOption, L"42"},

@@ -7,6 +7,7 @@
 #include "elevation/program_start.h"
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/waiting.h"
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/host_system.h"
 #include "fixtures/short_path.h"
@@ -76,9 +77,10 @@ bool TakesShortNamesOnly(const std::wstring& command) {
 
 std::wstring WithPlaces(std::wstring command, const RecoveryPlaces& places) {
     const bool isShort = TakesShortNamesOnly(command);
-    ReplaceAll(command, L"C:\\ProgramData\\CorvellanUpdate-{0D5B2A6E-8C41-4E0B-9F37-52A1C6E4D913}",
+    ReplaceAll(command,
+               L"C:\\ProgramData\\" IDENTITY_BASE_NAME L"-{0D5B2A6E-8C41-4E0B-9F37-52A1C6E4D913}",
                isShort ? ShortPath(places.staging) : places.staging.native());
-    ReplaceAll(command, L"C:\\Program Files\\Corvellan",
+    ReplaceAll(command, L"C:\\Program Files\\" IDENTITY_LOCAL_DIRECTORY,
                isShort ? ShortPath(places.installDirectory) : places.installDirectory.native());
     ReplaceAll(command, L"tool.exe", places.ownProgram);
     return command;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "app/dispatch.h"
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/scoped_command_line.h"
 #include "fixtures/doubles/updater_doubles.h"
 #include "fixtures/file_content.h"
@@ -72,14 +73,14 @@ TEST_F(SelfTestFailure, FailsWhenNothingIsRestored) {
     const ScopedReplacement restore(doubles::RestoreProgram,
                                     [](const auto&, const auto&, const auto&) {});
     ExpectFailure();
-    EXPECT_EQ(ReadFileContent(fixture / L"corvellan.exe"), "partial failed install");
+    EXPECT_EQ(ReadFileContent(fixture / kExecutableName), "partial failed install");
     EXPECT_EQ(ReadFileContent(fixture / L"added.dll"), "new library");
 }
 
 TEST_F(SelfTestFailure, FailsWhenTheApplicationDiffers) {
     const ScopedReplacement restore(
         doubles::RestoreProgram,
-        RestoreThen([this] { WriteFileContent(fixture / L"corvellan.exe", "old applicatioN"); }));
+        RestoreThen([this] { WriteFileContent(fixture / kExecutableName, "old applicatioN"); }));
     ExpectFailure();
 }
 
@@ -90,8 +91,8 @@ TEST_F(SelfTestFailure, FailsWhenTheUserFileIsGone) {
 }
 
 TEST_F(SelfTestFailure, PassesOnADigestThatCannotBeComputed) {
-    const ScopedReplacement restore(
-        doubles::RestoreProgram, RestoreThen([this] { RemoveFile(fixture / L"corvellan.exe"); }));
+    const ScopedReplacement restore(doubles::RestoreProgram,
+                                    RestoreThen([this] { RemoveFile(fixture / kExecutableName); }));
     EXPECT_THAT([this] { RunSelfTest(job); }, RaisesError("SHA256 verification failed"));
 }
 
@@ -120,8 +121,8 @@ TEST_F(SelfTestFailure, RestoresADamagedInstallationFromTheBackupsOwnRecord) {
             ++restores;
             EXPECT_EQ(installation.native(), fixture.native());
             EXPECT_EQ(backup.native(), (job / L"backup").native());
-            EXPECT_EQ(record, (ProgramAssets{L"corvellan.exe", L"data\\app.so"}));
-            EXPECT_EQ(ReadFileContent(fixture / L"corvellan.exe"), "partial failed install");
+            EXPECT_EQ(record, (ProgramAssets{kExecutableName, L"data\\app.so"}));
+            EXPECT_EQ(ReadFileContent(fixture / kExecutableName), "partial failed install");
             EXPECT_EQ(ReadFileContent(fixture / L"added.dll"), "new library");
             EXPECT_EQ(ReadFileContent(fixture / L"data\\app.so"), "old assets");
             EXPECT_EQ(ReadFileContent(fixture / L"account.db"), "account retained");
@@ -165,7 +166,7 @@ TEST_F(SelfTestFailure, TakesItsStepsInTheirOrder) {
     SelfTestTrace trace(job);
     EXPECT_EQ(RunSelfTest(job), 0);
     const std::wstring root = fixture.filename().native();
-    const std::wstring application = root + L"\\corvellan.exe";
+    const std::wstring application = root + L"\\" IDENTITY_EXECUTABLE;
     const std::wstring asset = root + L"\\data\\app.so";
     EXPECT_THAT(
         trace.operations,
@@ -173,14 +174,15 @@ TEST_F(SelfTestFailure, TakesItsStepsInTheirOrder) {
             L"create .", L"create " + root, L"create " + root + L"\\data", L"write " + application,
             L"write " + asset, L"write " + root + L"\\account.db", L"list " + root + L"\\*",
             L"look for " + root + L"\\data", L"list " + root + L"\\data\\*", L"create backup",
-            L"copy " + application + L" to backup\\corvellan.exe", L"digest backup\\corvellan.exe",
-            L"digest " + application, L"create backup\\data",
-            L"copy " + asset + L" to backup\\data\\app.so", L"digest backup\\data\\app.so",
-            L"digest " + asset, L"digest " + application, L"write " + application,
-            L"write " + root + L"\\added.dll", L"list " + root + L"\\*",
+            L"copy " + application + L" to backup\\" IDENTITY_EXECUTABLE,
+            L"digest backup\\" IDENTITY_EXECUTABLE, L"digest " + application,
+            L"create backup\\data", L"copy " + asset + L" to backup\\data\\app.so",
+            L"digest backup\\data\\app.so", L"digest " + asset, L"digest " + application,
+            L"write " + application, L"write " + root + L"\\added.dll", L"list " + root + L"\\*",
             L"look for " + root + L"\\data", L"list " + root + L"\\data\\*",
-            L"delete " + root + L"\\added.dll", L"copy backup\\corvellan.exe to " + application,
-            L"digest backup\\corvellan.exe", L"digest " + application,
+            L"delete " + root + L"\\added.dll",
+            L"copy backup\\" IDENTITY_EXECUTABLE L" to " + application,
+            L"digest backup\\" IDENTITY_EXECUTABLE, L"digest " + application,
             L"copy backup\\data\\app.so to " + asset, L"digest backup\\data\\app.so",
             L"digest " + asset, L"digest " + application, L"look for " + root + L"\\added.dll",
             L"look for " + root + L"\\account.db", L"quote", L"write status.tmp"));
@@ -191,7 +193,7 @@ TEST_F(SelfTestFailure, StopsAtTheFirstCheckThatFails) {
         const wchar_t* spoiled;
         std::wstring lastOperation;
     } cases[] = {
-        {L"corvellan.exe", L"digest "},
+        {kExecutableName, L"digest "},
         {L"added.dll", L"look for "},
         {L"account.db", L"look for "},
     };
@@ -218,7 +220,7 @@ TEST_F(SelfTestFailure, FailsWhenQuotingDoublesNoBackslashBeforeTheClosingQuote)
     ExpectFailure();
     // The rollback itself worked.
     EXPECT_FALSE(PathExists(fixture / L"added.dll"));
-    EXPECT_EQ(ReadFileContent(fixture / L"corvellan.exe"), "old application");
+    EXPECT_EQ(ReadFileContent(fixture / kExecutableName), "old application");
 }
 
 TEST_F(SelfTestFailure, QuotesOnePathWithChineseCharactersASpaceAndABackslashAtItsEnd) {

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <string>
 
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/temporary_directory.h"
@@ -32,11 +33,11 @@ TEST_F(SelfTest, PassesAndLeavesItsRestoredFixtureForInspection) {
     EXPECT_EQ(RunSelfTest(job), 0);
     EXPECT_THAT(
         ReadTreeContent(job),
-        ElementsAre(Pair(L"backup\\", ""), Pair(L"backup\\corvellan.exe", "old application"),
+        ElementsAre(Pair(L"backup\\", ""), Pair(L"backup\\" IDENTITY_EXECUTABLE, "old application"),
                     Pair(L"backup\\data\\", ""), Pair(L"backup\\data\\app.so", "old assets"),
                     Pair(L"status.json", kPassed), Pair(kFixture, ""),
                     Pair(kFixture + L"account.db", "account retained"),
-                    Pair(kFixture + L"corvellan.exe", "old application"),
+                    Pair(kFixture + kExecutableName, "old application"),
                     Pair(kFixture + L"data\\", ""),
                     Pair(kFixture + L"data\\app.so", "old assets")));
 }
@@ -56,9 +57,9 @@ TEST_F(SelfTest, PassesInAJobDirectoryWithChineseCharactersAndSpaces) {
 TEST_F(SelfTest, PassesAgainInTheSameJobDirectory) {
     RunSelfTest(job);
     const auto once = ReadTreeContent(job);
-    WriteFileContent(job / kFixture / L"corvellan.exe", "an application longer than the fixture's");
+    WriteFileContent(job / kFixture / kExecutableName, "an application longer than the fixture's");
     WriteFileContent(job / kFixture / L"account.db", "an account longer than the fixture's");
-    WriteFileContent(job / L"backup\\corvellan.exe", "a copy longer than the fixture's");
+    WriteFileContent(job / L"backup\\" IDENTITY_EXECUTABLE, "a copy longer than the fixture's");
     EXPECT_EQ(RunSelfTest(job), 0);
     EXPECT_EQ(ReadTreeContent(job), once);
 }
@@ -89,7 +90,7 @@ TEST_F(SelfTest, FailsWhenAFileStandsInTheWayOfTheDataDirectory) {
 }
 
 TEST_F(SelfTest, NoticesAFileThatCouldNotBeWrittenInALaterStep) {
-    CreateDirectories(job / kFixture / L"corvellan.exe");
+    CreateDirectories(job / kFixture / kExecutableName);
     EXPECT_THAT([this] { RunSelfTest(job); }, RaisesError("SHA256 verification failed"));
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "fixtures/application_names.h"
 #include "fixtures/raised_errors.h"
 #include "support/text_conversion.h"
 
@@ -132,7 +133,7 @@ TEST(InventoryPath, IsCheckedForARootBeforeItIsCheckedForTraversal) {
 }
 
 TEST(InventoryPath, IsAcceptedWhenItIsRelative) {
-    ExpectAccepted({L"", L"corvellan.exe", L"data\\app.so", L"data/app.so", L"data\\a/b\\c",
+    ExpectAccepted({L"", kExecutableName, L"data\\app.so", L"data/app.so", L"data\\a/b\\c",
                     L"a\\\\b", L"a//b", L"a/", L"a\\", L"\u4E2D\u6587 path/x", L"\uFEFFx"});
 }
 

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/updater_doubles.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
@@ -32,7 +33,7 @@ struct RefusedEntry {
 
 // Every kind of entry: asset or not, file or directory, at the top level or below "data".
 constexpr RefusedEntry kEntries[] = {
-    {L"corvellan.exe", kLinkAtTopLevel},
+    {kExecutableName, kLinkAtTopLevel},
     {L"config.ini", kLinkAtTopLevel},
     {L"logs", kLinkAtTopLevel},
     {L"data", kLinkAtTopLevel},
@@ -43,7 +44,7 @@ constexpr RefusedEntry kEntries[] = {
 
 struct ProgramAssetsFailure : testing::Test {
     ProgramAssetsFailure() {
-        for (const wchar_t* file : {L"corvellan.exe", L"config.ini", L"logs\\today.txt",
+        for (const wchar_t* file : {kExecutableName, L"config.ini", L"logs\\today.txt",
                                     L"data\\app.so", L"data\\sub\\deep.bin"}) {
             WriteFileContent(directory.path / file, "content");
         }
@@ -58,7 +59,7 @@ struct ProgramAssetsFailure : testing::Test {
     TemporaryDirectory directory;
 };
 
-const ProgramAssets kAllAssets = {L"corvellan.exe", L"data\\app.so", L"data\\sub\\deep.bin"};
+const ProgramAssets kAllAssets = {kExecutableName, L"data\\app.so", L"data\\sub\\deep.bin"};
 
 bool Is(LPCWSTR path, const std::filesystem::path& expected) {
     return std::wstring_view(path) == expected.native();
@@ -232,7 +233,7 @@ TEST_F(ProgramAssetsFailure, AsksForEveryEntrysAttributesByItsFullPath) {
     });
     Enumerate();
     const std::wstring root = directory.path.native() + L'\\';
-    EXPECT_THAT(asked, UnorderedElementsAre(root + L"corvellan.exe", root + L"config.ini",
+    EXPECT_THAT(asked, UnorderedElementsAre(root + kExecutableName, root + L"config.ini",
                                             root + L"logs", root + L"data", root + L"data\\app.so",
                                             root + L"data\\sub", root + L"data\\sub\\deep.bin"));
 }
@@ -258,7 +259,7 @@ TEST_F(ProgramAssetsFailure, NamesTheOperationWhenTheDataTreesExistenceIsUnknown
     for (const DWORD error : {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND}) {
         const ScopedReplacement typeQuery(doubles::GetFileAttributesExW,
                                           TypeQueryFailing(data, 1, error));
-        EXPECT_EQ(Enumerate(), ProgramAssets{L"corvellan.exe"});
+        EXPECT_EQ(Enumerate(), ProgramAssets{kExecutableName});
     }
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/raised_errors.h"
@@ -44,12 +45,12 @@ struct EnumeratedAssets : testing::Test {
 };
 
 TEST_F(EnumeratedAssets, AreTheProgramsOwnFilesInPathOrder) {
-    for (const wchar_t* file : {L"corvellan.exe", L"unins000.exe", L"unins000.dat", L"engine.dll",
+    for (const wchar_t* file : {kExecutableName, L"unins000.exe", L"unins000.dat", L"engine.dll",
                                 L"program-files.tsv", L"account.db", L"readme.txt"}) {
         Install(file);
     }
     CreateDirectories(directory.path / L"data");
-    EXPECT_THAT(AssetNames(), ElementsAre(L"corvellan.exe", L"engine.dll", L"program-files.tsv",
+    EXPECT_THAT(AssetNames(), ElementsAre(kExecutableName, L"engine.dll", L"program-files.tsv",
                                           L"unins000.dat", L"unins000.exe"));
 }
 
@@ -157,8 +158,8 @@ TEST_F(EnumeratedAssets, SpellDataInLowerCaseWhateverItsCaseOnDisk) {
 }
 
 TEST_F(EnumeratedAssets, NeedNoDataDirectory) {
-    Install(L"corvellan.exe");
-    EXPECT_THAT(AssetNames(), ElementsAre(L"corvellan.exe"));
+    Install(kExecutableName);
+    EXPECT_THAT(AssetNames(), ElementsAre(kExecutableName));
 }
 
 TEST_F(EnumeratedAssets, AreNoneInAnEmptyDirectory) {
@@ -201,7 +202,7 @@ TEST_F(EnumeratedAssets, HaveNamesWithSpacesAndChineseCharactersLikeAnyOthers) {
 }
 
 TEST_F(EnumeratedAssets, AreRelativeToTheDirectoryHoweverItIsWritten) {
-    Install(L"corvellan.exe");
+    Install(kExecutableName);
     Install(L"data\\app.so");
     Install(L"sub\\x");
     const std::wstring& plain = directory.path.native();
@@ -209,7 +210,7 @@ TEST_F(EnumeratedAssets, AreRelativeToTheDirectoryHoweverItIsWritten) {
          {plain + L"\\", plain + L"/", plain + L"\\.", plain + L"\\sub\\..", L"\\\\?\\" + plain}) {
         SCOPED_TRACE(WideToUtf8(form));
         EXPECT_THAT(Names(EnumerateProgramAssets(form)),
-                    ElementsAre(L"corvellan.exe", L"data\\app.so"));
+                    ElementsAre(kExecutableName, L"data\\app.so"));
     }
 }
 
@@ -233,13 +234,13 @@ TEST_F(EnumeratedAssets, CannotBeListedWithAFileInThePlaceOfData) {
 
 TEST_F(EnumeratedAssets, AreRefusedWithALinkAtTheTopLevel) {
     TemporaryDirectory elsewhere;
-    Install(L"corvellan.exe");
+    Install(kExecutableName);
     for (const wchar_t* name : {L"logs", L"data", L"library.dll", L".config"}) {
         SCOPED_TRACE(WideToUtf8(name));
         const DirectoryLink link(directory.path / name, elsewhere.path);
         ExpectLinkRefused(kLinkAtTopLevel);
     }
-    EXPECT_THAT(AssetNames(), ElementsAre(L"corvellan.exe"));
+    EXPECT_THAT(AssetNames(), ElementsAre(kExecutableName));
 }
 
 TEST_F(EnumeratedAssets, AreRefusedWithALinkBelowData) {
@@ -262,19 +263,19 @@ TEST_F(EnumeratedAssets, AreRefusedWithALinkToADirectoryAboveIt) {
 
 TEST_F(EnumeratedAssets, AreNotRefusedForALinkInADirectoryThatIsNotTheirs) {
     TemporaryDirectory elsewhere;
-    Install(L"corvellan.exe");
+    Install(kExecutableName);
     CreateDirectories(directory.path / L"logs");
     const DirectoryLink link(directory.path / L"logs\\link", elsewhere.path);
-    EXPECT_THAT(AssetNames(), ElementsAre(L"corvellan.exe"));
+    EXPECT_THAT(AssetNames(), ElementsAre(kExecutableName));
 }
 
 TEST_F(EnumeratedAssets, MayLieBehindALinkToTheInstallationItself) {
     TemporaryDirectory elsewhere;
-    Install(L"corvellan.exe");
+    Install(kExecutableName);
     Install(L"data\\app.so");
     const DirectoryLink link(elsewhere.path / L"link", directory.path);
     EXPECT_THAT(Names(EnumerateProgramAssets(elsewhere.path / L"link")),
-                ElementsAre(L"corvellan.exe", L"data\\app.so"));
+                ElementsAre(kExecutableName, L"data\\app.so"));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 
+#include "fixtures/application_names.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
@@ -37,12 +38,12 @@ struct ProgramBackup : testing::Test {
 };
 
 TEST_F(ProgramBackup, CopiesAndRecordsExactlyTheProgramAssets) {
-    Install(L"corvellan.exe", "application");
+    Install(kExecutableName, "application");
     Install(L"data\\app.so", "assets");
     Install(L"account.db", "account");
     const ProgramAssets record = BackupProgram(installation, backup);
-    EXPECT_EQ(record, (ProgramAssets{L"corvellan.exe", L"data\\app.so"}));
-    EXPECT_THAT(BackupContent(), ElementsAre(Pair(L"corvellan.exe", "application"),
+    EXPECT_EQ(record, (ProgramAssets{kExecutableName, L"data\\app.so"}));
+    EXPECT_THAT(BackupContent(), ElementsAre(Pair(kExecutableName, "application"),
                                              Pair(L"data\\", ""), Pair(L"data\\app.so", "assets")));
 }
 
@@ -55,31 +56,31 @@ TEST_F(ProgramBackup, OfAnInstallationWithoutAssetsCreatesNothing) {
 }
 
 TEST_F(ProgramBackup, ReplacesCopiesAndKeepsWhatElseIsThere) {
-    Install(L"corvellan.exe", "new");
+    Install(kExecutableName, "new");
     Install(L"data\\app.so", "new assets");
-    WriteFileContent(backup / L"corvellan.exe", "a longer content of an earlier backup");
+    WriteFileContent(backup / kExecutableName, "a longer content of an earlier backup");
     WriteFileContent(backup / L"data\\app.so", "old");
     WriteFileContent(backup / L"engine.dll", "unrelated");
     WriteFileContent(backup / L"data\\other\\file", "unrelated as well");
     const ProgramAssets record = BackupProgram(installation, backup);
-    EXPECT_EQ(record, (ProgramAssets{L"corvellan.exe", L"data\\app.so"}));
+    EXPECT_EQ(record, (ProgramAssets{kExecutableName, L"data\\app.so"}));
     EXPECT_THAT(BackupContent(),
-                ElementsAre(Pair(L"corvellan.exe", "new"), Pair(L"data\\", ""),
+                ElementsAre(Pair(kExecutableName, "new"), Pair(L"data\\", ""),
                             Pair(L"data\\app.so", "new assets"), Pair(L"data\\other\\", ""),
                             Pair(L"data\\other\\file", "unrelated as well"),
                             Pair(L"engine.dll", "unrelated")));
 }
 
 TEST_F(ProgramBackup, ReplacesAReadOnlyCopy) {
-    Install(L"corvellan.exe", "old");
+    Install(kExecutableName, "old");
     ASSERT_TRUE(
-        SetFileAttributesW((installation / L"corvellan.exe").c_str(), FILE_ATTRIBUTE_READONLY));
+        SetFileAttributesW((installation / kExecutableName).c_str(), FILE_ATTRIBUTE_READONLY));
     BackupProgram(installation, backup);
     ASSERT_TRUE(
-        SetFileAttributesW((installation / L"corvellan.exe").c_str(), FILE_ATTRIBUTE_NORMAL));
-    Install(L"corvellan.exe", "new");
+        SetFileAttributesW((installation / kExecutableName).c_str(), FILE_ATTRIBUTE_NORMAL));
+    Install(kExecutableName, "new");
     BackupProgram(installation, backup);
-    EXPECT_EQ(ReadFileContent(backup / L"corvellan.exe"), "new");
+    EXPECT_EQ(ReadFileContent(backup / kExecutableName), "new");
 }
 
 TEST_F(ProgramBackup, DoesNotRecreateDirectoriesWithoutFiles) {
@@ -114,7 +115,7 @@ TEST_F(ProgramBackup, CopiesPathsWithSpacesAndChineseCharacters) {
 }
 
 TEST_F(ProgramBackup, LeavesTheInstallationAsItIs) {
-    Install(L"corvellan.exe", "application");
+    Install(kExecutableName, "application");
     Install(L"data\\app.so", "assets");
     Install(L"account.db", "account");
     const auto before = ReadTreeContent(installation);
@@ -123,7 +124,7 @@ TEST_F(ProgramBackup, LeavesTheInstallationAsItIs) {
 }
 
 TEST_F(ProgramBackup, CopiesNothingWhenTheAssetsCannotBeEnumerated) {
-    Install(L"corvellan.exe", "application");
+    Install(kExecutableName, "application");
     {
         TemporaryDirectory elsewhere;
         const DirectoryLink link(installation / L"logs", elsewhere.path);

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "fixtures/application_names.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
@@ -26,7 +27,7 @@ using testing::Pair;
 // An installation with a backup; each test damages the one and restores it from the other.
 struct ProgramRestore : testing::Test {
     ProgramRestore() {
-        Install(L"corvellan.exe", "old application");
+        Install(kExecutableName, "old application");
         Install(L"data\\app.so", "old assets");
         Install(L"account.db", "account");
         record = BackupProgram(installation, backup);
@@ -47,13 +48,13 @@ struct ProgramRestore : testing::Test {
 };
 
 TEST_F(ProgramRestore, UndoesAFailedInstallationAndLeavesUserDataAlone) {
-    Install(L"corvellan.exe", "partial new application, longer than before");
+    Install(kExecutableName, "partial new application, longer than before");
     Install(L"data\\app.so", "new");
     Install(L"added.dll", "added");
     Install(L"account.db", "changed account");
     Restore();
     EXPECT_THAT(Installed(), ElementsAre(Pair(L"account.db", "changed account"),
-                                         Pair(L"corvellan.exe", "old application"),
+                                         Pair(kExecutableName, "old application"),
                                          Pair(L"data\\", ""), Pair(L"data\\app.so", "old assets")));
 }
 
@@ -71,7 +72,7 @@ TEST_F(ProgramRestore, DeletesOnlyAddedFilesThatAreProgramAssets) {
     Restore();
     EXPECT_THAT(
         Installed(),
-        ElementsAre(Pair(L"account.db", "account"), Pair(L"corvellan.exe", "old application"),
+        ElementsAre(Pair(L"account.db", "account"), Pair(kExecutableName, "old application"),
                     Pair(L"data\\", ""), Pair(L"data\\app.so", "old assets"),
                     Pair(L"data\\empty\\", ""), Pair(L"data\\new directory\\", ""),
                     Pair(L"data\\new directory\\deep\\", ""), Pair(L"empty\\", ""),
@@ -84,7 +85,7 @@ TEST_F(ProgramRestore, RecreatesADeletedDirectoryWithItsFiles) {
     record = BackupProgram(installation, backup);
     const auto before = Installed();
     RemoveTree(installation / L"data");
-    RemoveFile(installation / L"corvellan.exe");
+    RemoveFile(installation / kExecutableName);
     Restore();
     EXPECT_EQ(Installed(), before);
 }
@@ -94,7 +95,7 @@ TEST_F(ProgramRestore, BringsEmptyFilesBack) {
         Install(file, "");
     }
     record = BackupProgram(installation, backup);
-    EXPECT_EQ(record, (ProgramAssets{L"corvellan.exe", L"data\\app.so", L"data\\deleted.bin",
+    EXPECT_EQ(record, (ProgramAssets{kExecutableName, L"data\\app.so", L"data\\deleted.bin",
                                      L"data\\empty.bin", L"empty.dll"}));
     const auto before = Installed();
     Install(L"empty.dll", "new library");
@@ -117,7 +118,7 @@ TEST_F(ProgramRestore, WithAnEmptyRecordNeedsNoBackupDirectory) {
 }
 
 TEST_F(ProgramRestore, GivesTheSameResultTwice) {
-    Install(L"corvellan.exe", "new");
+    Install(kExecutableName, "new");
     Install(L"added.dll", "added");
     Restore();
     const auto once = Installed();
@@ -129,12 +130,12 @@ TEST_F(ProgramRestore, WithACopyMissingFailsAfterAllAdditionsAreDeleted) {
     Install(L"added.dll", "added");
     Install(L"data\\zz added.bin", "added");
     Install(L"data\\app.so", "new");
-    RemoveFile(backup / L"corvellan.exe");
-    EXPECT_THAT([this] { Restore(); }, RaisesFileSystemError("copy_file", backup / L"corvellan.exe",
-                                                             installation / L"corvellan.exe"));
-    // "corvellan.exe" comes before "data\app.so", which is therefore not restored.
+    RemoveFile(backup / kExecutableName);
+    EXPECT_THAT([this] { Restore(); }, RaisesFileSystemError("copy_file", backup / kExecutableName,
+                                                             installation / kExecutableName));
+    // The executable comes before "data\app.so", which is therefore not restored.
     EXPECT_THAT(Installed(), ElementsAre(Pair(L"account.db", "account"),
-                                         Pair(L"corvellan.exe", "old application"),
+                                         Pair(kExecutableName, "old application"),
                                          Pair(L"data\\", ""), Pair(L"data\\app.so", "new")));
 }
 
@@ -145,7 +146,7 @@ TEST_F(ProgramRestore, TakesANameInAnotherLetterCaseForAnAddedFile) {
     Install(L"Engine.dll", "new engine");
     Restore();
     EXPECT_THAT(Installed(), ElementsAre(Pair(L"account.db", "account"),
-                                         Pair(L"corvellan.exe", "old application"),
+                                         Pair(kExecutableName, "old application"),
                                          Pair(L"data\\", ""), Pair(L"data\\app.so", "old assets"),
                                          Pair(L"engine.dll", "old engine")));
 }
@@ -170,19 +171,19 @@ TEST_F(ProgramRestore, ReplacesAFileThatTookADirectorysPlace) {
 }
 
 TEST_F(ProgramRestore, ReplacesAndDeletesReadOnlyFiles) {
-    Install(L"corvellan.exe", "new");
+    Install(kExecutableName, "new");
     Install(L"added.dll", "added");
-    for (const wchar_t* file : {L"corvellan.exe", L"added.dll"}) {
+    for (const wchar_t* file : {kExecutableName, L"added.dll"}) {
         ASSERT_TRUE(SetFileAttributesW((installation / file).c_str(), FILE_ATTRIBUTE_READONLY));
     }
     Restore();
-    EXPECT_EQ(ReadFileContent(installation / L"corvellan.exe"), "old application");
+    EXPECT_EQ(ReadFileContent(installation / kExecutableName), "old application");
     EXPECT_FALSE(PathExists(installation / L"added.dll"));
 }
 
 TEST_F(ProgramRestore, ChangesNothingWhenTheAssetsCannotBeEnumerated) {
     TemporaryDirectory elsewhere;
-    Install(L"corvellan.exe", "new");
+    Install(kExecutableName, "new");
     Install(L"added.dll", "added");
     const auto before = Installed();
     for (const auto& [name, message] :
@@ -198,31 +199,31 @@ TEST_F(ProgramRestore, FailsForAnAddedFileThatCannotBeDeleted) {
     Install(L"a added.dll", "deleted before");
     Install(L"b locked.dll", "locked");
     Install(L"c added.dll", "not reached");
-    Install(L"corvellan.exe", "new");
+    Install(kExecutableName, "new");
     UniqueHandle lock = HoldFile(installation / L"b locked.dll");
     EXPECT_THAT([this] { Restore(); },
                 RaisesFileSystemError("remove", installation / L"b locked.dll"));
     lock.reset();
     EXPECT_THAT(Installed(),
                 ElementsAre(Pair(L"account.db", "account"), Pair(L"b locked.dll", "locked"),
-                            Pair(L"c added.dll", "not reached"), Pair(L"corvellan.exe", "new"),
+                            Pair(L"c added.dll", "not reached"), Pair(kExecutableName, "new"),
                             Pair(L"data\\", ""), Pair(L"data\\app.so", "old assets")));
 }
 
 TEST_F(ProgramRestore, FailsForALockedTarget) {
-    Install(L"corvellan.exe", "new");
-    UniqueHandle lock = HoldFile(installation / L"corvellan.exe");
-    EXPECT_THAT([this] { Restore(); }, RaisesFileSystemError("copy_file", backup / L"corvellan.exe",
-                                                             installation / L"corvellan.exe"));
+    Install(kExecutableName, "new");
+    UniqueHandle lock = HoldFile(installation / kExecutableName);
+    EXPECT_THAT([this] { Restore(); }, RaisesFileSystemError("copy_file", backup / kExecutableName,
+                                                             installation / kExecutableName));
     lock.reset();
-    EXPECT_EQ(ReadFileContent(installation / L"corvellan.exe"), "new");
+    EXPECT_EQ(ReadFileContent(installation / kExecutableName), "new");
 }
 
 TEST_F(ProgramRestore, FailsForATargetThatIsADirectory) {
-    RemoveFile(installation / L"corvellan.exe");
-    CreateDirectories(installation / L"corvellan.exe");
-    EXPECT_THAT([this] { Restore(); }, RaisesFileSystemError("copy_file", backup / L"corvellan.exe",
-                                                             installation / L"corvellan.exe"));
+    RemoveFile(installation / kExecutableName);
+    CreateDirectories(installation / kExecutableName);
+    EXPECT_THAT([this] { Restore(); }, RaisesFileSystemError("copy_file", backup / kExecutableName,
+                                                             installation / kExecutableName));
 }
 
 TEST_F(ProgramRestore, FailsWhenTheInstallationDirectoryIsGone) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/damaged_file.h"
 #include "fixtures/doubles/updater_doubles.h"
 #include "fixtures/doubles/windows_doubles.h"
@@ -19,7 +20,7 @@ namespace {
 
 using ScopedDigest = ScopedReplacement<decltype(FileSha256Hex)>;
 
-constexpr char kEntry[] = "corvellan.exe\tthe digest\n";
+constexpr char kEntry[] = IDENTITY_EXECUTABLE "\tthe digest\n";
 constexpr std::size_t kEntryBytes = sizeof(kEntry) - 1;
 constexpr std::size_t kEntries = 6000;
 
@@ -69,7 +70,7 @@ TEST_F(DamagedInstallation, IsRefusedForTheFirstLineThatFails) {
         return std::string(++checked < 300 ? "the digest" : "another digest");
     });
     const DamagedFile damaged(L"program-files.tsv", 8192);
-    ExpectFailure("Installed program checksum mismatch: corvellan.exe");
+    ExpectFailure("Installed program checksum mismatch: " IDENTITY_EXECUTABLE);
     EXPECT_EQ(checked, 300U);
 }
 
@@ -90,14 +91,15 @@ TEST_F(DamagedInstallation, IsCheckedLineByLineWhileTheInventoryIsRead) {
 }
 
 TEST_F(DamagedInstallation, IsRefusedForAFileThatCanBeReadOnlyInPart) {
-    WriteFileContent(directory.path / L"corvellan.exe", std::string(100000, 'x'));
+    WriteFileContent(directory.path / kExecutableName, std::string(100000, 'x'));
     const std::string content = std::string(65536, 'x');
     WriteFileContent(directory.path / L"beginning", content);
     doubles::FileSha256Hex.Set(nullptr);
     // Even when the part that can be read has the listed digest.
-    WriteFileContent(directory.path / L"program-files.tsv",
-                     "corvellan.exe\t" + FileSha256Hex(directory.path / L"beginning") + "\n");
-    const DamagedFile damaged(L"corvellan.exe", 65536);
+    WriteFileContent(
+        directory.path / L"program-files.tsv",
+        IDENTITY_EXECUTABLE "\t" + FileSha256Hex(directory.path / L"beginning") + "\n");
+    const DamagedFile damaged(kExecutableName, 65536);
     ExpectFailure("SHA256 verification failed");
 }
 

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
 #include "fixtures/raised_errors.h"
@@ -22,7 +23,7 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr char kContent[] = "corvellan";
+constexpr char kContent[] = "program";
 const std::string kDigest = "b13985843be94687071d1d8b8e128d0239647b3f62fdb74c67147427ba8a868a";
 const std::string kUpperCaseDigest =
     "B13985843BE94687071D1D8B8E128D0239647B3F62FDB74C67147427BA8A868A";
@@ -60,19 +61,19 @@ std::string Entry(const std::string& path, const std::string& digest = kDigest) 
 }
 
 TEST_F(ProgramVerification, AcceptsFilesThatMatchWhateverTheirOrderAndSeparators) {
-    Install(L"corvellan.exe");
+    Install(kExecutableName);
     Install(L"data\\app.so");
     Install(L"data\\fonts\\deep\\ui.ttf", "other");
     Install(L"data\\empty.bin", "");
     Install(L"not listed.dll", "other");
     ExpectAccepted(Entry("data\\fonts/deep\\ui.ttf", kOtherDigest) + Entry("data/app.so") +
-                   Entry("corvellan.exe") + Entry("data\\app.so") + Entry("corvellan.exe") +
+                   Entry(IDENTITY_EXECUTABLE) + Entry("data\\app.so") + Entry(IDENTITY_EXECUTABLE) +
                    Entry("data\\empty.bin",
                          "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"));
 }
 
 TEST_F(ProgramVerification, FailsWithoutAnInventory) {
-    Install(L"corvellan.exe");
+    Install(kExecutableName);
     EXPECT_THAT([this] { VerifyInstalledProgram(directory.path); },
                 RaisesError("Installed program inventory is missing"));
     EXPECT_THAT([this] { VerifyInstalledProgram(directory.path / L"missing"); },
@@ -86,7 +87,7 @@ TEST_F(ProgramVerification, FailsWithADirectoryForAnInventory) {
 }
 
 TEST_F(ProgramVerification, FailsWithAnInventoryThatAnotherProcessHoldsLocked) {
-    WriteInventory(Entry("corvellan.exe"));
+    WriteInventory(Entry(IDENTITY_EXECUTABLE));
     const UniqueHandle lock = HoldFile(directory.path / L"program-files.tsv");
     EXPECT_THAT([this] { VerifyInstalledProgram(directory.path); },
                 RaisesError("Installed program inventory is missing"));
@@ -101,8 +102,8 @@ TEST_F(ProgramVerification, CallsAnInventoryOfOneLineFeedInvalid) {
 }
 
 TEST_F(ProgramVerification, RefusesABlankLineAnywhere) {
-    Install(L"corvellan.exe");
-    const std::string entry = Entry("corvellan.exe");
+    Install(kExecutableName);
+    const std::string entry = Entry(IDENTITY_EXECUTABLE);
     for (const std::string& inventory :
          {"\r\n"s, "\r"s, "\n" + entry, "\r\n" + entry, entry + "\n", entry + "\n\n",
           entry + "\r\n", entry + "\r", entry + "\n" + entry, entry + " \n"}) {
@@ -111,35 +112,35 @@ TEST_F(ProgramVerification, RefusesABlankLineAnywhere) {
 }
 
 TEST_F(ProgramVerification, RefusesALineWithoutATab) {
-    Install(L"corvellan.exe");
+    Install(kExecutableName);
     for (const std::string& line :
-         {"corvellan.exe " + kDigest, kDigest, "# comment"s, "corvellan.exe"s, "C:\\x"s, "..\\x"s,
-          "\0"s, std::string(1'000'000, 'x')}) {
+         {IDENTITY_EXECUTABLE " " + kDigest, kDigest, "# comment"s, IDENTITY_EXECUTABLE ""s,
+          "C:\\x"s, "..\\x"s, "\0"s, std::string(1'000'000, 'x')}) {
         ExpectRefused(line + '\n', "Invalid program inventory");
-        ExpectRefused(Entry("corvellan.exe") + line, "Invalid program inventory");
+        ExpectRefused(Entry(IDENTITY_EXECUTABLE) + line, "Invalid program inventory");
     }
 }
 
 TEST_F(ProgramVerification, AcceptsCarriageReturnsBeforeLineFeeds) {
-    Install(L"corvellan.exe");
+    Install(kExecutableName);
     Install(L"data\\app.so");
-    ExpectAccepted("corvellan.exe\t" + kDigest + "\r\ndata\\app.so\t" + kDigest + "\r\n");
-    ExpectAccepted("corvellan.exe\t" + kDigest + "\r\ndata\\app.so\t" + kDigest + "\n");
+    ExpectAccepted(IDENTITY_EXECUTABLE "\t" + kDigest + "\r\ndata\\app.so\t" + kDigest + "\r\n");
+    ExpectAccepted(IDENTITY_EXECUTABLE "\t" + kDigest + "\r\ndata\\app.so\t" + kDigest + "\n");
 }
 
 TEST_F(ProgramVerification, AcceptsALastLineWithoutALineFeed) {
-    Install(L"corvellan.exe");
+    Install(kExecutableName);
     Install(L"data\\app.so");
-    ExpectAccepted("corvellan.exe\t" + kDigest);
-    ExpectAccepted(Entry("corvellan.exe") + "data\\app.so\t" + kDigest);
-    ExpectRefused(Entry("corvellan.exe") + "data\\app.so\t" + kOtherDigest,
+    ExpectAccepted(IDENTITY_EXECUTABLE "\t" + kDigest);
+    ExpectAccepted(Entry(IDENTITY_EXECUTABLE) + "data\\app.so\t" + kDigest);
+    ExpectRefused(Entry(IDENTITY_EXECUTABLE) + "data\\app.so\t" + kOtherDigest,
                   kMismatch + "data\\app.so"s);
 }
 
 TEST_F(ProgramVerification, AcceptsACarriageReturnAfterTheDigest) {
-    Install(L"corvellan.exe");
-    ExpectAccepted("corvellan.exe\t" + kDigest + "\r\n");
-    ExpectAccepted("corvellan.exe\t" + kDigest + "\r");
+    Install(kExecutableName);
+    ExpectAccepted(IDENTITY_EXECUTABLE "\t" + kDigest + "\r\n");
+    ExpectAccepted(IDENTITY_EXECUTABLE "\t" + kDigest + "\r");
 }
 
 // The inventory is read in portions of 64 KiB.
@@ -178,17 +179,18 @@ TEST_F(ProgramVerification, FindsNoLineBehindAPortionThatEndsWithALineFeed) {
 }
 
 TEST_F(ProgramVerification, RefusesAnUpperCaseDigest) {
-    Install(L"corvellan.exe");
-    ExpectRefused(Entry("corvellan.exe", kUpperCaseDigest), kMismatch + "corvellan.exe"s);
+    Install(kExecutableName);
+    ExpectRefused(Entry(IDENTITY_EXECUTABLE, kUpperCaseDigest),
+                  kMismatch + IDENTITY_EXECUTABLE ""s);
 }
 
 TEST_F(ProgramVerification, RefusesADigestThatIsNotExactlyTheFilesOwn) {
-    Install(L"corvellan.exe");
+    Install(kExecutableName);
     for (const std::string& digest :
          {kDigest + " ", " " + kDigest, kDigest + "\t", "\t" + kDigest, kDigest + "\tcolumn",
           kDigest + "\r\r", kDigest + "\r ", kDigest + "\0"s, kDigest.substr(0, 63), kDigest + "0",
           ""s, kOtherDigest, "0x" + kDigest, std::string(1'000'000, 'd')}) {
-        ExpectRefused(Entry("corvellan.exe", digest), kMismatch + "corvellan.exe"s);
+        ExpectRefused(Entry(IDENTITY_EXECUTABLE, digest), kMismatch + IDENTITY_EXECUTABLE ""s);
     }
 }
 
@@ -255,40 +257,40 @@ TEST_F(ProgramVerification, AcceptsElementsOfOneDotButFindsNoneOfThree) {
 }
 
 TEST_F(ProgramVerification, TakesAByteOrderMarkForPartOfTheFirstPath) {
-    Install(L"corvellan.exe");
-    ExpectRefused("\xEF\xBB\xBF" + Entry("corvellan.exe"), "SHA256 verification failed");
-    Install(L"\uFEFFcorvellan.exe");
-    ExpectAccepted("\xEF\xBB\xBF" + Entry("corvellan.exe"));
+    Install(kExecutableName);
+    ExpectRefused("\xEF\xBB\xBF" + Entry(IDENTITY_EXECUTABLE), "SHA256 verification failed");
+    Install(L"\uFEFF" IDENTITY_EXECUTABLE);
+    ExpectAccepted("\xEF\xBB\xBF" + Entry(IDENTITY_EXECUTABLE));
 }
 
 TEST_F(ProgramVerification, FailsForAListedFileThatIsMissingOrNoFile) {
-    Install(L"corvellan.exe");
+    Install(kExecutableName);
     CreateDirectories(directory.path / L"directory");
     for (const std::string path :
-         {"missing.dll", "missing/app.so", "corvellan.exe/app.so", "directory", "directory/", "",
-          ".", "\xFF.dll", "corvellan.exe\xC3", "a<b", "corvellan.exe|"}) {
+         {"missing.dll", "missing/app.so", IDENTITY_EXECUTABLE "/app.so", "directory", "directory/",
+          "", ".", "\xFF.dll", IDENTITY_EXECUTABLE "\xC3", "a<b", IDENTITY_EXECUTABLE "|"}) {
         ExpectRefused(Entry(path), "SHA256 verification failed");
     }
     ExpectRefused(Entry(std::string(1'000'000, 'x')), "SHA256 verification failed");
 }
 
 TEST_F(ProgramVerification, FailsForAListedFileThatAnotherProcessHoldsLocked) {
-    Install(L"corvellan.exe");
-    WriteInventory(Entry("corvellan.exe"));
-    const UniqueHandle lock = HoldFile(directory.path / L"corvellan.exe");
+    Install(kExecutableName);
+    WriteInventory(Entry(IDENTITY_EXECUTABLE));
+    const UniqueHandle lock = HoldFile(directory.path / kExecutableName);
     EXPECT_THAT([this] { VerifyInstalledProgram(directory.path); },
                 RaisesError("SHA256 verification failed"));
 }
 
 TEST_F(ProgramVerification, StopsAtTheFirstLineThatFails) {
-    Install(L"corvellan.exe");
-    const std::string mismatch = Entry("corvellan.exe", kOtherDigest);
-    ExpectRefused(mismatch + "no tab\n" + Entry("C:\\x"), kMismatch + "corvellan.exe"s);
+    Install(kExecutableName);
+    const std::string mismatch = Entry(IDENTITY_EXECUTABLE, kOtherDigest);
+    ExpectRefused(mismatch + "no tab\n" + Entry("C:\\x"), kMismatch + IDENTITY_EXECUTABLE ""s);
     ExpectRefused("no tab\n" + mismatch, "Invalid program inventory");
     ExpectRefused(Entry("C:\\x") + Entry("..\\x"), "Invalid program inventory path");
     ExpectRefused(Entry("..\\x") + Entry("C:\\x"), "Invalid program inventory traversal");
     ExpectRefused(Entry("missing") + "\n", "SHA256 verification failed");
-    ExpectRefused(Entry("corvellan.exe") + Entry("missing") + mismatch,
+    ExpectRefused(Entry(IDENTITY_EXECUTABLE) + Entry("missing") + mismatch,
                   "SHA256 verification failed");
 }
 
@@ -307,11 +309,11 @@ TEST_F(ProgramVerification, TakesTheInstallationDirectoryWithAnySeparatorAtItsEn
 }
 
 TEST_F(ProgramVerification, ChangesNothingAndLeavesNoFileOpen) {
-    Install(L"corvellan.exe");
+    Install(kExecutableName);
     const std::filesystem::path inventory = directory.path / L"program-files.tsv";
     const std::pair<std::string, std::string> cases[] = {
-        {Entry("corvellan.exe"), ""},
-        {Entry("corvellan.exe", kOtherDigest) + "more", kMismatch + "corvellan.exe"s},
+        {Entry(IDENTITY_EXECUTABLE), ""},
+        {Entry(IDENTITY_EXECUTABLE, kOtherDigest) + "more", kMismatch + IDENTITY_EXECUTABLE ""s},
         {"no tab", "Invalid program inventory"},
         {"", "Installed program inventory is empty"},
     };
@@ -326,10 +328,10 @@ TEST_F(ProgramVerification, ChangesNothingAndLeavesNoFileOpen) {
         EXPECT_EQ(ReadTreeContent(directory.path), before);
         // An open stream would share its file for reading and writing, not for deletion.
         EXPECT_TRUE(DeleteFileW(inventory.c_str()));
-        EXPECT_TRUE(MoveFileExW((directory.path / L"corvellan.exe").c_str(),
+        EXPECT_TRUE(MoveFileExW((directory.path / kExecutableName).c_str(),
                                 (directory.path / L"moved.exe").c_str(), 0));
         EXPECT_TRUE(MoveFileExW((directory.path / L"moved.exe").c_str(),
-                                (directory.path / L"corvellan.exe").c_str(), 0));
+                                (directory.path / kExecutableName).c_str(), 0));
     }
 }
 

@@ -21,6 +21,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/expect_file_system_error.h"
 #include "fixtures/file_content.h"
@@ -115,7 +116,7 @@ struct EnsureNoOtherInstanceFailure : testing::Test {
     void Scan() const { EnsureNoOtherInstance(application, 0); }
 
     TemporaryDirectory directory;
-    std::filesystem::path application = directory.path / L"corvellan.exe";
+    std::filesystem::path application = directory.path / kExecutableName;
 };
 
 TEST_F(EnsureNoOtherInstanceFailure, ASnapshotThatCannotBeTaken) {
@@ -164,7 +165,7 @@ TEST_F(EnsureNoOtherInstanceFailure, TheFirstAndTheLastProcessCountToo) {
         name.copy(std::data(entry.szExeFile), std::size(entry.szExeFile) - 1);
         return entry;
     };
-    const PROCESSENTRY32W instance = entryOf(L"corvellan.exe");
+    const PROCESSENTRY32W instance = entryOf(kExecutableName);
     const PROCESSENTRY32W other = entryOf(L"other.exe");
 
     for (const bool instanceFirst : {true, false}) {
@@ -184,7 +185,7 @@ TEST_F(EnsureNoOtherInstanceFailure, TheFirstAndTheLastProcessCountToo) {
 }
 
 TEST_F(EnsureNoOtherInstanceFailure, AnInstanceThatCannotBeOpenedBlocksWhereverItLives) {
-    for (const wchar_t* place : {L"corvellan.exe", L"elsewhere\\corvellan.exe"}) {
+    for (const wchar_t* place : {kExecutableName, L"elsewhere\\" IDENTITY_EXECUTABLE}) {
         const RunningProgram program(directory.path / place);
         const ScopedReplacement refusing(
             doubles::OpenProcess, [&program](DWORD access, BOOL inherit, DWORD processId) {
@@ -240,7 +241,7 @@ TEST_F(EnsureNoOtherInstanceFailure, AnInstanceWhoseImagePathCannotBeRead) {
 
 TEST_F(EnsureNoOtherInstanceFailure, PathsThatCannotBeResolvedTheApplicationsFirst) {
     const RunningProgram program(application);
-    const RunningProgram elsewhere(directory.path / L"elsewhere" / L"corvellan.exe");
+    const RunningProgram elsewhere(directory.path / L"elsewhere" / kExecutableName);
     const auto resolveAllBut = [](const std::filesystem::path& refused) {
         return [refused](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                          DWORD disposition, DWORD flags, HANDLE file) {
@@ -250,7 +251,7 @@ TEST_F(EnsureNoOtherInstanceFailure, PathsThatCannotBeResolvedTheApplicationsFir
             return CreateFileW(path, access, share, security, disposition, flags, file);
         };
     };
-    const std::filesystem::path installed = directory.path / L"installed" / L"corvellan.exe";
+    const std::filesystem::path installed = directory.path / L"installed" / kExecutableName;
     WriteFileContent(installed, "");
     ExpectNoHandleLeft([&] {
         const ScopedReplacement refusing(doubles::CreateFileW, resolveAllBut(elsewhere.path));

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "elevation/program_start.h"
+#include "fixtures/application_names.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/open_handles.h"
@@ -28,6 +29,11 @@
 namespace updater {
 
 namespace {
+
+// The executable's name without ".exe".
+std::wstring Stem() {
+    return std::filesystem::path(kExecutableName).stem().native();
+}
 
 using testing::ElementsAre;
 
@@ -108,15 +114,14 @@ struct PathPair {
 
 TEST(IsSamePath, FormsOfOnePathAreTheSame) {
     const TemporaryDirectory directory;
-    const std::filesystem::path file =
-        directory.path / L"Program Files" / L"App" / L"corvellan.exe";
+    const std::filesystem::path file = directory.path / L"Program Files" / L"App" / kExecutableName;
     WriteFileContent(file, "");
     const std::wstring folder = file.parent_path().native();
     const std::vector<PathPair> pairs = {
         {file, file},
-        {file, directory.path / L"program files" / L"app" / L"CORVELLAN.EXE"},
-        {file, folder + L"\\.\\..\\APP\\\\corvellan.exe"},
-        {file, folder + L"/corvellan.exe"},
+        {file, directory.path / L"program files" / L"app" / InCapitals(kExecutableName)},
+        {file, folder + L"\\.\\..\\APP\\\\" IDENTITY_EXECUTABLE},
+        {file, folder + L"/" IDENTITY_EXECUTABLE},
         {file, LR"(\\?\)" + file.native()},
         {file, LR"(\\.\)" + file.native()},
         {folder, folder + L"\\"},
@@ -132,10 +137,10 @@ TEST(IsSamePath, FormsOfOnePathAreTheSame) {
 
 TEST(IsSamePath, APathAndTheSamePathThroughADirectoryLinkAreTheSame) {
     const TemporaryDirectory directory;
-    WriteFileContent(directory.path / L"real" / L"corvellan.exe", "");
+    WriteFileContent(directory.path / L"real" / kExecutableName, "");
     const DirectoryLink link(directory.path / L"link", directory.path / L"real");
-    EXPECT_TRUE(IsSamePath(directory.path / L"real" / L"corvellan.exe",
-                           directory.path / L"LINK" / L"corvellan.exe"));
+    EXPECT_TRUE(IsSamePath(directory.path / L"real" / kExecutableName,
+                           directory.path / L"LINK" / kExecutableName));
     EXPECT_TRUE(IsSamePath(directory.path / L"link" / L"missing.exe",
                            directory.path / L"real" / L"missing.exe"));
 }
@@ -143,22 +148,23 @@ TEST(IsSamePath, APathAndTheSamePathThroughADirectoryLinkAreTheSame) {
 TEST(IsSamePath, APathInShortNamesIsTheSame) {
     const TemporaryDirectory directory;
     const std::filesystem::path folder = directory.path / L"A directory of a long name";
-    WriteFileContent(folder / L"corvellan.exe", "");
+    WriteFileContent(folder / kExecutableName, "");
     const std::wstring shortPath = ShortPath(folder);
     ASSERT_FALSE(shortPath.empty());
     ASSERT_NE(shortPath, folder.native());
-    EXPECT_TRUE(IsSamePath(shortPath + L"\\CORVELLAN.EXE", folder / L"corvellan.exe"));
+    EXPECT_TRUE(
+        IsSamePath(shortPath + L"\\" + InCapitals(kExecutableName), folder / kExecutableName));
 }
 
 TEST(IsSamePath, OtherPathsAreDifferent) {
     const TemporaryDirectory directory;
-    WriteFileContent(directory.path / L"corvellan.exe", "");
-    WriteFileContent(directory.path / L"other" / L"corvellan.exe", "");
+    WriteFileContent(directory.path / kExecutableName, "");
+    WriteFileContent(directory.path / L"other" / kExecutableName, "");
     const std::vector<PathPair> pairs = {
-        {directory.path / L"corvellan.exe", directory.path / L"other" / L"corvellan.exe"},
-        {directory.path / L"corvellan.exe", directory.path / L"corvellan2.exe"},
-        {directory.path / L"corvellan.exe", directory.path / L"corvellan.ex"},
-        {directory.path / L"corvellan.exe", L""},
+        {directory.path / kExecutableName, directory.path / L"other" / kExecutableName},
+        {directory.path / kExecutableName, directory.path / (Stem() + L"2.exe")},
+        {directory.path / kExecutableName, directory.path / (Stem() + L".ex")},
+        {directory.path / kExecutableName, L""},
         // Letters outside A to Z do not fold.
         {directory.path / L"missing \u00C9", directory.path / L"missing \u00E9"},
         {directory.path / L"missing \u0416", directory.path / L"missing \u0436"},
@@ -172,9 +178,9 @@ TEST(IsSamePath, OtherPathsAreDifferent) {
 
 TEST(OpenProcessOf, GivesAHandleOfAProcessThatRunsTheExecutable) {
     const TemporaryDirectory directory;
-    const RunningProgram program(directory.path / L"corvellan.exe");
+    const RunningProgram program(directory.path / kExecutableName);
     const UniqueHandle process =
-        OpenProcessOf(directory.path / L"CORVELLAN.EXE", program.processId, "mismatch");
+        OpenProcessOf(directory.path / InCapitals(kExecutableName), program.processId, "mismatch");
     ASSERT_TRUE(process);
     EXPECT_EQ(WaitForSingleObject(process.get(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
     program.End();
@@ -183,7 +189,7 @@ TEST(OpenProcessOf, GivesAHandleOfAProcessThatRunsTheExecutable) {
 
 TEST(OpenProcessOf, RaisesTheGivenMessageForAnotherProgramOrNoProcess) {
     const TemporaryDirectory directory;
-    const RunningProgram program(directory.path / L"corvellan.exe");
+    const RunningProgram program(directory.path / kExecutableName);
     EXPECT_THAT([&] { OpenProcessOf(directory.path / L"other.exe", program.processId, "one"); },
                 RaisesError("one"));
     for (const std::uint32_t noProcess : {0U, 0xFFFFFFF0U}) {
@@ -193,49 +199,50 @@ TEST(OpenProcessOf, RaisesTheGivenMessageForAnotherProgramOrNoProcess) {
 
 TEST(EnsureNoOtherInstance, NoInstanceIsNoObstacle) {
     const TemporaryDirectory directory;
-    EnsureNoOtherInstance(directory.path / L"corvellan.exe", 0);
+    EnsureNoOtherInstance(directory.path / kExecutableName, 0);
 }
 
 TEST(EnsureNoOtherInstance, AnInstanceInAnyLetterCaseBlocks) {
     const TemporaryDirectory directory;
-    for (const wchar_t* name : {L"corvellan.exe", L"CORVELLAN.EXE", L"Corvellan.Exe"}) {
+    for (const std::wstring& name : {std::wstring(kExecutableName), InCapitals(kExecutableName),
+                                     InCapitals(Stem()) + L".Exe"}) {
         const RunningProgram program(directory.path / name);
-        EXPECT_THAT([&] { EnsureNoOtherInstance(directory.path / L"corvellan.exe", 0); },
+        EXPECT_THAT([&] { EnsureNoOtherInstance(directory.path / kExecutableName, 0); },
                     RaisesError(kRunning));
     }
 }
 
 TEST(EnsureNoOtherInstance, AProgramOfAnotherNameDoesNotBlock) {
     const TemporaryDirectory directory;
-    for (const wchar_t* name :
-         {L"corvellan2.exe", L"xcorvellan.exe", L"corvellan", L"corvellan.com"}) {
+    for (const std::wstring& name : std::vector<std::wstring>{
+             Stem() + L"2.exe", L"x" IDENTITY_EXECUTABLE, Stem(), Stem() + L".com"}) {
         const RunningProgram program(directory.path / name);
-        EnsureNoOtherInstance(directory.path / L"corvellan.exe", 0);
+        EnsureNoOtherInstance(directory.path / kExecutableName, 0);
         EnsureNoOtherInstance(program.path, 0);
     }
 }
 
 TEST(EnsureNoOtherInstance, AnInstanceFromAnotherDirectoryDoesNotBlock) {
     const TemporaryDirectory directory;
-    WriteFileContent(directory.path / L"installed" / L"corvellan.exe", "");
-    const RunningProgram program(directory.path / L"elsewhere" / L"corvellan.exe");
-    EnsureNoOtherInstance(directory.path / L"installed" / L"corvellan.exe", 0);
+    WriteFileContent(directory.path / L"installed" / kExecutableName, "");
+    const RunningProgram program(directory.path / L"elsewhere" / kExecutableName);
+    EnsureNoOtherInstance(directory.path / L"installed" / kExecutableName, 0);
 }
 
 TEST(EnsureNoOtherInstance, AnInstanceReachedThroughALinkBlocks) {
     const TemporaryDirectory directory;
-    const RunningProgram program(directory.path / L"real" / L"corvellan.exe");
+    const RunningProgram program(directory.path / L"real" / kExecutableName);
     const DirectoryLink link(directory.path / L"link", directory.path / L"real");
-    EXPECT_THAT([&] { EnsureNoOtherInstance(link.link / L"corvellan.exe", 0); },
+    EXPECT_THAT([&] { EnsureNoOtherInstance(link.link / kExecutableName, 0); },
                 RaisesError(kRunning));
 }
 
 TEST(EnsureNoOtherInstance, TheAllowedInstanceDoesNotBlockButAnyOtherDoes) {
     const TemporaryDirectory directory;
-    const RunningProgram parent(directory.path / L"corvellan.exe");
+    const RunningProgram parent(directory.path / kExecutableName);
     EnsureNoOtherInstance(parent.path, parent.processId);
 
-    const RunningProgram elsewhere(directory.path / L"elsewhere" / L"corvellan.exe");
+    const RunningProgram elsewhere(directory.path / L"elsewhere" / kExecutableName);
     EnsureNoOtherInstance(parent.path, parent.processId);
     EXPECT_THAT([&] { EnsureNoOtherInstance(parent.path, elsewhere.processId); },
                 RaisesError(kRunning));
@@ -243,25 +250,25 @@ TEST(EnsureNoOtherInstance, TheAllowedInstanceDoesNotBlockButAnyOtherDoes) {
 
 TEST(EnsureNoOtherInstance, WithTheAllowedIdZeroTheParentBlocksToo) {
     const TemporaryDirectory directory;
-    const RunningProgram parent(directory.path / L"corvellan.exe");
+    const RunningProgram parent(directory.path / kExecutableName);
     EXPECT_THAT([&] { EnsureNoOtherInstance(parent.path, 0); }, RaisesError(kRunning));
 }
 
 TEST(EnsureNoOtherInstance, AnInstanceThatHasEndedDoesNotBlock) {
     const TemporaryDirectory directory;
-    const RunningProgram program(directory.path / L"corvellan.exe");
+    const RunningProgram program(directory.path / kExecutableName);
     program.End();
     EnsureNoOtherInstance(program.path, 0);
 }
 
 TEST(EnsureNoOtherInstance, NoHandleStaysOpen) {
     const TemporaryDirectory directory;
-    const RunningProgram program(directory.path / L"corvellan.exe");
-    const RunningProgram elsewhere(directory.path / L"elsewhere" / L"corvellan.exe");
+    const RunningProgram program(directory.path / kExecutableName);
+    const RunningProgram elsewhere(directory.path / L"elsewhere" / kExecutableName);
     const auto scan = [&] {
         EXPECT_THAT([&] { EnsureNoOtherInstance(program.path, 0); }, RaisesError(kRunning));
         EnsureNoOtherInstance(program.path, program.processId);
-        EnsureNoOtherInstance(directory.path / L"x" / L"corvellan.exe", 0);
+        EnsureNoOtherInstance(directory.path / L"x" / kExecutableName, 0);
         EXPECT_TRUE(OpenProcessOf(program.path, program.processId, "mismatch"));
         EXPECT_THAT([&] { OpenProcessOf(program.path, elsewhere.processId, "mismatch"); },
                     RaisesError("mismatch"));
@@ -273,7 +280,7 @@ TEST(EnsureNoOtherInstance, NoHandleStaysOpen) {
 
 TEST(IsSignalledWithin, AnEndedProcessIsSignalledAndARunningOneIsNot) {
     const TemporaryDirectory directory;
-    const RunningProgram program(directory.path / L"corvellan.exe");
+    const RunningProgram program(directory.path / kExecutableName);
     EXPECT_FALSE(IsSignalledWithin(program.process.get(), 0));
     EXPECT_FALSE(IsSignalledWithin(program.process.get(), 20));
     program.End();
@@ -321,7 +328,7 @@ TEST(LaunchProcess, ALaunchWithoutWaitingReturnsZeroWhileTheProgramRuns) {
     const UniqueHandle end =
         OwnHandle(CreateEventW(nullptr, TRUE, FALSE, (baseName + L"-end").c_str()));
     const TemporaryDirectory directory;
-    const std::filesystem::path program = directory.path / L"corvellan.exe";
+    const std::filesystem::path program = directory.path / kExecutableName;
     CopyToNewFile(WaitingProgram(), program);
 
     EXPECT_EQ(LaunchProcess(

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/expect_file_system_error.h"
 #include "fixtures/file_content.h"
@@ -76,7 +77,7 @@ TEST_F(Refusal, OfTheProcessListIsFinal) {
 
 // Also with the number for a process that is no more: only one that can be opened has ended.
 TEST_F(Refusal, OfAnInstanceIsFinalWhateverTheNumber) {
-    const RunningProgram program(directory.path / L"corvellan.exe");
+    const RunningProgram program(directory.path / kExecutableName);
     ExpectFinalRefusal(
         doubles::OpenProcess, nullptr, [this] { EnsureNoOtherInstance(file, 0); },
         "Another application instance is inaccessible; close it first");

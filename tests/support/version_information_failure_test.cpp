@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/raised_errors.h"
 #include "support/stand_ins/version_program.h"
@@ -23,7 +24,7 @@ namespace {
 using testing::ElementsAre;
 
 constexpr wchar_t kEntryKey[] =
-    LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\5D1E7B20-3C9A-4F68-B2D4-9E0A6C7F1B35_is1)";
+    LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\)" IDENTITY_APPLICATION_ID LR"(_is1)";
 
 constexpr DWORD kSize = 1000;
 

@@ -133,7 +133,7 @@ TEST(ReadRegisteredVersion, IsEmptyWhenItCannotBeRead) {
     const ScopedUninstallEntry entry;
     EXPECT_EQ(ReadRegisteredVersion(), L"") << "no entry";
 
-    WriteUninstallValue(L"DisplayName", RegistryText(L"Corvellan"));
+    WriteUninstallValue(L"DisplayName", RegistryText(L"Program"));
     EXPECT_EQ(ReadRegisteredVersion(), L"") << "no value";
 
     const std::vector<RegistryValue> values = {
@@ -204,10 +204,10 @@ TEST(RestoreRegisteredVersion, OnlyTheVersionOfThe64BitViewChanges) {
     EXPECT_THAT([] { RestoreRegisteredVersion(L"1.0.0.0"); }, RaisesError(kNotRestored));
 
     WriteUninstallValue(kDisplayVersion, RegistryText(L"3.0.0.0"));
-    WriteUninstallValue(L"DisplayName", RegistryText(L"Corvellan"));
+    WriteUninstallValue(L"DisplayName", RegistryText(L"Program"));
     RestoreRegisteredVersion(L"1.0.0.0");
     EXPECT_EQ(ReadRegisteredVersion(), L"1.0.0.0");
-    EXPECT_EQ(ReadUninstallValue(L"DisplayName")->bytes, RegistryText(L"Corvellan").bytes);
+    EXPECT_EQ(ReadUninstallValue(L"DisplayName")->bytes, RegistryText(L"Program").bytes);
     EXPECT_EQ(ReadUninstallValue(kDisplayVersion, RegistryView::Of32Bit)->bytes,
               RegistryText(L"32").bytes);
 }

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "elevation/program_start.h"
+#include "fixtures/application_names.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
@@ -76,7 +77,7 @@ struct CleanTest : testing::Test {
 
 TEST_F(CleanTest, RemovesWhatUpdatesLeftAndNothingElse) {
     const std::filesystem::path folder = MachineDataFolder();
-    const std::filesystem::path similar = folder / L"CorvellanUpdate-{similar}";
+    const std::filesystem::path similar = folder / IDENTITY_BASE_NAME L"-{similar}";
     CreateDirectories(similar);
     const ToolResult result = CallTool({L"clean"});
     EXPECT_EQ(result.exitCode, 0U);
@@ -119,7 +120,8 @@ TEST_F(CleanTest, RemovesNothingWhileAnUpdateIsInstalled) {
     const ToolResult result = CallTool({L"clean"});
     EXPECT_EQ(result.exitCode, 1U);
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.error, "corvellan-updatectl: Another update installation is running\n");
+    EXPECT_EQ(result.error,
+              IDENTITY_RELEASE_TOOL_STEM ": Another update installation is running\n");
     EXPECT_EQ(Present(), "111");
 }
 
@@ -235,8 +237,8 @@ TEST_F(CleanTest, RemovesNothingWhenTheWorkerHasEnded) {
     const ToolResult result = CallTool({L"clean", L"--setup-dir", directories[0].native()});
     EXPECT_EQ(result.exitCode, 1U);
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.error,
-              "corvellan-updatectl: The updater that started the setup program has ended\n");
+    EXPECT_EQ(result.error, IDENTITY_RELEASE_TOOL_STEM
+              ": The updater that started the setup program has ended\n");
     EXPECT_EQ(Present(), "111");
 }
 
@@ -261,7 +263,8 @@ TEST_F(CleanTest, IsLikeAnyOtherForASetupProgramThatTheUserHasStarted) {
         const UniqueHandle mutex = AcquireInstallMutex();
         const ToolResult refused = CallTool({L"clean", L"--setup-dir", directory.native()});
         EXPECT_EQ(refused.exitCode, 1U);
-        EXPECT_EQ(refused.error, "corvellan-updatectl: Another update installation is running\n");
+        EXPECT_EQ(refused.error,
+                  IDENTITY_RELEASE_TOOL_STEM ": Another update installation is running\n");
         EXPECT_EQ(Present(), "111");
     }
     EXPECT_EQ(CallTool({L"clean", L"--setup-dir", (similar / L"missing").native()}).exitCode, 1U);

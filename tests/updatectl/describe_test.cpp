@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/temporary_directory.h"
 #include "support/file_digest.h"
@@ -21,8 +22,8 @@ struct DescribeTest : testing::Test {
     }
 
     TemporaryDirectory temporary;
-    std::filesystem::path setup = temporary.path / L"corvellan \u4E2D 2.exe";
-    std::filesystem::path application = temporary.path / L"corvellan.exe";
+    std::filesystem::path setup = temporary.path / L"program \u4E2D 2.exe";
+    std::filesystem::path application = temporary.path / kExecutableName;
 };
 
 TEST_F(DescribeTest, PrintsWhatTheFeedSays) {
@@ -42,9 +43,9 @@ TEST_F(DescribeTest, PrintsWhatTheFeedSays) {
 }
 
 TEST_F(DescribeTest, TakesRelativePathsAndForeignSeparators) {
-    const ToolResult result =
-        CallTool({L"describe", L"--app", L"./corvellan.exe", L"./" + setup.filename().native()},
-                 temporary.path);
+    const ToolResult result = CallTool(
+        {L"describe", L"--app", L"./" IDENTITY_EXECUTABLE, L"./" + setup.filename().native()},
+        temporary.path);
     EXPECT_EQ(result.exitCode, 0U);
     EXPECT_EQ(nlohmann::json::parse(result.output).at("setup"),
               WideToUtf8(setup.filename().native()));

@@ -23,9 +23,9 @@ struct MatchCase {
 TEST(ExcludePattern, MatchesByItsRules) {
     const std::vector<MatchCase> cases = {
         // One name: at any depth, the whole name, letter case aside.
-        {L"*.pdb", L"corvellan.pdb", true},
+        {L"*.pdb", L"program.pdb", true},
         {L"*.pdb", L"data\\deep\\er\\X.PDB", true},
-        {L"*.pdb", L"corvellan.pdb.txt", false},
+        {L"*.pdb", L"program.pdb.txt", false},
         {L"*.pdb", L"pdb", false},
         {L"*.pdb", L".pdb", true},
         {L"cache", L"data\\cache", true},

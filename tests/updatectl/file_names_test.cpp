@@ -1,4 +1,5 @@
 #include "updatectl/file_names.h"
+#include "fixtures/application_names.h"
 
 #include <gmock/gmock.h>
 
@@ -11,7 +12,7 @@ namespace updater {
 namespace {
 
 TEST(FaultOfName, FindsNoneInNamesThatWindowsHolds) {
-    const std::vector<std::wstring> names = {L"corvellan.exe",
+    const std::vector<std::wstring> names = {kExecutableName,
                                              L"a b.txt",
                                              L" leading",
                                              L".hidden",

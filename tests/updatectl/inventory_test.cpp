@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "fixtures/application_names.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
@@ -57,7 +58,7 @@ struct InventoryTest : testing::Test {
 };
 
 TEST_F(InventoryTest, IsExactlyInTheFormThatTheUpdaterReads) {
-    Write(L"corvellan.exe");
+    Write(kExecutableName);
     Write(L"data\\\u4E2D\u6587 x.txt");
     Write(L"data\\b", "");
     Write(L"data-old.dll");
@@ -69,7 +70,7 @@ TEST_F(InventoryTest, IsExactlyInTheFormThatTheUpdaterReads) {
         result.output,
         WideToUtf8((CanonicalPath(directory) / L"program-files.tsv").native()) + ", files: 5\n");
     const std::string abc = std::string("\t") + kDigestOfAbc + "\n";
-    EXPECT_EQ(Inventory(), "corvellan.exe" + abc + "data\\b\t" + kDigestOfNothing + "\n" +
+    EXPECT_EQ(Inventory(), IDENTITY_EXECUTABLE + abc + "data\\b\t" + kDigestOfNothing + "\n" +
                                "data\\program-files.tsv" + abc +
                                WideToUtf8(L"data\\\u4E2D\u6587 x.txt") + abc + "data-old.dll" +
                                abc);

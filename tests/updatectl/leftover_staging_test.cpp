@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
@@ -26,25 +27,26 @@ namespace updater {
 namespace {
 
 TEST(LeftoverStaging, IsKnownByTheExactFormOfItsName) {
-    EXPECT_TRUE(IsStagingName(L"CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF}"));
-    EXPECT_TRUE(IsStagingName(L"CorvellanUpdate-" + CreateJobIdentity()));
-    for (const wchar_t* name :
-         {L"", L"CorvellanUpdate-", L"CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF} ",
-          L"CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF",
-          L"CorvellanUpdate-01234567-89AB-CDEF-0123-456789ABCDEF",
-          L"CorvellanUpdate-{01234567-89ab-cdef-0123-456789abcdef}",
-          L"corvellanupdate-{01234567-89AB-CDEF-0123-456789ABCDEF}",
-          L"CorvellanUpdate-{0123456789AB-CDEF-0123-456789ABCDEF--}",
-          L"CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEG}",
-          L"CorvellanUpdate-{hhhhhhhh-hhhh-hhhh-hhhh-hhhhhhhhhhhh}",
-          L"XCorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF}"}) {
+    EXPECT_TRUE(IsStagingName(IDENTITY_BASE_NAME L"-{01234567-89AB-CDEF-0123-456789ABCDEF}"));
+    EXPECT_TRUE(IsStagingName(IDENTITY_BASE_NAME L"-" + CreateJobIdentity()));
+    for (const std::wstring& name : std::vector<std::wstring>{
+             L"", IDENTITY_BASE_NAME L"-",
+             IDENTITY_BASE_NAME L"-{01234567-89AB-CDEF-0123-456789ABCDEF} ",
+             IDENTITY_BASE_NAME L"-{01234567-89AB-CDEF-0123-456789ABCDEF",
+             IDENTITY_BASE_NAME L"-01234567-89AB-CDEF-0123-456789ABCDEF",
+             IDENTITY_BASE_NAME L"-{01234567-89ab-cdef-0123-456789abcdef}",
+             InCapitals(L"" IDENTITY_BASE_NAME) + L"-{01234567-89AB-CDEF-0123-456789ABCDEF}",
+             IDENTITY_BASE_NAME L"-{0123456789AB-CDEF-0123-456789ABCDEF--}",
+             IDENTITY_BASE_NAME L"-{01234567-89AB-CDEF-0123-456789ABCDEG}",
+             IDENTITY_BASE_NAME L"-{hhhhhhhh-hhhh-hhhh-hhhh-hhhhhhhhhhhh}",
+             L"X" IDENTITY_BASE_NAME L"-{01234567-89AB-CDEF-0123-456789ABCDEF}"}) {
         EXPECT_FALSE(IsStagingName(name)) << WideToUtf8(name);
     }
 }
 
 TEST(LeftoverStaging, IsListedFromTheNewestOnWithReasonsAgainstOthers) {
     const TemporaryDirectory folder;
-    const std::wstring prefix = L"CorvellanUpdate-{00000000-0000-0000-0000-00000000000";
+    const std::wstring prefix = IDENTITY_BASE_NAME L"-{00000000-0000-0000-0000-00000000000";
     constexpr std::uint64_t kDay = 864'000'000'000;
     constexpr std::uint64_t kSomeTime = 130'000'000'000'000'000;
     const auto make = [&](const wchar_t* end, std::uint64_t time) {
@@ -81,7 +83,7 @@ TEST(LeftoverStaging, HoldsABackupOfWhatTheEnumerationFinds) {
     const TemporaryDirectory directory;
     ProgramAssets assets;
     for (const wchar_t* file :
-         {L"corvellan.exe", L"Setup.EXE", L"a.b.dll", L".exe", L"native_assets.json",
+         {kExecutableName, L"Setup.EXE", L"a.b.dll", L".exe", L"native_assets.json",
           L"program-files.tsv", L"unins000.dat", L"unins001.dat", L"account.db", L"data\\x",
           L"data\\sub\\.exe", L"plugins\\a.dll", L"data.exe", L"data-old\\x.dll"}) {
         WriteFileContent(directory.path / file, "x");

@@ -5,6 +5,7 @@
 #include <random>
 #include <set>
 
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/inventory_entry.h"
@@ -25,8 +26,8 @@ std::size_t Below(Random& random, std::size_t limit) {
 
 std::wstring RandomName(Random& random) {
     static const std::vector<std::wstring> pieces = {
-        L"a",      L"B",          L"zz", L" ", L".",   L"-", L"_",         L"data", L"\u4E2D\u6587",
-        L"\u00FC", L"\U0001F600", L"'",  L"%", L"(1)", L"~", L"corvellan", L".exe", L".dll",
+        L"a",      L"B",          L"zz", L" ", L".",   L"-", L"_",       L"data", L"\u4E2D\u6587",
+        L"\u00FC", L"\U0001F600", L"'",  L"%", L"(1)", L"~", L"program", L".exe", L".dll",
         L"0",      L"\u0416"};
     std::wstring name;
     do {
@@ -49,8 +50,8 @@ std::string RandomContent(Random& random) {
 // Paths of files, no two of them, or of the directories they are in, the same.
 std::vector<std::wstring> RandomPaths(Random& random) {
     std::vector<std::wstring> directories = {L"", L"data\\"};
-    std::vector<std::wstring> paths = {L"corvellan.exe"};
-    std::set<std::wstring> taken = {L"DATA", L"CORVELLAN.EXE"};
+    std::vector<std::wstring> paths = {kExecutableName};
+    std::set<std::wstring> taken = {L"DATA", InCapitals(kExecutableName)};
     for (std::size_t count = 1 + Below(random, 25); count > 0; --count) {
         const std::wstring path =
             directories[Below(random, directories.size())] + RandomName(random);

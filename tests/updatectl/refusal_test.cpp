@@ -6,6 +6,7 @@
 #include <functional>
 #include <stdexcept>
 
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/updater_doubles.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
@@ -40,7 +41,7 @@ TEST(Refusal, OfTheOutputIsAFailure) {
 
 TEST(UnfinishedInventory, CanBeReadByNobody) {
     const TemporaryDirectory directory;
-    WriteFileContent(directory.path / L"corvellan.exe", "x");
+    WriteFileContent(directory.path / kExecutableName, "x");
     const std::filesystem::path unfinished = directory.path / L"program-files.tsv.tmp";
     int attempts = 0;
     const ScopedReplacement writing(
@@ -112,7 +113,7 @@ struct InterruptedUpdateTest : testing::Test {
     InterruptedUpdateTest() {
         for (const std::filesystem::path& place : {install, staging / L"backup"}) {
             CreateDirectories(place);
-            CopyOverFile(Application1(), place / L"corvellan.exe");
+            CopyOverFile(Application1(), place / kExecutableName);
         }
         WriteFileContent(staging / L"install.log", "half a log");
         WriteFileContent(install / L"added.dll", "new");
@@ -139,8 +140,8 @@ TEST_F(InterruptedUpdateTest, IsNotCalledRestoredWhenTheVersionIsAnother) {
     const ReportedSecurity security(kStagingDirectorySecurity);
     const ScopedReplacement otherVersion(
         doubles::ReadExecutableVersion, [this](const std::filesystem::path& executable) {
-            return executable == install / L"corvellan.exe" ? std::wstring(L"9.9.9.9")
-                                                            : ReadExecutableVersion(executable);
+            return executable == install / kExecutableName ? std::wstring(L"9.9.9.9")
+                                                           : ReadExecutableVersion(executable);
         });
     EXPECT_EQ(Restore(), kToolFailed);
     EXPECT_FALSE(PathExists(install / L"added.dll"));

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "elevation/program_start.h"
+#include "fixtures/application_names.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
@@ -46,14 +47,14 @@ struct ScopedProgram {
 struct RestoreTest : testing::Test {
     RestoreTest() {
         LetAdministratorsWrite(temporary.path);
-        Install(L"corvellan.exe", Application1());
+        Install(kExecutableName, Application1());
         Write(L"data\\\u4E2D\u6587 x", "old data");
         Write(L"engine.dll", "old engine");
         Write(L"readme.txt", "no program asset");
         Write(L"account.db", "the user's");
         std::string list;
         for (const wchar_t* file :
-             {L"corvellan.exe", L"data\\\u4E2D\u6587 x", L"engine.dll", L"readme.txt"}) {
+             {kExecutableName, L"data\\\u4E2D\u6587 x", L"engine.dll", L"readme.txt"}) {
             list += WideToUtf8(file) + "\t" + FileSha256Hex(install / file) + "\n";
         }
         Write(L"program-files.tsv", list);
@@ -63,7 +64,7 @@ struct RestoreTest : testing::Test {
         previous = Program();
 
         WriteFileContent(staging / L"install.log", "half a log");
-        Install(L"corvellan.exe", Application2());
+        Install(kExecutableName, Application2());
         RemoveFile(install / L"engine.dll");
         Write(L"added.dll", "new");
         Write(L"data\\added", "new");
@@ -112,7 +113,7 @@ struct RestoreTest : testing::Test {
     TemporaryDirectory temporary;
     std::filesystem::path install = temporary.path / L"\u7A0B\u5E8F dir";
     std::filesystem::path staging =
-        temporary.path / L"CorvellanUpdate-{01234567-89AB-CDEF-0123-456789ABCDEF}";
+        temporary.path / IDENTITY_BASE_NAME L"-{01234567-89AB-CDEF-0123-456789ABCDEF}";
     TreeContent previous;
 };
 
@@ -140,13 +141,13 @@ TEST_F(RestoreTest, TakesRelativePaths) {
 }
 
 TEST_F(RestoreTest, NeedsNoExecutableInTheInstallation) {
-    RemoveFile(install / L"corvellan.exe");
+    RemoveFile(install / kExecutableName);
     ExpectRestored(Call());
 }
 
 TEST_F(RestoreTest, WaitsForTheEndOfTheApplication) {
     {
-        const ScopedProgram application(install / L"corvellan.exe");
+        const ScopedProgram application(install / kExecutableName);
         ExpectRefusal("Another application instance is running; close it first");
         ExpectRefusal("Another application instance is running; close it first", {L"--force"});
     }
@@ -194,7 +195,7 @@ TEST_F(RestoreTest, HoldsTheMutexOfAnUpdate) {
 }
 
 TEST_F(RestoreTest, RefusesAStagingDirectoryWithoutABackupOfTheProgram) {
-    RemoveFile(staging / L"backup\\corvellan.exe");
+    RemoveFile(staging / L"backup\\" IDENTITY_EXECUTABLE);
     ExpectRefusal("There is no backup of the program in ", {L"--force"});
     RemoveTree(staging / L"backup");
     ExpectRefusal("There is no backup of the program in ", {L"--force"});
@@ -203,8 +204,8 @@ TEST_F(RestoreTest, RefusesAStagingDirectoryWithoutABackupOfTheProgram) {
 }
 
 TEST_F(RestoreTest, RefusesABackupWhoseExecutableHasNoVersion) {
-    WriteFileContent(staging / L"backup\\corvellan.exe", "zeros, after the power was lost");
-    ExpectRefusal("corvellan.exe: Cannot read installed executable version", {L"--force"});
+    WriteFileContent(staging / L"backup\\" IDENTITY_EXECUTABLE, "zeros, after the power was lost");
+    ExpectRefusal(IDENTITY_EXECUTABLE ": Cannot read installed executable version", {L"--force"});
 }
 
 TEST_F(RestoreTest, RefusesABackupThatMayBeIncomplete) {
@@ -251,7 +252,7 @@ TEST_F(RestoreTest, TakesABackupFromBeforeThereWereLists) {
 }
 
 TEST_F(RestoreTest, RefusesAnotherDirectoryThanTheApplications) {
-    for (const wchar_t* file : {L"corvellan.exe", L"program-files.tsv"}) {
+    for (const wchar_t* file : {kExecutableName, L"program-files.tsv"}) {
         RemoveFile(install / file);
     }
     ExpectRefusal("is not where the application is installed", {L"--force"});
@@ -270,7 +271,7 @@ TEST_F(RestoreTest, RefusesDirectoriesWithinOneAnother) {
          {std::pair{staging, staging}, std::pair{staging, backup}, std::pair{install, install},
           std::pair{staging, staging.root_path()}}) {
         CreateDirectories(install / L"backup");
-        CopyOverFile(Application1(), install / L"backup\\corvellan.exe");
+        CopyOverFile(Application1(), install / L"backup\\" IDENTITY_EXECUTABLE);
         const TreeContent before = ReadTreeContent(temporary.path);
         const ToolResult result = CallTool(
             {L"restore", L"--staging", from.native(), L"--install-dir", to.native(), L"--force"});
@@ -286,7 +287,7 @@ TEST_F(RestoreTest, RefusesALinkInTheInstallation) {
     const ToolResult result = Call();
     EXPECT_EQ(result.exitCode, 1U);
     EXPECT_EQ(result.error,
-              "corvellan-updatectl: Reparse points are not supported in program assets\n");
+              IDENTITY_RELEASE_TOOL_STEM ": Reparse points are not supported in program assets\n");
     EXPECT_TRUE(PathExists(install / L"added.dll"));
 }
 

@@ -67,7 +67,11 @@ std::uint32_t AwaitTool(HANDLE tool) {
 
 ToolResult CallTool(const std::vector<std::wstring>& arguments,
                     const std::filesystem::path& workingDirectory) {
-    const std::filesystem::path tool = ToolPath();
+    return CallToolAt(ToolPath(), arguments, workingDirectory);
+}
+
+ToolResult CallToolAt(const std::filesystem::path& tool, const std::vector<std::wstring>& arguments,
+                      const std::filesystem::path& workingDirectory) {
     std::wstring commandLine = QuoteArgument(tool.native());
     for (const std::wstring& argument : arguments) {
         commandLine += L' ' + QuoteArgument(argument);

@@ -26,6 +26,10 @@ std::uint32_t AwaitTool(HANDLE tool);
 
 /// Runs the tool to its end with its output in pipes. Raises `std::runtime_error` when it could not
 /// be started.
+ToolResult CallToolAt(const std::filesystem::path& tool, const std::vector<std::wstring>& arguments,
+                      const std::filesystem::path& workingDirectory = {});
+
+/// The same with the build's own tool.
 ToolResult CallTool(const std::vector<std::wstring>& arguments,
                     const std::filesystem::path& workingDirectory = {});
 

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "fixtures/application_names.h"
 #include "support/version_information.h"
 #include "updatectl/tool_call.h"
 
@@ -22,10 +23,11 @@ TEST(Usage, ShowsTheToolsHelpAndVersion) {
 
     const ToolResult version = CallTool({L"--version"});
     EXPECT_EQ(version.exitCode, 0U);
-    EXPECT_THAT(version.output, testing::MatchesRegex("corvellan-updatectl \\d+\\.\\d+\\.\\d+\n"));
+    EXPECT_THAT(version.output,
+                testing::MatchesRegex(IDENTITY_RELEASE_TOOL_STEM " \\d+\\.\\d+\\.\\d+\n"));
     // The version resource has a fourth number, 0.
     const std::wstring resource = ReadExecutableVersion(ToolPath());
-    EXPECT_EQ("corvellan-updatectl " + std::string(resource.begin(), resource.end()),
+    EXPECT_EQ(IDENTITY_RELEASE_TOOL_STEM " " + std::string(resource.begin(), resource.end()),
               version.output.substr(0, version.output.size() - 1) + ".0");
 }
 
@@ -37,19 +39,21 @@ TEST(Usage, ShowsEachCommandsHelpWhateverElseIsGiven) {
     };
     const std::vector<HelpCase> cases = {
         {L"inventory",
-         "Usage: corvellan-updatectl inventory DIR [--exclude PATTERN]... [--json]\n",
+         "Usage: " IDENTITY_RELEASE_TOOL_STEM " inventory DIR [--exclude PATTERN]... [--json]\n",
          {"SHA-256", "--exclude PATTERN ", "--json ", "**"}},
         {L"verify",
-         "Usage: corvellan-updatectl verify DIR [--json]\n",
+         "Usage: " IDENTITY_RELEASE_TOOL_STEM " verify DIR [--json]\n",
          {"--json ", "; line 0\n", "The exit code is 0 only if"}},
         {L"describe",
-         "Usage: corvellan-updatectl describe SETUP --app CORVELLAN_EXE\n",
-         {"--app CORVELLAN_EXE "}},
+         "Usage: " IDENTITY_RELEASE_TOOL_STEM " describe SETUP --app " IDENTITY_EXECUTABLE_WORD
+         "\n",
+         {"--app " IDENTITY_EXECUTABLE_WORD " "}},
         {L"restore",
-         "Usage: corvellan-updatectl restore --staging DIR --install-dir DIR [--force]\n",
+         "Usage: " IDENTITY_RELEASE_TOOL_STEM
+         " restore --staging DIR --install-dir DIR [--force]\n",
          {"--staging DIR ", "--install-dir DIR ", "--force ", "DisplayVersion"}},
         {L"clean",
-         "Usage: corvellan-updatectl clean [--keep N] [--dry-run] [--setup-dir DIR]\n",
+         "Usage: " IDENTITY_RELEASE_TOOL_STEM " clean [--keep N] [--dry-run] [--setup-dir DIR]\n",
          {"--keep N ", "--dry-run ", "--setup-dir DIR ", "The exit code is 1 if"}},
     };
     for (const HelpCase& test : cases) {
@@ -113,7 +117,8 @@ TEST(Usage, ReportsAMissingDirectoryWithTheSystemsWords) {
         const ToolResult result = CallTool({command, L"C:\\no\\such \u4E2D"});
         EXPECT_EQ(result.exitCode, 1U);
         EXPECT_THAT(result.error,
-                    testing::MatchesRegex("corvellan-updatectl: Cannot open the directory "
+                    testing::MatchesRegex(IDENTITY_RELEASE_TOOL_STEM
+                                          ": Cannot open the directory "
                                           "C:\\\\no\\\\such \xE4\xB8\xAD: .*\\S.*\n"));
         EXPECT_THAT(result.output, IsEmpty());
     }

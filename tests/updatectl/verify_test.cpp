@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "fixtures/application_names.h"
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/temporary_directory.h"
@@ -18,7 +19,7 @@ constexpr char kAbc[] = "\tba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410f
 
 struct VerifyTest : testing::Test {
     VerifyTest() {
-        Write(L"corvellan.exe", "abc");
+        Write(kExecutableName, "abc");
         Write(L"data\\\u4E2D x", "abc");
     }
 
@@ -51,7 +52,8 @@ struct VerifyTest : testing::Test {
 };
 
 TEST_F(VerifyTest, AcceptsWhatTheUpdaterAccepts) {
-    List(std::string("CORVELLAN.exe") + kAbc + "\r\n./data//" + WideToUtf8(L"\u4E2D x") + kAbc);
+    List(WideToUtf8(InCapitals(kExecutableName)) + kAbc + "\r\n./data//" + WideToUtf8(L"\u4E2D x") +
+         kAbc);
     const ToolResult result = Call();
     EXPECT_EQ(result.exitCode, 0U);
     EXPECT_EQ(result.output, "listed: 2, different: 0, not listed: 0\n");
@@ -63,7 +65,7 @@ TEST_F(VerifyTest, AcceptsWhatTheUpdaterAccepts) {
 }
 
 TEST_F(VerifyTest, ShowsWhatIsNotListedForInformation) {
-    List(std::string("corvellan.exe") + kAbc + "\n");
+    List(std::string(IDENTITY_EXECUTABLE) + kAbc + "\n");
     Write(L"account.db", "the user's");
     const TemporaryDirectory elsewhere;
     Write(L"program-files.tsv.tmp", "left");
@@ -81,13 +83,13 @@ TEST_F(VerifyTest, ShowsWhatIsNotListedForInformation) {
 TEST_F(VerifyTest, ShowsEveryDifferenceInTheUpdatersWords) {
     const std::string chinese = WideToUtf8(L"data/\u4E2D x");
     List(std::string("missing\\file") + kAbc + "\n" +  // 1
-         "corvellan.exe" + kAbc + "\n" +               // 2, right
+         IDENTITY_EXECUTABLE + kAbc + "\n" +           // 2, right
          chinese + "\tBA7816\n" +                      // 3
          "\n" +                                        // 4
          "no tab\n" +                                  // 5
          "..\\outside" + kAbc + "\n" +                 // 6
          "\\\\server\\share\\x" + kAbc + "\n" +        // 7
-         "corvellan.exe" + kAbc + " \n" +              // 8
+         IDENTITY_EXECUTABLE + kAbc + " \n" +          // 8
          std::string("data") + kAbc + "\n" +           // 9, a directory
          kAbc + "\n");                                 // 10, no path
     struct Expected {
@@ -103,7 +105,8 @@ TEST_F(VerifyTest, ShowsEveryDifferenceInTheUpdatersWords) {
         {5, "", "Invalid program inventory", false},
         {6, "..\\outside", "Invalid program inventory traversal", false},
         {7, "\\\\server\\share\\x", "Invalid program inventory path", false},
-        {8, "corvellan.exe", "Installed program checksum mismatch: corvellan.exe", false},
+        {8, IDENTITY_EXECUTABLE, "Installed program checksum mismatch: " IDENTITY_EXECUTABLE,
+         false},
         {9, "data", "SHA256 verification failed", true},
         {10, "", "SHA256 verification failed", false},
     };
@@ -157,11 +160,9 @@ TEST_F(VerifyTest, ReportsAMissingAndAnEmptyList) {
 }
 
 TEST_F(VerifyTest, ReportsAListThatBeginsWithAByteOrderMark) {
-    List(std::string("\xEF\xBB\xBF"
-                     "corvellan.exe") +
-         kAbc + "\n");
+    List(std::string("\xEF\xBB\xBF" IDENTITY_EXECUTABLE) + kAbc + "\n");
     EXPECT_THAT(Call().output,
-                HasSubstr("line 1: <U+FEFF>corvellan.exe: SHA256 verification failed ("));
+                HasSubstr("line 1: <U+FEFF>" IDENTITY_EXECUTABLE ": SHA256 verification failed ("));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
 #include "fixtures/processes/expected_records.h"
@@ -65,7 +66,7 @@ TEST(Installation, ReadsTheRegisteredVersionOfThe64BitView) {
     EXPECT_EQ(query.root, HKEY_LOCAL_MACHINE);
     EXPECT_EQ(query.key,
               LR"(SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall\)"
-              LR"(5D1E7B20-3C9A-4F68-B2D4-9E0A6C7F1B35_is1)");
+              IDENTITY_APPLICATION_ID LR"(_is1)");
     EXPECT_EQ(query.value, L"DisplayVersion");
     EXPECT_EQ(query.flags, 0x10002U);
     EXPECT_FALSE(query.asksForType);

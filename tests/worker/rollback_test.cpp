@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/updater_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/processes/failing_steps.h"
@@ -68,7 +69,7 @@ const FailedInstallation kFailedInstallations[] = {
     {"LettersInTheVersion", "Installed executable version mismatch",
      [](InstallationScene& scene) { scene.installation.expectedVersion = L"V2.0.0.0"; }},
     {"ExecutableGone", "Cannot read installed executable version",
-     [](InstallationScene& scene) { scene.setupSteps = {"delete\tcorvellan.exe"}; }},
+     [](InstallationScene& scene) { scene.setupSteps = {"delete\t" IDENTITY_EXECUTABLE}; }},
     {"InventoryMissing", "Installed program inventory is missing",
      [](InstallationScene& scene) {
          scene.setupSteps.insert(scene.setupSteps.end() - 1, "delete\tprogram-files.tsv");
@@ -76,7 +77,7 @@ const FailedInstallation kFailedInstallations[] = {
     {"InventoryEmpty", "Installed program inventory is empty",
      [](InstallationScene& scene) { ReplaceInventory(scene, ""); }},
     {"InventoryWithoutTab", "Invalid program inventory",
-     [](InstallationScene& scene) { ReplaceInventory(scene, "corvellan.exe\n"); }},
+     [](InstallationScene& scene) { ReplaceInventory(scene, IDENTITY_EXECUTABLE "\n"); }},
     {"InventoryTraversing", "Invalid program inventory traversal",
      [](InstallationScene& scene) { ReplaceInventory(scene, "..\\x\t0\n"); }},
     {"InventoryRooted", "Invalid program inventory path",
@@ -277,7 +278,7 @@ TEST(RollbackSteps, RaiseWhenTheBackupHasGone) {
     InstallationScene scene;
     scene.LetSetupEndWith("1");
     scene.onSetupStart = [&] {
-        RemoveFile(scene.installation.stagingDirectory / L"backup" / L"corvellan.exe");
+        RemoveFile(scene.installation.stagingDirectory / L"backup" / kExecutableName);
     };
     EXPECT_THAT([&] { InstallUpdate(scene.installation); }, RaisesFileSystemError("copy_file"));
     EXPECT_EQ(RegisteredVersion(), L"2.0");
@@ -304,7 +305,7 @@ const PreviousRegistration kPreviousRegistrations[] = {
     {"OtherValueOnly", L"2.0",
      [] {
          RemoveEntry();
-         WriteUninstallValue(L"DisplayName", RegistryText(L"Corvellan"));
+         WriteUninstallValue(L"DisplayName", RegistryText(L"Program"));
      }},
     {"NoEntry", L"2.0", [] { RemoveEntry(); }},
     {"EntryOf32BitView", L"2.0",

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "fixtures/application_names.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
@@ -34,7 +35,8 @@ TEST_F(StagingDirectory, LiesUnderTheMachinesDataFolderWithAFreshName) {
     const std::filesystem::path first = CreateStagingDirectory();
     const std::filesystem::path second = CreateStagingDirectory();
     EXPECT_NE(first, second);
-    const std::wregex form(LR"(CorvellanUpdate-\{[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\})");
+    const std::wregex form(
+        LR"()" IDENTITY_BASE_NAME LR"(-\{[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\})");
     for (const std::filesystem::path& directory : {first, second}) {
         EXPECT_TRUE(std::regex_match(directory.filename().native(), form));
         EXPECT_EQ(directory.parent_path().native(), ReadVariable(L"ProgramData"));
@@ -127,7 +129,7 @@ TEST_F(StagingDirectory, IsMissedWhenItCannotBeCreated) {
 TEST_F(StagingDirectory, IsNeverOneThatExistsAlready) {
     scene.identity = GUID{0x01020304, 0x0506, 0x0708, {9, 10, 11, 12, 13, 14, 15, 16}};
     const std::filesystem::path first = CreateStagingDirectory();
-    EXPECT_EQ(first.filename(), L"CorvellanUpdate-{01020304-0506-0708-090A-0B0C0D0E0F10}");
+    EXPECT_EQ(first.filename(), IDENTITY_BASE_NAME L"-{01020304-0506-0708-090A-0B0C0D0E0F10}");
     WriteFileContent(first / L"installer.exe", "of another run");
 
     EXPECT_THAT([] { CreateStagingDirectory(); }, RaisesError(kInaccessible));

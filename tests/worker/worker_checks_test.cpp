@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "fixtures/application_names.h"
 #include "fixtures/install_mutex.h"
 #include "fixtures/processes/failing_steps.h"
 #include "fixtures/raised_errors.h"
@@ -135,7 +136,7 @@ TEST(WorkerChecks, RefuseAParentThatCannotBeOpened) {
 TEST(WorkerChecks, RefuseAParentFromAnotherDirectoryBeforeAnyDirectoryIsMade) {
     WorkerScene scene;
     const StandInProcess stranger =
-        StartStandInApplication(scene.directory.path / L"other" / L"corvellan.exe", 1);
+        StartStandInApplication(scene.directory.path / L"other" / kExecutableName, 1);
     scene.arguments[kParentPidOption] = std::to_wstring(stranger.id);
     scene.actions.clear();
     EXPECT_THAT([&] { RunWorker(scene.arguments); }, RaisesError(kWrongParent));
@@ -171,7 +172,7 @@ TEST(WorkerChecks, RefuseASecondInstanceOfTheApplication) {
 TEST(WorkerChecks, RefuseAnInstanceThatCannotBeInspected) {
     WorkerScene scene;
     const StandInProcess stranger =
-        StartStandInApplication(scene.directory.path / L"other" / L"corvellan.exe", 1);
+        StartStandInApplication(scene.directory.path / L"other" / kExecutableName, 1);
     scene.faults.inaccessibleProcess = stranger.id;
     EXPECT_THAT([&] { RunWorker(scene.arguments); },
                 RaisesError("Another application instance is inaccessible; close it first"));

@@ -6,6 +6,7 @@
 #include <optional>
 #include <ostream>
 
+#include "fixtures/application_names.h"
 #include "world/file_holder.h"
 #include "world/worker_run.h"
 
@@ -13,7 +14,7 @@ namespace updater {
 namespace {
 
 constexpr char kRestored[] = "; previous program restored";
-constexpr wchar_t kApplication[] = L"corvellan.exe";
+constexpr const wchar_t* kApplication = kExecutableName;
 constexpr wchar_t kInventory[] = L"program-files.tsv";
 constexpr wchar_t kLibrary[] = L"data\\app.so";
 

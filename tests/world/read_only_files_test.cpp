@@ -7,6 +7,7 @@
 #include <ostream>
 #include <set>
 
+#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/tree_content.h"
 #include "support/file_system.h"
@@ -82,13 +83,13 @@ TEST_P(ReadOnlyFilesTest, DoNotKeepTheProgramFromBeingRestoredAsItWas) {
 
 TEST_P(ReadOnlyFilesTest, DoNotKeepAnInterruptedRollbackFromBeingCompleted) {
     run.LetSetupFail();
-    const std::filesystem::path application = run.program / L"corvellan.exe";
+    const std::filesystem::path application = run.program / kExecutableName;
     const FileHolder holder(application);
     run.plan[Moment::BeforeRollback] = [&] { holder.Hold(); };
     run.Run();
     holder.Release();
     run.ExpectFailedRollback(FileSystemMessage("copy_file", ERROR_SHARING_VIOLATION,
-                                               run.Backup() / L"corvellan.exe", application));
+                                               run.Backup() / kExecutableName, application));
     EXPECT_EQ(ReadOnlyFiles(run.program), before);
 }
 

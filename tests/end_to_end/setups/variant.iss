@@ -1,6 +1,6 @@
 ; The example's setup program with one thing different; /DVariant=NAME says which.
 
-#include "..\..\..\examples\setup\corvellan.iss"
+#include "..\..\..\examples\setup\application.iss"
 
 [Code]
 // Each of them waits, before it installs anything, where a test tells it to: says so in a file, and

@@ -1,10 +1,10 @@
-; The setup program of an application that Corvellan Updater keeps up to date. To use it, copy it,
-; replace the application's names and compile it with Inno Setup 6:
+; The setup program of an application that the updater keeps up to date. To use it, copy it, replace
+; the application's names below and compile it with Inno Setup 6:
 ;
 ;   ISCC /DAppVersion=2.0.0.0 /DPayload=DIRECTORY /DOutputDir=DIRECTORY /DOutputName=corvellan-2
-;        corvellan.iss
+;        application.iss
 ;
-; AppVersion  what Windows shows, and what corvellan.exe's version resource says: four numbers
+; AppVersion  what Windows shows, and what the executable's version resource says: four numbers
 ; Payload     the program as it is to be installed, with its inventory, program-files.tsv
 ; OutputDir, OutputName
 ;             where to put the setup program and what to call it (without ".exe"). Not "setup":
@@ -12,9 +12,27 @@
 ;
 ; The updater runs the setup program without a window and checks what it has installed:
 ;   - every file that program-files.tsv lists must be there, byte for byte;
-;   - corvellan.exe must say exactly the version that the update was offered as;
+;   - the executable must say exactly the version that the update was offered as;
 ;   - the exit code must be 0.
 ; Otherwise it puts the program back as it was.
+
+; The application's names, as cmake/ApplicationIdentity.cmake has them for the updater. They may be
+; given on the command line as well.
+#ifndef Executable
+  #define Executable "corvellan.exe"
+#endif
+#ifndef ReleaseTool
+  #define ReleaseTool "corvellan-updatectl.exe"
+#endif
+#ifndef Identifier
+  #define Identifier "5D1E7B20-3C9A-4F68-B2D4-9E0A6C7F1B35"
+#endif
+#ifndef ApplicationName
+  #define ApplicationName "Corvellan"
+#endif
+#ifndef Company
+  #define Company "Corvellan"
+#endif
 
 #ifndef AppVersion
   #error AppVersion is missing
@@ -30,16 +48,16 @@
 #endif
 
 [Setup]
-; The updater looks the registered version up under this name, with "_is1" added. It stands there
-; without braces, so it must be without braces here.
-AppId=5D1E7B20-3C9A-4F68-B2D4-9E0A6C7F1B35
-AppName=Corvellan
+; The updater looks the registered version up under this name, with "_is1" added. A brace that is part
+; of it is doubled here, which Inno Setup asks for.
+AppId={#StringChange(Identifier, "{", "{{")}
+AppName={#ApplicationName}
 AppVersion={#AppVersion}
-AppPublisher=Corvellan
+AppPublisher={#Company}
 VersionInfoVersion={#AppVersion}
-DefaultDirName={autopf}\Corvellan
+DefaultDirName={autopf}\{#ApplicationName}
 DisableProgramGroupPage=yes
-UninstallDisplayIcon={app}\corvellan.exe
+UninstallDisplayIcon={app}\{#Executable}
 ; Machine-wide and 64-bit: the program under Program Files, where only administrators can change it,
 ; and the registered version in the 64-bit view of the registry, where the updater reads it.
 PrivilegesRequired=admin
@@ -71,10 +89,10 @@ Type: filesandordirs; Name: "{app}\data"; Check: IsProgramThere
 Source: "{#Payload}\*"; DestDir: "{app}"; Flags: ignoreversion overwritereadonly recursesubdirs
 ; The tool that "Run" starts, in a directory that only administrators can write to. Where the program
 ; is, somebody else might exchange it, wherever the user has put the program.
-Source: "{#Payload}\corvellan-updatectl.exe"; DestDir: "{tmp}"; Flags: ignoreversion deleteafterinstall
+Source: "{#Payload}\{#ReleaseTool}"; DestDir: "{tmp}"; Flags: ignoreversion deleteafterinstall
 
 [Icons]
-Name: "{autoprograms}\Corvellan"; Filename: "{app}\corvellan.exe"
+Name: "{autoprograms}\{#ApplicationName}"; Filename: "{app}\{#Executable}"
 
 [Run]
 ; Each update leaves the directory that it ran from, with the backup of the program before it. The
@@ -83,15 +101,15 @@ Name: "{autoprograms}\Corvellan"; Filename: "{app}\corvellan.exe"
 ; without that, so nothing depends on the tool's exit code; what it says is in the log. It is not in its
 ; own directory while it runs: whoever shows a console, a little longer than the program in it runs,
 ; would keep that directory from being removed at the end.
-Filename: "{tmp}\corvellan-updatectl.exe"; Parameters: "clean --setup-dir ""{src}\."""; \
+Filename: "{tmp}\{#ReleaseTool}"; Parameters: "clean --setup-dir ""{src}\."""; \
   WorkingDir: "{sys}"; Flags: runhidden logoutput
 ; Only for a user who installs by hand. In an update the updater starts the application, without the
 ; administrator's rights that the setup program has.
-Filename: "{app}\corvellan.exe"; Flags: nowait postinstall skipifsilent
+Filename: "{app}\{#Executable}"; Flags: nowait postinstall skipifsilent
 
 [Code]
 function IsProgramThere: Boolean;
 begin
-  Result := FileExists(ExpandConstant('{app}\corvellan.exe')) or
+  Result := FileExists(ExpandConstant('{app}\{#Executable}')) or
     FileExists(ExpandConstant('{app}\program-files.tsv'));
 end;
