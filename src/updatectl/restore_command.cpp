@@ -88,10 +88,6 @@ Places OpenPlaces(const std::filesystem::path& staging, const std::filesystem::p
 
 void CheckStaging(const Places& places) {
     const std::string name = PrintableText(places.staging.native());
-    // Another application's backup may hold an executable of the same name.
-    if (!IsStagingName(places.staging.filename().native())) {
-        throw std::runtime_error(name + " is not named as this application's updates name theirs");
-    }
     if (!PathExists(ApplicationPath(places.backup))) {
         throw std::runtime_error("There is no backup of the program in " + name);
     }
@@ -111,6 +107,14 @@ void CheckInstallDirectory(const Places& places) {
     if (!PathExists(ApplicationPath(places.install)) &&
         !PathExists(places.install / kProgramInventory) && !assets.empty()) {
         throw std::runtime_error(name + " is not where the application is installed");
+    }
+}
+
+// Another application's backup may hold an executable of the same name.
+void CheckStagingName(const std::filesystem::path& staging) {
+    if (!IsStagingName(staging.filename().native())) {
+        throw std::runtime_error(PrintableText(staging.native()) +
+                                 " is not named as this application's updates name theirs");
     }
 }
 
@@ -193,6 +197,7 @@ int RunRestore(std::span<const std::wstring> tokens) {
     const Places places = OpenPlaces(staging, install);
     CheckStaging(places);
     CheckInstallDirectory(places);
+    CheckStagingName(places.staging);
     ProgramAssets record;
     {
         [[maybe_unused]] const ProgressLine progress("Restoring the program");

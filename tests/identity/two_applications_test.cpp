@@ -95,9 +95,9 @@ TEST_F(TwoApplications, AreUpdatedAtOnceWhenThisOneIsRolledBack) {
 
 // A leftover of each application, as an update makes it. Their backups hold the same program.
 struct LeftoversOfTwo : testing::Test {
-    LeftoversOfTwo() {
-        own = CreateStagingDirectory();
-        other = MachineDataFolder() / (kOtherPrefix + CreateJobIdentity());
+    LeftoversOfTwo()
+        : own(CreateStagingDirectory()),
+          other(MachineDataFolder() / (kOtherPrefix + CreateJobIdentity())) {
         const std::filesystem::path made = CreateStagingDirectory();
         Fill(made);
         Fill(own);

@@ -24,9 +24,9 @@ namespace {
 using namespace std::string_literals;
 
 constexpr char kContent[] = "program";
-const std::string kDigest = "b13985843be94687071d1d8b8e128d0239647b3f62fdb74c67147427ba8a868a";
+const std::string kDigest = "1310ca2c8932dbd118668bd97442558a3e1f546b5e15c69699dfbd6024f548d8";
 const std::string kUpperCaseDigest =
-    "B13985843BE94687071D1D8B8E128D0239647B3F62FDB74C67147427BA8A868A";
+    "1310CA2C8932DBD118668BD97442558A3E1F546B5E15C69699DFBD6024F548D8";
 const std::string kOtherDigest = "d9298a10d1b0735837dc4bd85dac641b0f3cef27a47e5d53a54f2f3f5b2fcffa";
 
 constexpr char kMismatch[] = "Installed program checksum mismatch: ";

@@ -127,7 +127,8 @@ struct InterruptedUpdateTest : testing::Test {
 
     TemporaryDirectory directory;
     std::filesystem::path install = directory.path / L"install";
-    std::filesystem::path staging = directory.path / L"staging";
+    std::filesystem::path staging =
+        directory.path / IDENTITY_BASE_NAME L"-{01234567-89AB-CDEF-0123-456789ABCDEF}";
 };
 
 TEST_F(InterruptedUpdateTest, IsNotRestoredFromADirectoryThatAnotherUserHasMade) {
