@@ -75,6 +75,8 @@ TEST(Usage, IsRefusedWithExitCode2AndAWordOnWhy) {
     struct WrongUsage {
         std::vector<std::wstring> arguments;
         const char* why;
+        /// The command whose help is to be asked for next; null for the tool's own.
+        const char* command = nullptr;
     };
     const std::vector<WrongUsage> cases = {
         {{}, "COMMAND is missing"},
@@ -82,32 +84,41 @@ TEST(Usage, IsRefusedWithExitCode2AndAWordOnWhy) {
         {{L"Inventory"}, "Inventory is not a command"},
         {{L"\u4E2D"}, "\xE4\xB8\xAD is not a command"},
         {{L"--json", L"verify"}, "--json is not a command"},
-        {{L"inventory"}, "DIR is missing"},
-        {{L"inventory", L""}, "DIR is missing"},
-        {{L"inventory", L"a", L"b"}, "b is one argument too many"},
-        {{L"inventory", L"a", L"--exclude"}, "--exclude needs a value"},
-        {{L"inventory", L"a", L"--exclude", L"..\\x"}, "..\\x is no pattern for paths below DIR"},
-        {{L"inventory", L"a", L"--keep", L"1"}, "--keep is not an option of this command"},
-        {{L"verify"}, "DIR is missing"},
-        {{L"verify", L"a", L"--exclude", L"x"}, "--exclude is not an option of this command"},
-        {{L"describe", L"a"}, "--app is missing"},
-        {{L"describe", L"--app", L"a"}, "SETUP is missing"},
-        {{L"describe", L"a", L"--app", L"b", L"--app", L"b"}, "--app is repeated"},
-        {{L"restore", L"--staging", L"a"}, "--install-dir is missing"},
-        {{L"restore", L"--install-dir", L"a"}, "--staging is missing"},
+        {{L"inventory"}, "DIR is missing", "inventory"},
+        {{L"inventory", L""}, "DIR is missing", "inventory"},
+        {{L"inventory", L"a", L"b"}, "b is one argument too many", "inventory"},
+        {{L"inventory", L"a", L"--exclude"}, "--exclude needs a value", "inventory"},
+        {{L"inventory", L"a", L"--exclude", L"..\\x"},
+         "..\\x is no pattern for paths below DIR",
+         "inventory"},
+        {{L"inventory", L"a", L"--keep", L"1"},
+         "--keep is not an option of this command",
+         "inventory"},
+        {{L"verify"}, "DIR is missing", "verify"},
+        {{L"verify", L"a", L"--exclude", L"x"},
+         "--exclude is not an option of this command",
+         "verify"},
+        {{L"describe", L"a"}, "--app is missing", "describe"},
+        {{L"describe", L"--app", L"a"}, "SETUP is missing", "describe"},
+        {{L"describe", L"a", L"--app", L"b", L"--app", L"b"}, "--app is repeated", "describe"},
+        {{L"restore", L"--staging", L"a"}, "--install-dir is missing", "restore"},
+        {{L"restore", L"--install-dir", L"a"}, "--staging is missing", "restore"},
         {{L"restore", L"--staging", L"a", L"--install-dir", L"b", L"c"},
-         "c is one argument too many"},
-        {{L"clean", L"x"}, "x is one argument too many"},
-        {{L"clean", L"--keep"}, "--keep needs a value"},
-        {{L"clean", L"--keep", L"-1"}, "--keep needs a number, not -1"},
-        {{L"clean", L"--keep", L"1x"}, "--keep needs a number, not 1x"},
-        {{L"clean", L"--keep", L"4294967296"}, "--keep needs a number, not 4294967296"},
+         "c is one argument too many",
+         "restore"},
+        {{L"clean", L"x"}, "x is one argument too many", "clean"},
+        {{L"clean", L"--keep"}, "--keep needs a value", "clean"},
+        {{L"clean", L"--keep", L"-1"}, "--keep needs a number, not -1", "clean"},
+        {{L"clean", L"--keep", L"1x"}, "--keep needs a number, not 1x", "clean"},
+        {{L"clean", L"--keep", L"4294967296"}, "--keep needs a number, not 4294967296", "clean"},
     };
     for (const WrongUsage& test : cases) {
         const ToolResult result = CallTool(test.arguments);
         EXPECT_EQ(result.exitCode, 2U) << test.why;
-        EXPECT_THAT(result.error, HasSubstr(std::string(test.why) + "\n"));
-        EXPECT_THAT(result.error, HasSubstr("--help"));
+        EXPECT_EQ(result.error, IDENTITY_RELEASE_TOOL_STEM ": " + std::string(test.why) +
+                                    "\nTry '" IDENTITY_RELEASE_TOOL_STEM " " +
+                                    (test.command ? std::string(test.command) + " " : "") +
+                                    "--help'.\n");
         EXPECT_THAT(result.output, IsEmpty());
     }
 }
