@@ -13,17 +13,18 @@ set(IDENTITY_APPLICATION_ID "5D1E7B20-3C9A-4F68-B2D4-9E0A6C7F1B35")
 # most 61 characters. No two applications of the world may have the same.
 set(IDENTITY_BASE_NAME "CorvellanUpdate")
 
-# The title of the box that tells of an update that failed, in the language of the users.
+# The title of the box that tells of an update that failed, in the language of the users: at most 200
+# characters.
 set(IDENTITY_ERROR_TITLE "Corvellan更新")
 
-# The first line in that box; the record of the failure follows.
+# The first line in that box, at most 500 characters; the record of the failure follows.
 set(IDENTITY_ERROR_HEADING "升级未完成，失败记录：")
 
-# What Windows calls the updater in the prompt for administrator rights (the file description), and the
-# product that updater and release tool belong to.
+# What the prompt for administrator rights calls the updater (the file description), and the product that
+# updater and release tool belong to: at most 200 characters.
 set(IDENTITY_DESCRIPTION "Corvellan Updater")
 
-# Whose programs the version resources say they are.
+# Whose programs the version resources say they are: at most 200 characters.
 set(IDENTITY_COMPANY "Corvellan")
 
 # The updater's file: a file name that ends with ".exe".
@@ -32,5 +33,6 @@ set(IDENTITY_UPDATER "corvellan-updater.exe")
 # The release tool's file: a file name that ends with ".exe".
 set(IDENTITY_RELEASE_TOOL "corvellan-updatectl.exe")
 
-# The application's directory in the user's local data (%LOCALAPPDATA%), with its updates below: one name.
+# The application's directory in the user's local data (%LOCALAPPDATA%), with its updates below: one
+# name of a directory, at most 100 characters.
 set(IDENTITY_LOCAL_DIRECTORY "Corvellan")

@@ -62,12 +62,15 @@ struct TwoApplications : UpdateTest {
     }
 };
 
-// The other one is updated, and rolled back.
+// The other one is updated, and rolled back; that this one runs meanwhile is not in the way.
 TEST_F(TwoApplications, AreUpdatedOneAfterTheOther) {
     CarryOutUpdate();
     ExpectUpdateDone();
     const std::vector<std::filesystem::path> left = NewStagingDirectories();
+    const Application running = StartApplication(job.installDirectory);
     ExpectOtherUpdates(L"*");
+    EXPECT_FALSE(HasEnded(running.process.get()));
+    CloseApplication(running);
     ExpectVersion2(*this);
     EXPECT_EQ(NewStagingDirectories(), left);
 }
