@@ -98,7 +98,7 @@ TEST_F(SecondStart, SaysSoWhereTheMutexMayNotBeOpened) {
     ASSERT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
     StartAgain(job.installDirectory);
     const Notice notice = AwaitNotice();
-    EXPECT_EQ(WindowText(notice.window), L"Corvellan is being updated");
+    EXPECT_EQ(WindowText(notice.window), L"" IDENTITY_LOCAL_DIRECTORY L" is being updated");
     mutex.reset();
     EXPECT_EQ(AwaitEnd(notice.process.get(), "the notice's end"), 0U);
 }
