@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <string>
+#include <string_view>
 
 #include "elevation/program_start.h"
 #include "end_to_end/setup_gate.h"
@@ -25,9 +27,7 @@ namespace {
 
 using testing::HasSubstr;
 
-// How the other application's staging directories begin.
-constexpr wchar_t kOtherPrefix[] = CORVELLAN_OTHER_BASE_NAME L"-";
-constexpr wchar_t kOtherMutex[] = L"Global\\" CORVELLAN_OTHER_BASE_NAME L"Install";
+constexpr std::wstring_view kOtherBaseName = CORVELLAN_OTHER_BASE_NAME;
 
 constexpr char kRolledBack[] = "Installed executable version mismatch; previous program restored";
 
@@ -100,7 +100,8 @@ TEST_F(TwoApplications, AreUpdatedAtOnceWhenThisOneIsRolledBack) {
 struct LeftoversOfTwo : testing::Test {
     LeftoversOfTwo()
         : own(CreateStagingDirectory()),
-          other(MachineDataFolder() / (kOtherPrefix + CreateJobIdentity())) {
+          other(MachineDataFolder() /
+                std::wstring(kOtherBaseName).append(L"-" + CreateJobIdentity())) {
         const std::filesystem::path made = CreateStagingDirectory();
         Fill(made);
         Fill(own);
@@ -177,7 +178,9 @@ TEST_F(LeftoversOfTwo, AreRestoredByTheirOwnToolOnly) {
 
 // While one application is updated, only its own tool waits for that.
 TEST_F(LeftoversOfTwo, AreRemovedWhileTheOtherApplicationIsUpdated) {
-    const UniqueHandle mutex = OwnHandle(CreateMutexW(nullptr, TRUE, kOtherMutex));
+    const UniqueHandle mutex = OwnHandle(
+        CreateMutexW(nullptr, TRUE,
+                     std::wstring(L"Global\\").append(kOtherBaseName).append(L"Install").c_str()));
     EXPECT_EQ(CallOtherTool({L"clean"}).exitCode, 1U);
     EXPECT_TRUE(PathExists(other));
     EXPECT_EQ(CallTool({L"clean"}).exitCode, 0U);
