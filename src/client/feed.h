@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "client/version_number.h"
+
+namespace updater {
+
+/// Seconds since the beginning of 1970, UTC.
+using UnixTime = std::int64_t;
+
+/// What one publication of a channel says: its newest release and whom it is for. Texts are UTF-8.
+struct Feed {
+    VersionNumber version;
+    /// The setup program's size in bytes and its SHA-256 digest, 64 lower-case digits.
+    std::uint64_t size = 0;
+    std::string sha256;
+    /// Of the setup program: absolute, or relative to the feed's address.
+    std::string address;
+    /// Increases with every publication.
+    std::uint32_t issue = 0;
+    UnixTime published = 0;
+    UnixTime expires = 0;
+    std::string channel;
+    /// The lowest version that may update directly.
+    VersionNumber lowestVersion;
+    /// The share of machines that it is for, in percent.
+    std::uint32_t share = 100;
+    /// The address of the release's notes, or empty.
+    std::string notes;
+};
+
+/// Reads a payload. Keys that it does not know are ignored; a known one with a value outside its
+/// limits, a missing one or one that stands twice raises `ClientFailure` APP_UPDATE_FEED_MALFORMED,
+/// whose sentence names the key.
+Feed ReadFeed(std::string_view payload);
+
+/// Returns the payload of a feed, in the one form in which the release tool writes it. Raises
+/// `ClientFailure` APP_UPDATE_FEED_MALFORMED, as `ReadFeed` does, for what that would refuse.
+std::string WriteFeed(const Feed& feed);
+
+/// Reads a moment in the form "2026-11-22T18:31:00Z"; raises what `ReadFeed` does, with `key`.
+UnixTime ReadFeedTime(std::string_view text, std::string_view key);
+
+/// Returns a moment in that form.
+std::string FeedTimeText(UnixTime time);
+
+}  // namespace updater
