@@ -18,6 +18,7 @@
 #include "support/application_identity.h"
 #include "support/argument_quoting.h"
 #include "support/file_digest.h"
+#include "support/file_reading.h"
 #include "support/file_system.h"
 #include "support/process_utilities.h"
 
@@ -78,7 +79,9 @@ struct ReportedUpdate : UpdateScene {
 
     [[nodiscard]] StartReport AwaitReport(const std::wstring& imageName) const {
         const std::filesystem::path file = StartReportFile(reports, imageName);
-        AwaitCondition("a program's report of its start", [&] { return PathExists(file); });
+        // Who gives a file its name has it open for a moment longer, and lets nobody read it.
+        AwaitCondition("a program's report of its start",
+                       [&] { return OpenFileToRead(file) != nullptr; });
         return ReadStartReport(file);
     }
 
