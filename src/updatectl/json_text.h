@@ -1,27 +1,14 @@
 #pragma once
 
-#include <initializer_list>
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "support/json_text.h"
 
 namespace updater {
 
-/// A member of an object; the value is JSON already.
-struct JsonMember {
-    std::string_view name;
-    std::string value;
-};
-
-/// Returns a text, UTF-8 or UTF-16, as a JSON string. What is no valid UTF-16 becomes the
-/// replacement character.
-std::string JsonString(std::string_view text);
+/// Returns a text, UTF-16, as a JSON string. What is no valid UTF-16 becomes the replacement
+/// character.
 std::string JsonString(std::wstring_view text);
-
-/// Returns a list of values that are JSON already.
-std::string JsonArray(const std::vector<std::string>& values);
-
-/// Returns an object with the members in the order given, in one line.
-std::string JsonObject(std::initializer_list<JsonMember> members);
 
 }  // namespace updater
