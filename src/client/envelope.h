@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <span>
 #include <string>
 #include <string_view>
@@ -21,8 +22,9 @@ inline constexpr std::size_t kLargestEnvelope = 1024UL * 1024UL;
 std::string PreAuthenticationEncoding(std::string_view payload);
 
 /// Returns the payload of an envelope that has a good signature by one of the keys. Raises
-/// `ClientFailure` APP_UPDATE_FEED_MALFORMED for what is no envelope, and APP_UPDATE_BAD_SIGNATURE
-/// when there is no signature, none by a known key, or none that fits.
+/// `ClientFailure` APP_UPDATE_FEED_MALFORMED for what is no envelope, such as one with a name that
+/// the form does not have or more than 16 signatures, and APP_UPDATE_BAD_SIGNATURE when there is no
+/// signature, none by a known key, or none that fits.
 std::string OpenEnvelope(std::string_view envelope, std::span<const PublicKey> keys);
 
 /// Returns an envelope, without a line feed, with one signature, given in DER.

@@ -4,12 +4,10 @@
 #include <string>
 #include <string_view>
 
+#include "client/feed_time.h"
 #include "client/version_number.h"
 
 namespace updater {
-
-/// Seconds since the beginning of 1970, UTC.
-using UnixTime = std::int64_t;
 
 /// What one publication of a channel says: its newest release and whom it is for. Texts are UTF-8.
 struct Feed {
@@ -17,7 +15,8 @@ struct Feed {
     /// The setup program's size in bytes and its SHA-256 digest, 64 lower-case digits.
     std::uint64_t size = 0;
     std::string sha256;
-    /// Of the setup program: absolute, or relative to the feed's address.
+    /// Of the setup program: absolute, or relative to the feed's address; see
+    /// client/feed_address.h.
     std::string address;
     /// Increases with every publication.
     std::uint32_t issue = 0;
@@ -44,7 +43,7 @@ std::string WriteFeed(const Feed& feed);
 /// Reads a moment in the form "2026-11-22T18:31:00Z"; raises what `ReadFeed` does, with `key`.
 UnixTime ReadFeedTime(std::string_view text, std::string_view key);
 
-/// Returns a moment in that form.
-std::string FeedTimeText(UnixTime time);
+/// Whether a text is a channel's name: 1 to 32 lower-case letters, digits and hyphens.
+bool IsChannelName(std::string_view text);
 
 }  // namespace updater
