@@ -125,7 +125,7 @@ Feed ReadFeed(std::string_view payload) {
     feed.version = RequireVersion(fields, kVersionName);
     feed.size = RequireNumber(fields, kSizeName, 1, kLargestSetup);
     feed.sha256 = RequireText(fields, kSha256Name, IsDigest);
-    feed.address = RequireText(fields, kAddressName, IsRelativeOrHttpsAddress);
+    feed.address = RequireText(fields, kAddressName, IsFeedAddress);
     feed.issue = static_cast<std::uint32_t>(RequireNumber(fields, kIssueName, 1, kHighestIssue));
     feed.published = RequireTime(fields, kPublishedName);
     feed.expires = RequireTime(fields, kExpiresName);
@@ -137,7 +137,7 @@ Feed ReadFeed(std::string_view payload) {
         feed.share = static_cast<std::uint32_t>(RequireNumber(fields, kShareName, 0, kWholeShare));
     }
     if (HasName(fields, kNotesName)) {
-        feed.notes = RequireText(fields, kNotesName, IsHttpsAddress);
+        feed.notes = RequireText(fields, kNotesName, IsAbsoluteFeedAddress);
     }
     return feed;
 }

@@ -29,6 +29,8 @@ struct Feed {
     std::uint32_t share = 100;
     /// The address of the release's notes, or empty.
     std::string notes;
+
+    friend bool operator==(const Feed&, const Feed&) = default;
 };
 
 /// Reads a payload. Keys that it does not know are ignored; a known one with a value outside its

@@ -9,18 +9,24 @@ namespace {
 
 constexpr std::size_t kLongestAddress = 2048;
 
-char LowerLetter(char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                                : character;
-}
-
 bool IsLetter(char character) {
-    return LowerLetter(character) >= 'a' && LowerLetter(character) <= 'z';
+    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
 }
 
 bool IsInScheme(char character) {
     return IsLetter(character) || (character >= '0' && character <= '9') || character == '+' ||
            character == '-' || character == '.';
+}
+
+// Some readers pass over blanks and line ends, or take a backslash for a slash.
+bool IsInAddress(char character) {
+    constexpr std::string_view kNever = "\"<>\\^`{|}";
+    return character > ' ' && character <= '~' && kNever.find(character) == std::string_view::npos;
+}
+
+bool HasOnlyAddressCharacters(std::string_view text) {
+    return !text.empty() && text.size() <= kLongestAddress &&
+           std::ranges::all_of(text, IsInAddress);
 }
 
 // "NAME:" in front of an address makes it an absolute one.
@@ -29,26 +35,33 @@ bool HasScheme(std::string_view address) {
     return end != address.end() && *end == ':' && IsLetter(address.front());
 }
 
-// Whatever reads the address cannot take it for another one: some pass over blanks and line ends,
-// or take a backslash for a slash.
-bool IsPlainAddress(std::string_view text) {
-    return !text.empty() && text.size() <= kLongestAddress &&
-           std::ranges::all_of(text, [](char character) {
-               return character > ' ' && character <= '~' && character != '\\';
-           });
+// Whether it is "//HOST", whatever follows that.
+bool BeginsWithHost(std::string_view text) {
+    if (!text.starts_with("//")) {
+        return false;
+    }
+    text.remove_prefix(2);
+    const std::string_view host = text.substr(0, text.find_first_of("/?#"));
+    return !host.empty() && host.front() != ':' && host.find('@') == std::string_view::npos;
 }
 
 }  // namespace
 
-bool IsHttpsAddress(std::string_view text) {
-    constexpr std::string_view kScheme = "https://";
-    return IsPlainAddress(text) && text.size() > kScheme.size() &&
-           std::ranges::equal(text.substr(0, kScheme.size()), kScheme, {}, LowerLetter) &&
-           std::string_view("/?#:@").find(text[kScheme.size()]) == std::string_view::npos;
+bool IsAbsoluteFeedAddress(std::string_view text) {
+    constexpr std::string_view kScheme = "https:";
+    const bool isHttps = std::ranges::equal(
+        text.substr(0, kScheme.size()), kScheme, [](char character, char wanted) {
+            return character == wanted || (IsLetter(character) && (character | 0x20) == wanted);
+        });
+    return HasOnlyAddressCharacters(text) && isHttps && BeginsWithHost(text.substr(kScheme.size()));
 }
 
-bool IsRelativeOrHttpsAddress(std::string_view text) {
-    return IsPlainAddress(text) && (!HasScheme(text) || IsHttpsAddress(text));
+bool IsFeedAddress(std::string_view text) {
+    if (!HasOnlyAddressCharacters(text)) {
+        return false;
+    }
+    return HasScheme(text) ? IsAbsoluteFeedAddress(text)
+                           : !text.starts_with("//") || BeginsWithHost(text);
 }
 
 }  // namespace updater

@@ -8,7 +8,6 @@
 
 #include "client/envelope.h"
 #include "client/feed.h"
-#include "client/feed_address.h"
 #include "client/json_reading.h"
 #include "client/text_digest.h"
 #include "client/whole_file.h"

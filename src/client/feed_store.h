@@ -24,10 +24,14 @@ struct FeedStore {
 };
 
 /// Reads the store, or makes a new one where there is none or a damaged one; does not write it.
-/// Raises `ClientFailure` APP_UPDATE_FILE_ERROR when one is there and cannot be read.
+/// What of a damaged one is good is kept. Raises `ClientFailure` APP_UPDATE_FILE_ERROR when one is
+/// there and cannot be read, and what `CreateJobIdentity` does.
 FeedStore ReadFeedStore(const std::filesystem::path& dataDirectory);
 
-/// Writes the store. Raises `ClientFailure` APP_UPDATE_FILE_ERROR or APP_UPDATE_DISK_FULL.
+/// Writes the store into the directory, which has to exist. An entity tag that is longer than 1,024
+/// characters, or not of visible ASCII and spaces, is left out. After a failure either everything
+/// is as before, or only the highest issues are new and there is no envelope. Raises
+/// `ClientFailure` APP_UPDATE_FILE_ERROR or APP_UPDATE_DISK_FULL.
 void WriteFeedStore(const std::filesystem::path& dataDirectory, const FeedStore& store);
 
 }  // namespace updater

@@ -70,8 +70,8 @@ void ReplaceWholeFile(const std::filesystem::path& file, std::string_view conten
 
 void RaiseFileFailure(std::string_view operation, const std::filesystem::path& path,
                       unsigned long error) {
-    const bool isFull = error == ERROR_DISK_FULL || error == ERROR_HANDLE_DISK_FULL ||
-                        error == kDiskQuotaExceeded;
+    const bool isFull =
+        error == ERROR_DISK_FULL || error == ERROR_HANDLE_DISK_FULL || error == kDiskQuotaExceeded;
     throw ClientFailure(isFull ? APP_UPDATE_DISK_FULL : APP_UPDATE_FILE_ERROR,
                         std::string(operation) + ' ' + WideToUtf8(path.native()), error);
 }
