@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "client/address.h"
 #include "client/cancellation.h"
 
 namespace updater {
@@ -60,8 +61,5 @@ UniqueTransport OpenTransport(const TransportLimits& limits, const Cancellation&
 /// APP_UPDATE_INVALID_ARGUMENT for an address that is none. An answer with any status is the
 /// receiver's to judge.
 void Fetch(Transport& transport, const HttpsRequest& request, const HttpsReceiver& receiver);
-
-/// Returns an address relative to another one as an absolute one, by the rules of URLs.
-std::wstring ResolveAddress(const std::wstring& base, const std::wstring& relative);
 
 }  // namespace updater

@@ -1,0 +1,444 @@
+#include "client/transport.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <bit>
+#include <charconv>
+#include <system_error>
+#include <utility>
+
+#include "client/failure.h"
+#include "client/transport_failure.h"
+#include "support/handle.h"
+#include "support/text_conversion.h"
+#include "support/windows_api.h"
+
+// After the Windows types that it needs.
+#include <winhttp.h>
+
+// A request runs in WinHTTP's asynchronous mode, so that the wait for it ends when its time is up
+// or the application cancels, whatever the server does and whatever WinHTTP is waiting for. WinHTTP
+// may then go on with it for a moment, and writes to its buffers; so these are not the caller's
+// own, but live until WinHTTP says that the request's handle is closed.
+
+namespace updater {
+
+namespace {
+
+constexpr std::size_t kPortionBytes = 256UL * 1024UL;
+constexpr int kMostRedirects = 5;
+
+struct InternetCloser {
+    using pointer = HINTERNET;
+    void operator()(HINTERNET handle) const noexcept { WinHttpCloseHandle(handle); }
+};
+using UniqueInternet = std::unique_ptr<void, InternetCloser>;
+
+// Counts what the end of a transport has to wait for.
+struct Closings {
+    // The transport itself and the requests that WinHTTP has not let go of.
+    std::atomic<int> open = 1;
+    UniqueHandle allClosed;
+};
+
+// Returns whether it was the last one.
+bool CloseOne(Closings& closings) noexcept {
+    return closings.open.fetch_sub(1) == 1;
+}
+
+// What WinHTTP's threads and the waiting one have in common.
+struct RequestState {
+    explicit RequestState(Closings& transportClosings) : closings(transportClosings) {}
+
+    Closings& closings;
+    // Becomes signalled when WinHTTP has done what it was told, or has failed to.
+    UniqueHandle ended;
+    DWORD error = ERROR_SUCCESS;
+    DWORD bytes = 0;
+    // When something of the answer last came.
+    std::atomic<ULONGLONG> lastArrival = 0;
+    // One is filled while the other one is used.
+    std::array<std::array<char, kPortionBytes>, 2> portions;
+};
+
+// A request that the caller still waits for. The state belongs to WinHTTP.
+struct OpenRequest {
+    UniqueInternet connection;
+    UniqueInternet handle;
+    RequestState* state = nullptr;
+};
+
+// What the flags of a refused certificate stand for, in the order of what helps most.
+DWORD SecureFailureError(DWORD flags) noexcept {
+    constexpr std::array<std::pair<DWORD, DWORD>, 7> kErrors = {{
+        {WINHTTP_CALLBACK_STATUS_FLAG_CERT_DATE_INVALID, ERROR_WINHTTP_SECURE_CERT_DATE_INVALID},
+        {WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID, ERROR_WINHTTP_SECURE_CERT_CN_INVALID},
+        {WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA, ERROR_WINHTTP_SECURE_INVALID_CA},
+        {WINHTTP_CALLBACK_STATUS_FLAG_CERT_REVOKED, ERROR_WINHTTP_SECURE_CERT_REVOKED},
+        {WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CERT, ERROR_WINHTTP_SECURE_INVALID_CERT},
+        {WINHTTP_CALLBACK_STATUS_FLAG_CERT_REV_FAILED, ERROR_WINHTTP_SECURE_CERT_REV_FAILED},
+        {WINHTTP_CALLBACK_STATUS_FLAG_SECURITY_CHANNEL_ERROR, ERROR_WINHTTP_SECURE_CHANNEL_ERROR},
+    }};
+    const auto* const found = std::ranges::find_if(
+        kErrors, [flags](const auto& entry) { return (entry.first & flags) != 0; });
+    return found == kErrors.end() ? DWORD{ERROR_WINHTTP_SECURE_FAILURE} : found->second;
+}
+
+void End(RequestState& state, DWORD error, DWORD bytes) noexcept {
+    // What exactly was refused is told before the failure itself.
+    if (error != ERROR_WINHTTP_SECURE_FAILURE || state.error == ERROR_SUCCESS) {
+        state.error = error;
+    }
+    state.bytes = bytes;
+    SetEvent(state.ended.get());
+}
+
+void Release(RequestState* state) noexcept {
+    Closings& closings = state->closings;
+    delete state;
+    if (CloseOne(closings)) {
+        SetEvent(closings.allClosed.get());
+    }
+}
+
+// Called by WinHTTP, on its own threads or within a call.
+void CALLBACK OnProgress(HINTERNET, DWORD_PTR context, DWORD status, LPVOID information,
+                         DWORD length) noexcept {
+    auto* const state = std::bit_cast<RequestState*>(context);
+    switch (status) {
+        case WINHTTP_CALLBACK_STATUS_RESPONSE_RECEIVED:
+            state->lastArrival = GetTickCount64();
+            break;
+        case WINHTTP_CALLBACK_STATUS_SECURE_FAILURE:
+            state->error = SecureFailureError(*static_cast<const DWORD*>(information));
+            break;
+        case WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE:
+        case WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE:
+            End(*state, ERROR_SUCCESS, 0);
+            break;
+        case WINHTTP_CALLBACK_STATUS_READ_COMPLETE:
+            End(*state, ERROR_SUCCESS, length);
+            break;
+        case WINHTTP_CALLBACK_STATUS_REQUEST_ERROR:
+            End(*state, static_cast<const WINHTTP_ASYNC_RESULT*>(information)->dwError, 0);
+            break;
+        case WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING:
+            Release(state);
+            break;
+        default:
+            break;
+    }
+}
+
+UniqueHandle CreateStateEvent(BOOL manualReset) {
+    UniqueHandle event = OwnHandle(CreateEventW(nullptr, manualReset, FALSE, nullptr));
+    if (!event) {
+        RaiseTransportSystemError(GetLastError());
+    }
+    return event;
+}
+
+void SetOption(const UniqueInternet& handle, DWORD option, DWORD value) {
+    if (WinHttpSetOption(handle.get(), option, &value, sizeof(value)) == 0) {
+        RaiseTransportSystemError(GetLastError());
+    }
+}
+
+// An older Windows 10 does not know version 1.3 and refuses its flag.
+void RequireSafeProtocols(const UniqueInternet& session) {
+    DWORD protocols = WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2 | WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_3;
+    if (WinHttpSetOption(session.get(), WINHTTP_OPTION_SECURE_PROTOCOLS, &protocols,
+                         sizeof(protocols)) == 0) {
+        SetOption(session, WINHTTP_OPTION_SECURE_PROTOCOLS, WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2);
+    }
+}
+
+UniqueInternet OpenSession(const TransportLimits& limits) {
+    UniqueInternet session(WinHttpOpen(L"Update-Client/1.0", WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY,
+                                       WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS,
+                                       WINHTTP_FLAG_ASYNC));
+    if (!session) {
+        RaiseTransportSystemError(GetLastError());
+    }
+    RequireSafeProtocols(session);
+    SetOption(session, WINHTTP_OPTION_REDIRECT_POLICY, WINHTTP_OPTION_REDIRECT_POLICY_NEVER);
+    // The waits below have the limits. With these, WinHTTP itself does not go on much longer with
+    // what nobody waits for any more.
+    const auto connect = static_cast<int>(limits.connect);
+    const auto silence = static_cast<int>(limits.silence);
+    if (WinHttpSetTimeouts(session.get(), connect, connect, silence, silence) == 0) {
+        RaiseTransportSystemError(GetLastError());
+    }
+    return session;
+}
+
+}  // namespace
+
+struct Transport {
+    TransportLimits limits;
+    const Cancellation& cancellation;
+    UniqueInternet session;
+    Closings closings;
+};
+
+namespace {
+
+// A place where a request is on its way, for what is said when it fails.
+struct Attempt {
+    const Transport& transport;
+    const std::wstring& address;
+    const OpenRequest& request;
+};
+
+// From here on WinHTTP has the state, and gives it back when the handle is closed.
+RequestState* HandOver(std::unique_ptr<RequestState> state, const UniqueInternet& handle) {
+    auto context = std::bit_cast<DWORD_PTR>(state.get());
+    constexpr DWORD kNotifications =
+        WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES |
+        WINHTTP_CALLBACK_FLAG_RECEIVE_RESPONSE | WINHTTP_CALLBACK_FLAG_SECURE_FAILURE;
+    if (WinHttpSetOption(handle.get(), WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof(context)) ==
+            0 ||
+        WinHttpSetStatusCallback(handle.get(), OnProgress, kNotifications, 0) ==
+            WINHTTP_INVALID_STATUS_CALLBACK) {
+        RaiseTransportSystemError(GetLastError());
+    }
+    ++state->closings.open;
+    return state.release();
+}
+
+OpenRequest PrepareRequest(Transport& transport, const HttpsAddress& address) {
+    auto state = std::make_unique<RequestState>(transport.closings);
+    state->ended = CreateStateEvent(FALSE);
+    OpenRequest request;
+    request.connection.reset(
+        WinHttpConnect(transport.session.get(), address.host.c_str(), address.port, 0));
+    if (!request.connection) {
+        RaiseTransportSystemError(GetLastError());
+    }
+    request.handle.reset(WinHttpOpenRequest(
+        request.connection.get(), L"GET", address.target.c_str(), nullptr, WINHTTP_NO_REFERER,
+        WINHTTP_DEFAULT_ACCEPT_TYPES,
+        WINHTTP_FLAG_SECURE | WINHTTP_FLAG_ESCAPE_DISABLE | WINHTTP_FLAG_ESCAPE_DISABLE_QUERY));
+    if (!request.handle) {
+        RaiseTransportSystemError(GetLastError());
+    }
+    SetOption(request.handle, WINHTTP_OPTION_DISABLE_FEATURE,
+              WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION);
+    request.state = HandOver(std::move(state), request.handle);
+    return request;
+}
+
+// Starts one of WinHTTP's operations. What it reports when it has ended is awaited below.
+template <typename Operation>
+void Begin(const Attempt& attempt, Operation operation) {
+    attempt.request.state->lastArrival = GetTickCount64();
+    if (operation(attempt.request.handle.get()) == 0) {
+        RaiseTransportFailure(attempt.address, GetLastError());
+    }
+}
+
+// Waits for the end of an operation, at most until the limit has passed since `since()`.
+template <typename Since>
+void Await(const Attempt& attempt, DWORD limit, Since since) {
+    const std::array<HANDLE, 2> events = {attempt.transport.cancellation.event.get(),
+                                          attempt.request.state->ended.get()};
+    for (;;) {
+        const ULONGLONG passed = GetTickCount64() - since();
+        const DWORD rest = passed < limit ? limit - static_cast<DWORD>(passed) : 0;
+        switch (
+            WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, rest)) {
+            case WAIT_OBJECT_0:
+                RaiseCancelled(attempt.transport.cancellation);
+            case WAIT_OBJECT_0 + 1:
+                if (attempt.request.state->error != ERROR_SUCCESS) {
+                    RaiseTransportFailure(attempt.address, attempt.request.state->error);
+                }
+                return;
+            case WAIT_TIMEOUT:
+                if (rest == 0) {
+                    RaiseTransportFailure(attempt.address, ERROR_WINHTTP_TIMEOUT);
+                }
+                break;
+            default:
+                RaiseTransportSystemError(GetLastError());
+        }
+    }
+}
+
+// What has come of the head does not count: a server may send one without an end.
+void AwaitWithin(const Attempt& attempt, DWORD limit) {
+    Await(attempt, limit, [begin = GetTickCount64()] { return begin; });
+}
+
+void SendRequest(const Attempt& attempt, const HttpsRequest& request) {
+    std::wstring lines;
+    for (const std::wstring& header : request.headers) {
+        lines.append(header).append(L"\r\n");
+    }
+    Begin(attempt, [&](HINTERNET handle) {
+        return WinHttpSendRequest(handle,
+                                  lines.empty() ? WINHTTP_NO_ADDITIONAL_HEADERS : lines.c_str(),
+                                  static_cast<DWORD>(lines.size()), WINHTTP_NO_REQUEST_DATA, 0, 0,
+                                  std::bit_cast<DWORD_PTR>(attempt.request.state));
+    });
+    AwaitWithin(attempt, attempt.transport.limits.connect);
+    Begin(attempt, [](HINTERNET handle) { return WinHttpReceiveResponse(handle, nullptr); });
+    AwaitWithin(attempt, attempt.transport.limits.silence);
+}
+
+// Returns a header's text; an empty one when there is none.
+std::wstring QueryHeader(const Attempt& attempt, DWORD header) {
+    const HINTERNET handle = attempt.request.handle.get();
+    std::wstring text;
+    DWORD bytes = 0;
+    while (WinHttpQueryHeaders(handle, header, WINHTTP_HEADER_NAME_BY_INDEX,
+                               text.empty() ? nullptr : text.data(), &bytes,
+                               WINHTTP_NO_HEADER_INDEX) == 0) {
+        const DWORD error = GetLastError();
+        if (error == ERROR_WINHTTP_HEADER_NOT_FOUND) {
+            return {};
+        }
+        if (error != ERROR_INSUFFICIENT_BUFFER || bytes <= text.size() * sizeof(wchar_t)) {
+            RaiseTransportFailure(attempt.address, error);
+        }
+        text.resize(bytes / sizeof(wchar_t));
+    }
+    text.resize(bytes / sizeof(wchar_t));
+    return text;
+}
+
+std::optional<std::uint64_t> ReadLength(const std::wstring& text) {
+    const std::string digits = WideToUtf8(text);
+    std::uint64_t length = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), length);
+    if (error != std::errc() || end != digits.data() + digits.size()) {
+        return std::nullopt;
+    }
+    return length;
+}
+
+HttpsHead ReadHead(const Attempt& attempt) {
+    HttpsHead head;
+    const std::optional<std::uint64_t> status =
+        ReadLength(QueryHeader(attempt, WINHTTP_QUERY_STATUS_CODE));
+    if (!status) {
+        RaiseTransportFailure(attempt.address, ERROR_WINHTTP_INVALID_SERVER_RESPONSE);
+    }
+    head.status = static_cast<std::uint32_t>(*status);
+    head.length = ReadLength(QueryHeader(attempt, WINHTTP_QUERY_CONTENT_LENGTH));
+    head.entityTag = QueryHeader(attempt, WINHTTP_QUERY_ETAG);
+    head.lastModified = QueryHeader(attempt, WINHTTP_QUERY_LAST_MODIFIED);
+    head.contentRange = QueryHeader(attempt, WINHTTP_QUERY_CONTENT_RANGE);
+    return head;
+}
+
+void BeginReading(const Attempt& attempt, std::size_t portion) {
+    Begin(attempt, [&](HINTERNET handle) {
+        return WinHttpReadData(handle, attempt.request.state->portions[portion].data(),
+                               static_cast<DWORD>(kPortionBytes), nullptr);
+    });
+}
+
+// WinHTTP waits until a portion is full; from a slow server that takes longer than its limit.
+DWORD AwaitPortion(const Attempt& attempt) {
+    Await(attempt, attempt.transport.limits.silence,
+          [&] { return attempt.request.state->lastArrival.load(); });
+    return attempt.request.state->bytes;
+}
+
+// Returns how many bytes there were. The next portion comes in while the receiver has the last one.
+std::uint64_t ReadBody(const Attempt& attempt, const HttpsReceiver& receiver) {
+    std::uint64_t received = 0;
+    std::size_t portion = 0;
+    BeginReading(attempt, portion);
+    for (DWORD bytes = AwaitPortion(attempt); bytes != 0; bytes = AwaitPortion(attempt)) {
+        const char* const begin = attempt.request.state->portions[portion].data();
+        portion = 1 - portion;
+        BeginReading(attempt, portion);
+        received += bytes;
+        receiver.takeBytes({begin, bytes});
+    }
+    return received;
+}
+
+void Receive(const Attempt& attempt, const HttpsHead& head, const HttpsReceiver& receiver) {
+    if (!receiver.takeHead(head)) {
+        return;
+    }
+    const std::uint64_t received = ReadBody(attempt, receiver);
+    // Not every release of WinHTTP takes an early end for a failure.
+    if (head.length && received < *head.length) {
+        RaiseTransportFailure(attempt.address, ERROR_WINHTTP_CONNECTION_ERROR);
+    }
+}
+
+bool IsRedirect(std::uint32_t status) {
+    return status == HTTP_STATUS_MOVED || status == HTTP_STATUS_REDIRECT ||
+           status == HTTP_STATUS_REDIRECT_METHOD || status == HTTP_STATUS_REDIRECT_KEEP_VERB ||
+           status == HTTP_STATUS_PERMANENT_REDIRECT;
+}
+
+// Returns where an answer leads to; nothing when it is the last one.
+std::optional<std::wstring> ReadRedirect(const Attempt& attempt, const HttpsHead& head) {
+    const std::wstring location =
+        IsRedirect(head.status) ? QueryHeader(attempt, WINHTTP_QUERY_LOCATION) : std::wstring();
+    if (location.empty()) {
+        return std::nullopt;
+    }
+    try {
+        std::wstring address = ResolveAddress(attempt.address, location);
+        static_cast<void>(ReadHttpsAddress(address));
+        return address;
+    } catch (const ClientFailure&) {
+        RaiseRedirectRefused(attempt.address, location);
+    }
+}
+
+// Returns the address to ask next; nothing when the answer has been received.
+std::optional<std::wstring> FetchOnce(Transport& transport, const HttpsRequest& request,
+                                      const std::wstring& address, const HttpsReceiver& receiver) {
+    const OpenRequest open = PrepareRequest(transport, ReadHttpsAddress(address));
+    const Attempt attempt{transport, address, open};
+    SendRequest(attempt, request);
+    const HttpsHead head = ReadHead(attempt);
+    std::optional<std::wstring> redirect = ReadRedirect(attempt, head);
+    if (!redirect) {
+        Receive(attempt, head, receiver);
+    }
+    return redirect;
+}
+
+}  // namespace
+
+void TransportCloser::operator()(Transport* transport) const noexcept {
+    transport->session.reset();
+    if (!CloseOne(transport->closings)) {
+        WaitForSingleObject(transport->closings.allClosed.get(), INFINITE);
+    }
+    delete transport;
+}
+
+UniqueTransport OpenTransport(const TransportLimits& limits, const Cancellation& cancellation) {
+    UniqueHandle allClosed = CreateStateEvent(TRUE);
+    UniqueInternet session = OpenSession(limits);
+    return UniqueTransport(new Transport{
+        limits, cancellation, std::move(session), {.allClosed = std::move(allClosed)}});
+}
+
+void Fetch(Transport& transport, const HttpsRequest& request, const HttpsReceiver& receiver) {
+    RaiseIfCancelled(transport.cancellation);
+    std::wstring address = request.address;
+    for (int redirects = 0;; ++redirects) {
+        std::optional<std::wstring> next = FetchOnce(transport, request, address, receiver);
+        if (!next) {
+            return;
+        }
+        if (redirects == kMostRedirects) {
+            RaiseRedirectRefused(address, *next);
+        }
+        address = std::move(*next);
+    }
+}
+
+}  // namespace updater

@@ -1,0 +1,122 @@
+#include "client/https_server.h"
+
+// Before <windows.h>, which brings an older one otherwise.
+#include <winsock2.h>
+
+#include <algorithm>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+#include "client/root_store.h"
+#include "fixtures/built_path.h"
+#include "fixtures/file_content.h"
+#include "fixtures/host_system.h"
+#include "fixtures/patience.h"
+#include "support/file_system.h"
+#include "support/windows_api.h"
+
+namespace updater {
+
+struct ServerConnection {
+    WSADATA sockets{};
+    SOCKET socket = INVALID_SOCKET;
+};
+
+void ServerConnectionCloser::operator()(ServerConnection* connection) const noexcept {
+    // The servers have ended when they close their side.
+    char ignored = 0;
+    shutdown(connection->socket, SD_SEND);
+    while (recv(connection->socket, &ignored, 1, 0) > 0) {
+    }
+    closesocket(connection->socket);
+    WSACleanup();
+    delete connection;
+}
+
+namespace {
+
+// The servers watch this connection: the system closes it with the program, whatever becomes of
+// that.
+std::unique_ptr<ServerConnection, ServerConnectionCloser> ConnectTo(std::uint16_t port) {
+    auto* const made = new ServerConnection;
+    WSAStartup(MAKEWORD(2, 2), &made->sockets);
+    std::unique_ptr<ServerConnection, ServerConnectionCloser> connection(made);
+    made->socket = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (connect(made->socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        throw std::runtime_error("The servers are not there");
+    }
+    return connection;
+}
+
+void AwaitFile(const std::filesystem::path& file) {
+    const ULONGLONG deadline = GetTickCount64() + kPatienceMilliseconds;
+    while (!PathExists(file)) {
+        if (GetTickCount64() > deadline) {
+            throw std::runtime_error("The servers do not start");
+        }
+        Sleep(5);
+    }
+}
+
+std::map<std::string, std::uint16_t, std::less<>> StartServers(
+    const std::filesystem::path& directory) {
+    const std::wstring script = BuiltPath(CORVELLAN_SERVERS L"/serve.py").native();
+    if (!HasHostSystem() ||
+        !StartHostProgram(L"Z:\\usr\\bin\\python3",
+                          L"python3 -I -S -B \"" + HostFileName(script) + L"\"", directory)) {
+        throw std::runtime_error("There is no host to run servers on");
+    }
+    AwaitFile(directory / L"servers.txt");
+    std::istringstream lines(ReadFileContent(directory / L"servers.txt"));
+    std::map<std::string, std::uint16_t, std::less<>> ports;
+    std::string name;
+    std::uint16_t port = 0;
+    while (lines >> name >> port) {
+        ports[name] = port;
+    }
+    return ports;
+}
+
+}  // namespace
+
+HttpsServers::HttpsServers() : ports(StartServers(directory.path)) {
+    connection = ConnectTo(ports.at("control"));
+    AddTrustedRoot(ReadFileContent(directory.path / L"trusted.der"));
+}
+
+HttpsServers::~HttpsServers() {
+    RemoveTrustedRoot(ReadFileContent(directory.path / L"trusted.der"));
+    Stop();
+}
+
+void HttpsServers::Publish(const std::wstring& name, std::string_view content) const {
+    WriteFileContent(files / name, content);
+}
+
+std::wstring HttpsServers::Address(const char* server, const std::wstring& name) const {
+    return L"https://localhost:" + std::to_wstring(ports.find(server)->second) + L"/" + name;
+}
+
+std::vector<std::string> HttpsServers::Requests(const char* server) const {
+    const std::filesystem::path log =
+        directory.path / (server == std::string_view(kNginx) ? L"nginx.log" : L"unruly.log");
+    std::vector<std::string> lines;
+    if (PathExists(log)) {
+        std::istringstream content(ReadFileContent(log));
+        for (std::string line; std::getline(content, line);) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+void HttpsServers::Stop() {
+    connection.reset();
+}
+
+}  // namespace updater

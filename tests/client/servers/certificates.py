@@ -1,0 +1,54 @@
+"""The certificates of the test servers, made anew each time; their keys are good for nothing else."""
+
+import subprocess
+
+
+def openssl(directory, *arguments):
+    subprocess.run(
+        ["/usr/bin/openssl", *arguments],
+        cwd=directory,
+        check=True,
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.DEVNULL,
+        stderr=subprocess.DEVNULL,
+    )
+
+
+def make_key(directory, name):
+    openssl(directory, "genpkey", "-algorithm", "EC", "-pkeyopt", "ec_paramgen_curve:P-256", "-out", name)
+
+
+def make_authority(directory, name):
+    """NAME.pem, and NAME.der as Windows takes it, with its key NAME.key."""
+    make_key(directory, f"{name}.key")
+    # A number of its own keeps the authorities of several runs apart in a store.
+    openssl(
+        directory, "req", "-x509", "-new", "-key", f"{name}.key", "-out", f"{name}.pem",
+        "-days", "30", "-subj", f"/CN=Test authority {name}",
+        "-addext", "keyUsage=critical,keyCertSign",
+    )  # fmt: skip
+    openssl(directory, "x509", "-in", f"{name}.pem", "-outform", "DER", "-out", f"{name}.der")
+
+
+def make_certificate(directory, name, authority, host="localhost", days=30):
+    """NAME.pem for a host; all of them have the key key.pem."""
+    (directory / f"{name}.ext").write_text(
+        f"subjectAltName=DNS:{host}\nbasicConstraints=critical,CA:FALSE\nextendedKeyUsage=serverAuth\n"
+    )
+    openssl(directory, "req", "-new", "-key", "key.pem", "-out", f"{name}.csr", "-subj", f"/CN={host}")
+    openssl(
+        directory, "x509", "-req", "-in", f"{name}.csr", "-CA", f"{authority}.pem",
+        "-CAkey", f"{authority}.key", "-CAcreateserial", "-days", str(days),
+        "-extfile", f"{name}.ext", "-out", f"{name}.pem",
+    )  # fmt: skip
+
+
+def make_all(directory):
+    make_key(directory, "key.pem")
+    make_authority(directory, "trusted")
+    make_authority(directory, "unknown")
+    make_certificate(directory, "good", "trusted")
+    # It ended a day before it began.
+    make_certificate(directory, "expired", "trusted", days=-1)
+    make_certificate(directory, "foreign", "unknown")
+    make_certificate(directory, "misnamed", "trusted", host="elsewhere.test")
