@@ -13,9 +13,6 @@ namespace updater {
 
 namespace {
 
-constexpr char kReading[] = "Cannot read";
-constexpr char kWriting[] = "Cannot write";
-
 // ERROR_DISK_QUOTA_EXCEEDED, which is not in every toolchain's headers.
 constexpr DWORD kDiskQuotaExceeded = 1295;
 
@@ -44,7 +41,7 @@ std::optional<std::string> ReadFileUpTo(const std::filesystem::path& file, std::
         if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) {
             return std::nullopt;
         }
-        RaiseFileFailure(kReading, file, error);
+        RaiseFileFailure(kCannotRead, file, error);
     }
     std::string content;
     const bool isComplete = VisitPortions(handle.get(), [&](std::span<char> portion) {
@@ -52,7 +49,7 @@ std::optional<std::string> ReadFileUpTo(const std::filesystem::path& file, std::
         return content.size() <= limit;
     });
     if (!isComplete && content.size() <= limit) {
-        RaiseFileFailure(kReading, file, GetLastError());
+        RaiseFileFailure(kCannotRead, file, GetLastError());
     }
     return content;
 }
@@ -64,7 +61,7 @@ void ReplaceWholeFile(const std::filesystem::path& file, std::string_view conten
                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) == 0) {
         const DWORD error = GetLastError();
         DeleteFileW(draft.c_str());
-        RaiseFileFailure(kWriting, file, error);
+        RaiseFileFailure(kCannotWrite, file, error);
     }
 }
 

@@ -16,7 +16,11 @@ std::optional<std::string> ReadFileUpTo(const std::filesystem::path& file, std::
 /// complete. Raises `ClientFailure` APP_UPDATE_FILE_ERROR or APP_UPDATE_DISK_FULL.
 void ReplaceWholeFile(const std::filesystem::path& file, std::string_view content);
 
-/// Raises `ClientFailure` for an operation, such as "Cannot read", on a file or directory and the
+/// Operations on a file.
+inline constexpr char kCannotRead[] = "Cannot read";
+inline constexpr char kCannotWrite[] = "Cannot write";
+
+/// Raises `ClientFailure` for an operation, such as these, on a file or directory and the
 /// Windows error number: APP_UPDATE_DISK_FULL or else APP_UPDATE_FILE_ERROR.
 [[noreturn]] void RaiseFileFailure(std::string_view operation, const std::filesystem::path& path,
                                    unsigned long error);
