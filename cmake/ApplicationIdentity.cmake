@@ -33,6 +33,9 @@ set(IDENTITY_UPDATER "corvellan-updater.exe")
 # The release tool's file: a file name that ends with ".exe".
 set(IDENTITY_RELEASE_TOOL "corvellan-updatectl.exe")
 
+# The library that is the application's half of an update: a file name that ends with ".dll".
+set(IDENTITY_CLIENT_LIBRARY "corvellan-update.dll")
+
 # The application's directory in the user's local data (%LOCALAPPDATA%), with its updates below: one
 # name of a directory, at most 100 characters.
 set(IDENTITY_LOCAL_DIRECTORY "Corvellan")

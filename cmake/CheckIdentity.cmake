@@ -3,7 +3,8 @@
 
 set(identity_entries
   IDENTITY_EXECUTABLE IDENTITY_APPLICATION_ID IDENTITY_BASE_NAME IDENTITY_ERROR_TITLE IDENTITY_ERROR_HEADING
-  IDENTITY_DESCRIPTION IDENTITY_COMPANY IDENTITY_UPDATER IDENTITY_RELEASE_TOOL IDENTITY_LOCAL_DIRECTORY
+  IDENTITY_DESCRIPTION IDENTITY_COMPANY IDENTITY_UPDATER IDENTITY_RELEASE_TOOL IDENTITY_CLIENT_LIBRARY
+  IDENTITY_LOCAL_DIRECTORY
 )
 
 # A staging directory's name is the base name, a hyphen and 38 characters, and has at most 100.
@@ -85,6 +86,13 @@ function(check_program_name entry)
   endif()
 endfunction()
 
+function(check_library_name entry)
+  check_file_name(${entry} 100)
+  if(NOT "${${entry}}" MATCHES "[^ .].*\\.[Dd][Ll][Ll]$")
+    refuse_identity(${entry} "the name of a library that ends with \".dll\" is wanted")
+  endif()
+endfunction()
+
 function(check_application_id entry)
   check_identity_text(${entry} 127)
   if("${${entry}}" MATCHES "[\\\"]")
@@ -129,6 +137,7 @@ macro(read_identity file)
   check_identity_text(IDENTITY_COMPANY 200)
   check_program_name(IDENTITY_UPDATER)
   check_program_name(IDENTITY_RELEASE_TOOL)
+  check_library_name(IDENTITY_CLIENT_LIBRARY)
   check_file_name(IDENTITY_LOCAL_DIRECTORY 100)
   check_different(IDENTITY_UPDATER IDENTITY_EXECUTABLE)
   check_different(IDENTITY_RELEASE_TOOL IDENTITY_EXECUTABLE)

@@ -6,6 +6,10 @@ namespace updater {
 
 const wchar_t kApplicationExecutable[] = L"" IDENTITY_EXECUTABLE;
 
+const wchar_t kUpdaterExecutable[] = L"" IDENTITY_UPDATER;
+
+const wchar_t kLocalDirectory[] = L"" IDENTITY_LOCAL_DIRECTORY;
+
 const wchar_t kUninstallKey[] =
     L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\" IDENTITY_APPLICATION_ID L"_is1";
 

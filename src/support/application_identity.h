@@ -10,6 +10,12 @@ namespace updater {
 /// The application's executable, directly in its installation directory.
 extern const wchar_t kApplicationExecutable[];
 
+/// The updater, beside it.
+extern const wchar_t kUpdaterExecutable[];
+
+/// The application's directory in the user's local data.
+extern const wchar_t kLocalDirectory[];
+
 /// The application's entry in the list of installed programs, under HKEY_LOCAL_MACHINE. Its setup
 /// program names the key by the application's identifier.
 extern const wchar_t kUninstallKey[];

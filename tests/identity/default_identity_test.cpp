@@ -18,6 +18,8 @@ using testing::StartsWith;
 
 TEST(DefaultIdentity, NamesTheApplicationsObjects) {
     EXPECT_STREQ(kApplicationExecutable, L"corvellan.exe");
+    EXPECT_STREQ(kUpdaterExecutable, L"corvellan-updater.exe");
+    EXPECT_STREQ(kLocalDirectory, L"Corvellan");
     EXPECT_STREQ(kUninstallKey,
                  L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\"
                  L"5D1E7B20-3C9A-4F68-B2D4-9E0A6C7F1B35_is1");
@@ -40,6 +42,7 @@ TEST(DefaultIdentity, NamesWhatUsersSee) {
 TEST(DefaultIdentity, NamesTheProgramsFiles) {
     EXPECT_EQ(BuiltPath(CORVELLAN_UPDATER).filename(), L"corvellan-updater.exe");
     EXPECT_EQ(ToolPath().filename(), L"corvellan-updatectl.exe");
+    EXPECT_EQ(BuiltPath(CORVELLAN_CLIENT_LIBRARY).filename(), L"corvellan-update.dll");
 }
 
 TEST(DefaultIdentity, StandsInTheReleaseToolsHelp) {
