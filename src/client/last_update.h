@@ -1,0 +1,32 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "client/version_number.h"
+
+namespace updater {
+
+/// What is kept of the last update, so that the application can be told its outcome at its next
+/// start.
+struct LastUpdate {
+    /// The name of its job directory, a job identity (see `CreateJobIdentity`).
+    std::wstring job;
+    /// What was to be installed.
+    VersionNumber version;
+    /// Whether the application has been told the outcome.
+    bool told = false;
+};
+
+/// Whether a text has the form of a job identity, and so is the name of a directory and no path.
+bool IsJobIdentity(std::wstring_view text);
+
+/// Returns what is kept; nothing if there has been no update, or if what is kept is damaged.
+std::optional<LastUpdate> ReadLastUpdate(const std::filesystem::path& dataDirectory);
+
+/// Raises what `ReplaceKeptFile` does.
+void WriteLastUpdate(const std::filesystem::path& dataDirectory, const LastUpdate& update);
+
+}  // namespace updater
