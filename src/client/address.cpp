@@ -141,7 +141,9 @@ std::uint16_t ReadPort(std::wstring_view text, std::wstring_view address) {
     return port;
 }
 
-bool BeginsWithHttps(std::wstring_view address) {
+}  // namespace
+
+bool IsHttpsAddress(std::wstring_view address) {
     constexpr std::wstring_view kStart = L"https://";
     return std::ranges::equal(
         address.substr(0, kStart.size()), kStart, [](wchar_t given, wchar_t wanted) {
@@ -149,11 +151,9 @@ bool BeginsWithHttps(std::wstring_view address) {
         });
 }
 
-}  // namespace
-
 HttpsAddress ReadHttpsAddress(std::wstring_view address) {
     const AddressParts parts = SplitAddress(address);
-    if (!BeginsWithHttps(address)) {
+    if (!IsHttpsAddress(address)) {
         RefuseAddress(address);
     }
     HttpsAddress result;
