@@ -36,9 +36,8 @@ std::wstring_view TextOr(const wchar_t* text, std::wstring_view standard) {
 
 std::wstring ReadAddress(const wchar_t* address) {
     const std::wstring_view text = TextOr(address, {});
-    Require(text.size() > kHttps.size() && text.size() <= kLongestAddress &&
-                _wcsnicmp(text.data(), kHttps.data(), kHttps.size()) == 0,
-            "The feed's address must begin with https:// and have at most 2048 characters");
+    Require(IsAbsoluteFeedAddress(WideToUtf8(text)),
+            "The feed's address must begin with https:// and hold only what may stand in a URL");
     return std::wstring(text);
 }
 
