@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <stdexcept>
 
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
@@ -66,6 +67,22 @@ std::string_view FaultOfName(std::wstring_view name) {
         return "has a name of more than 255 characters";
     }
     return {};
+}
+
+// On another system than Windows, file names arrive through the character set of the user's locale.
+// Windows itself does not know this code page.
+void RefuseMangledNames() {
+    constexpr UINT kHostCodePage = 65010;
+    constexpr std::wstring_view kSample = L"\u4E2D";
+    std::string bytes(8, '\0');
+    const int length = WideCharToMultiByte(kHostCodePage, 0, kSample.data(), 1, bytes.data(),
+                                           static_cast<int>(bytes.size()), nullptr, nullptr);
+    bytes.resize(static_cast<std::size_t>(length));
+    if (length > 0 && bytes != WideToUtf8(kSample)) {
+        throw std::runtime_error(
+            "The locale's character set is not UTF-8, so file names do not arrive as they are; set "
+            "the environment variable LC_ALL, for example to C.UTF-8");
+    }
 }
 
 }  // namespace updater

@@ -14,4 +14,9 @@ std::wstring FoldCase(std::wstring_view text);
 /// Such names exist on other systems' disks, and some can be made on Windows in roundabout ways.
 std::string_view FaultOfName(std::wstring_view name);
 
+/// Raises `std::runtime_error` when most files' names reach this program as others, as they do on
+/// another system than Windows whose character set is not UTF-8: what the tool wrote would then
+/// name files that no user gets.
+void RefuseMangledNames();
+
 }  // namespace updater

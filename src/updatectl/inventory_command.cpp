@@ -1,23 +1,21 @@
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
-#include <memory>
 #include <stdexcept>
 
 #include "snapshot/inventory_entry.h"
 #include "support/application_identity.h"
-#include "support/handle.h"
 #include "support/text_conversion.h"
-#include "support/windows_api.h"
 #include "updatectl/command_options.h"
 #include "updatectl/exclude_pattern.h"
 #include "updatectl/file_access.h"
+#include "updatectl/file_names.h"
+#include "updatectl/file_replacement.h"
 #include "updatectl/json_text.h"
 #include "updatectl/output.h"
 #include "updatectl/program_tree.h"
 #include "updatectl/progress_line.h"
 #include "updatectl/tool.h"
-#include "updatectl/windows_error.h"
 
 namespace updater {
 
@@ -56,29 +54,6 @@ struct Exclusion {
     ExcludePattern pattern;
     bool matched = false;
 };
-
-struct FileDeleter {
-    using pointer = const wchar_t*;
-    void operator()(const wchar_t* file) const noexcept { DeleteFileW(file); }
-};
-using UnfinishedFile = std::unique_ptr<const wchar_t, FileDeleter>;
-
-// On another system than Windows, file names arrive through the character set of the user's locale.
-// If that is not UTF-8, most names arrive as others, and the list would name files that no user
-// gets. Windows itself does not know this code page.
-void RefuseMangledNames() {
-    constexpr UINT kHostCodePage = 65010;
-    constexpr std::wstring_view kSample = L"\u4E2D";
-    std::string bytes(8, '\0');
-    const int length = WideCharToMultiByte(kHostCodePage, 0, kSample.data(), 1, bytes.data(),
-                                           static_cast<int>(bytes.size()), nullptr, nullptr);
-    bytes.resize(static_cast<std::size_t>(length));
-    if (length > 0 && bytes != WideToUtf8(kSample)) {
-        throw std::runtime_error(
-            "The locale's character set is not UTF-8, so file names do not arrive as they are; set "
-            "the environment variable LC_ALL, for example to C.UTF-8");
-    }
-}
 
 std::vector<Exclusion> ReadExclusions(const CommandOptions& options) {
     const std::vector<std::wstring> texts = OptionValues(options, kExcludeOption);
@@ -127,30 +102,6 @@ std::string ComposeInventory(const std::filesystem::path& directory, const Progr
     return content;
 }
 
-void WriteNewFile(const std::filesystem::path& file, const std::string& content) {
-    const UniqueHandle handle = OwnHandle(CreateFileW(
-        file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    DWORD written = 0;
-    if (!handle || WriteFile(handle.get(), content.data(), static_cast<DWORD>(content.size()),
-                             &written, nullptr) == 0) {
-        const DWORD error = GetLastError();
-        RaiseWindowsError("Cannot write " + PrintableText(file.native()), error);
-    }
-}
-
-void ReplaceInventory(const std::filesystem::path& directory, const std::string& content) {
-    const std::filesystem::path inventory = directory / kProgramInventory;
-    const std::filesystem::path temporary = directory / kTemporaryInventory;
-    UnfinishedFile unfinished(temporary.c_str());
-    WriteNewFile(temporary, content);
-    if (MoveFileExW(temporary.c_str(), inventory.c_str(),
-                    MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) == 0) {
-        const DWORD error = GetLastError();
-        RaiseWindowsError("Cannot write " + PrintableText(inventory.native()), error);
-    }
-    static_cast<void>(unfinished.release());
-}
-
 void ReportIdleExclusions(const std::vector<Exclusion>& exclusions) {
     for (const Exclusion& exclusion : exclusions) {
         if (!exclusion.matched) {
@@ -168,7 +119,7 @@ std::size_t WriteInventory(const std::filesystem::path& directory,
             return IsExcluded(exclusions, relativePath);
         });
     RefuseFaults(directory, tree);
-    ReplaceInventory(directory, ComposeInventory(directory, tree, progress));
+    ReplaceContent(directory / kProgramInventory, ComposeInventory(directory, tree, progress));
     return tree.files.size();
 }
 
