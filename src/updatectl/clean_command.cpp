@@ -4,13 +4,13 @@
 #include <exception>
 #include <filesystem>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
 #include "support/application_identity.h"
 #include "support/canonical_path.h"
 #include "support/handle.h"
-#include "support/number_text.h"
 #include "support/process_utilities.h"
 #include "support/windows_api.h"
 #include "updatectl/command_options.h"
@@ -49,6 +49,7 @@ The exit code is 1 if anything of such a name is there that was neither to be ke
 )";
 
 constexpr std::wstring_view kKeepOption = L"--keep";
+constexpr std::uint32_t kMostKept = 999'999'999;
 constexpr std::wstring_view kDryRunFlag = L"--dry-run";
 constexpr std::wstring_view kSetupDirectoryOption = L"--setup-dir";
 
@@ -99,15 +100,8 @@ std::uint64_t StartOfCurrent(const StagingListing& listing, const std::filesyste
 }
 
 std::size_t ReadKeep(const CommandOptions& options) {
-    if (!options.values.contains(kKeepOption)) {
-        return 0;
-    }
-    const std::wstring text = OnlyValue(options, kKeepOption);
-    constexpr std::size_t kMostDigits = 9;
-    if (text.find_first_not_of(L"0123456789") != std::wstring::npos || text.size() > kMostDigits) {
-        throw UsageError("--keep needs a number, not " + PrintableText(text));
-    }
-    return ParseUnsigned32(text);
+    const std::optional<std::wstring> text = OptionalValue(options, kKeepOption);
+    return text ? ReadNumber(kKeepOption, *text, {0, kMostKept}) : 0;
 }
 
 void RemoveStaging(ProtectedDirectory& directory) {

@@ -1,8 +1,11 @@
 #include "updatectl/command_options.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
+#include <system_error>
 
+#include "support/text_conversion.h"
 #include "updatectl/output.h"
 
 namespace updater {
@@ -40,6 +43,34 @@ std::wstring OnlyValue(const CommandOptions& options, std::wstring_view name) {
         throw UsageError(PrintableText(name) + (values.empty() ? " is missing" : " is repeated"));
     }
     return values.front();
+}
+
+std::optional<std::wstring> OptionalValue(const CommandOptions& options, std::wstring_view name) {
+    return options.values.contains(name) ? std::optional(OnlyValue(options, name)) : std::nullopt;
+}
+
+std::wstring_view GivenOf(const CommandOptions& options, std::wstring_view first,
+                          std::wstring_view second) {
+    const bool isFirst = options.values.contains(first);
+    if (isFirst != options.values.contains(second)) {
+        return isFirst ? first : second;
+    }
+    throw UsageError(
+        isFirst ? PrintableText(first) + " and " + PrintableText(second) + " exclude each other"
+                : PrintableText(first) + " or " + PrintableText(second) + " is missing");
+}
+
+std::uint32_t ReadNumber(std::wstring_view name, const std::wstring& value, NumberRange range) {
+    const std::string text = WideToUtf8(value);
+    std::uint32_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || rest != end || number < range.least || number > range.most) {
+        throw UsageError(PrintableText(name) + " needs a number from " +
+                         std::to_string(range.least) + " to " + std::to_string(range.most) +
+                         ", not " + PrintableText(value));
+    }
+    return number;
 }
 
 void RequireOperands(const CommandOptions& options, std::span<const std::string_view> names) {

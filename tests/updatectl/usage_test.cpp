@@ -108,9 +108,15 @@ TEST(Usage, IsRefusedWithExitCode2AndAWordOnWhy) {
          "restore"},
         {{L"clean", L"x"}, "x is one argument too many", "clean"},
         {{L"clean", L"--keep"}, "--keep needs a value", "clean"},
-        {{L"clean", L"--keep", L"-1"}, "--keep needs a number, not -1", "clean"},
-        {{L"clean", L"--keep", L"1x"}, "--keep needs a number, not 1x", "clean"},
-        {{L"clean", L"--keep", L"4294967296"}, "--keep needs a number, not 4294967296", "clean"},
+        {{L"clean", L"--keep", L"-1"},
+         "--keep needs a number from 0 to 999999999, not -1",
+         "clean"},
+        {{L"clean", L"--keep", L"1x"},
+         "--keep needs a number from 0 to 999999999, not 1x",
+         "clean"},
+        {{L"clean", L"--keep", L"4294967296"},
+         "--keep needs a number from 0 to 999999999, not 4294967296",
+         "clean"},
     };
     for (const WrongUsage& test : cases) {
         const ToolResult result = CallTool(test.arguments);
