@@ -1,7 +1,5 @@
 #include <filesystem>
 
-#include "support/canonical_path.h"
-#include "support/file_system.h"
 #include "updatectl/command_options.h"
 #include "updatectl/file_access.h"
 #include "updatectl/json_text.h"
@@ -34,12 +32,10 @@ int RunDescribe(std::span<const std::wstring> tokens) {
 
     [[maybe_unused]] const ProgressLine progress("Reading the setup program");
     const std::wstring version = VersionOf(application);
-    const std::string sha256 = DigestOf(setup);
-    // The size of what a link leads to, as the digest is.
-    const std::uintmax_t size = FileSize(CanonicalPath(setup));
+    const FileFacts facts = FactsOf(setup);
     PrintOutput(JsonObject({{"version", JsonString(version)},
-                            {"size", std::to_string(size)},
-                            {"sha256", JsonString(sha256)},
+                            {"size", std::to_string(facts.size)},
+                            {"sha256", JsonString(facts.sha256)},
                             {"setup", JsonString(setup.filename().native())}}) +
                 "\n");
     return kToolDone;

@@ -1,9 +1,12 @@
 #include "updatectl/file_access.h"
 
+#include <span>
 #include <stdexcept>
 
 #include "support/canonical_path.h"
 #include "support/file_digest.h"
+#include "support/file_reading.h"
+#include "support/file_system.h"
 #include "support/version_information.h"
 #include "support/windows_api.h"
 #include "updatectl/output.h"
@@ -20,8 +23,7 @@ Answer AskAboutFile(const std::filesystem::path& file,
     try {
         return question(file);
     } catch (const std::runtime_error& failure) {
-        throw std::runtime_error("Cannot use " + PrintableText(file.native()) + ": " +
-                                 failure.what());
+        RaiseUnusable(file, failure.what());
     }
 }
 
@@ -48,8 +50,33 @@ UniqueHandle OpenForReading(const std::filesystem::path& file) {
     return handle;
 }
 
+void RaiseUnusable(const std::filesystem::path& file, const std::string& reason) {
+    throw std::runtime_error("Cannot use " + PrintableText(file.native()) + ": " + reason);
+}
+
+std::string ContentOf(const std::filesystem::path& file, std::size_t most) {
+    const UniqueHandle readable = OpenForReading(file);
+    std::string content;
+    const bool whole = VisitPortions(readable.get(), [&](std::span<char> portion) {
+        content.append(portion.data(), portion.size());
+        return content.size() <= most;
+    });
+    if (content.size() > most) {
+        RaiseUnusable(file, "it has more than " + std::to_string(most) + " bytes");
+    }
+    if (!whole) {
+        RaiseUnusable(file, "it cannot be read to its end");
+    }
+    return content;
+}
+
 std::string DigestOf(const std::filesystem::path& file) {
     return AskAboutFile(file, FileSha256Hex);
+}
+
+FileFacts FactsOf(const std::filesystem::path& file) {
+    const std::string sha256 = DigestOf(file);
+    return {FileSize(CanonicalPath(file)), sha256};
 }
 
 std::wstring VersionOf(const std::filesystem::path& executable) {
