@@ -25,6 +25,8 @@ Commands for a release:
   inventory   writes the list of the program's files by which an installation is checked
   verify      checks a program against its list
   describe    prints a release's data for the update feed
+  publish     makes a release's update feed, which you sign in between
+  feed        verifies an update feed and shows what it says
 Commands for a user's machine, which need an administrator's rights:
   restore     puts the previous program back after an interrupted update
   clean       removes the directories that earlier updates left
@@ -37,8 +39,9 @@ Exit codes: 0 done; 1 the check failed or the work could not be done; 2 wrong us
 
 constexpr std::wstring_view kHelpFlag = L"--help";
 
-constexpr std::array<const ToolCommand*, 5> kCommands = {
-    &kInventoryCommand, &kVerifyCommand, &kDescribeCommand, &kRestoreCommand, &kCleanCommand};
+constexpr std::array<const ToolCommand*, 7> kCommands = {
+    &kInventoryCommand, &kVerifyCommand,  &kDescribeCommand, &kPublishCommand,
+    &kFeedCommand,      &kRestoreCommand, &kCleanCommand};
 
 // Returns the help with the application's own names in the places that it leaves for them.
 std::string WithNames(std::string_view help) {

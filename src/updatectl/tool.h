@@ -27,6 +27,8 @@ struct ToolCommand {
 extern const ToolCommand kInventoryCommand;
 extern const ToolCommand kVerifyCommand;
 extern const ToolCommand kDescribeCommand;
+extern const ToolCommand kPublishCommand;
+extern const ToolCommand kFeedCommand;
 extern const ToolCommand kRestoreCommand;
 extern const ToolCommand kCleanCommand;
 

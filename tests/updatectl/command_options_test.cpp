@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <optional>
+
+#include "updatectl/output.h"
 
 namespace updater {
 namespace {
@@ -48,6 +51,36 @@ TEST(CommandOptions, RefusesARequiredValueThatIsMissingOrRepeated) {
     EXPECT_THAT([] { OnlyValue(Read({}), L"--keep"); }, RaisesUsageError("--keep is missing"));
     EXPECT_THAT([] { OnlyValue(Read({L"--keep", L"1", L"--keep", L"1"}), L"--keep"); },
                 RaisesUsageError("--keep is repeated"));
+}
+
+TEST(CommandOptions, NeedNotAllBeGiven) {
+    EXPECT_EQ(OptionalValue(Read({L"--keep", L"1"}), L"--keep"), L"1");
+    EXPECT_EQ(OptionalValue(Read({L"--exclude", L"1"}), L"--keep"), std::nullopt);
+    EXPECT_THAT([] { OptionalValue(Read({L"--keep", L"1", L"--keep", L"1"}), L"--keep"); },
+                RaisesUsageError("--keep is repeated"));
+}
+
+TEST(CommandOptions, ExcludeEachOther) {
+    const auto givenOf = [](const std::vector<std::wstring>& tokens) {
+        return GivenOf(Read(tokens), L"--keep", L"--exclude");
+    };
+    EXPECT_EQ(givenOf({L"--keep", L"1"}), L"--keep");
+    EXPECT_EQ(givenOf({L"--exclude", L"1"}), L"--exclude");
+    EXPECT_THAT([&] { givenOf({L"--json"}); }, RaisesUsageError("--keep or --exclude is missing"));
+    EXPECT_THAT([&] { givenOf({L"--exclude", L"1", L"--keep", L"1"}); },
+                RaisesUsageError("--keep and --exclude exclude each other"));
+}
+
+TEST(CommandOptions, AreNumbersWithinTheirRange) {
+    constexpr NumberRange kRange = {3, 4294967294};
+    EXPECT_EQ(ReadNumber(L"--keep", L"3", kRange), 3U);
+    EXPECT_EQ(ReadNumber(L"--keep", L"0004294967294", kRange), 4294967294U);
+    for (const wchar_t* value : {L"2", L"4294967295", L"4294967299", L"99999999999999999999", L"",
+                                 L"-3", L"+3", L" 3", L"3 ", L"3x", L"0x3", L"\u0663"}) {
+        EXPECT_THROW(ReadNumber(L"--keep", value, kRange), UsageError) << PrintableText(value);
+    }
+    EXPECT_THAT([&] { ReadNumber(L"--keep", L"x\t", kRange); },
+                RaisesUsageError("--keep needs a number from 3 to 4294967294, not x<U+0009>"));
 }
 
 TEST(CommandOptions, RefusesTooFewAndTooManyOperands) {

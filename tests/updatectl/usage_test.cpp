@@ -14,7 +14,8 @@ using testing::StartsWith;
 TEST(Usage, ShowsTheToolsHelpAndVersion) {
     const ToolResult help = CallTool({L"--help"});
     EXPECT_EQ(help.exitCode, 0U);
-    for (const char* command : {"inventory", "verify", "describe", "restore", "clean"}) {
+    for (const char* command :
+         {"inventory", "verify", "describe", "publish", "feed", "restore", "clean"}) {
         EXPECT_THAT(help.output, HasSubstr(std::string("\n  ") + command + " "));
     }
     EXPECT_THAT(help.output, HasSubstr("Exit codes: 0 done; 1 the check failed or the work could "
@@ -48,6 +49,17 @@ TEST(Usage, ShowsEachCommandsHelpWhateverElseIsGiven) {
          "Usage: " IDENTITY_RELEASE_TOOL_STEM " describe SETUP --app " IDENTITY_EXECUTABLE_WORD
          "\n",
          {"--app " IDENTITY_EXECUTABLE_WORD " "}},
+        {L"publish",
+         "Usage: " IDENTITY_RELEASE_TOOL_STEM " publish SETUP --app " IDENTITY_EXECUTABLE_WORD
+         " --issue N --days N [OPTIONS]\n       " IDENTITY_RELEASE_TOOL_STEM
+         " publish SETUP --signature FILE --key PUBLIC [--output DIR]\n",
+         {"--app " IDENTITY_EXECUTABLE_WORD " ", "--issue N ", "--after FILE ", "--expires TIME ",
+          "--days N ", "--channel NAME ", "--address URL ", "--lowest VERSION ", "--share N ",
+          "--notes URL ", "--published TIME ", "--output DIR ", "--signature FILE ",
+          "--key PUBLIC ", "openssl dgst -sha256 -sign"}},
+        {L"feed",
+         "Usage: " IDENTITY_RELEASE_TOOL_STEM " feed FILE --key PUBLIC... [--json]\n",
+         {"--key PUBLIC ", "--json ", "The exit code is 0 only if"}},
         {L"restore",
          "Usage: " IDENTITY_RELEASE_TOOL_STEM
          " restore --staging DIR --install-dir DIR [--force]\n",
@@ -101,6 +113,17 @@ TEST(Usage, IsRefusedWithExitCode2AndAWordOnWhy) {
         {{L"describe", L"a"}, "--app is missing", "describe"},
         {{L"describe", L"--app", L"a"}, "SETUP is missing", "describe"},
         {{L"describe", L"a", L"--app", L"b", L"--app", L"b"}, "--app is repeated", "describe"},
+        {{L"publish", L"--issue", L"1"}, "SETUP is missing", "publish"},
+        {{L"publish", L"a", L"b"}, "b is one argument too many", "publish"},
+        {{L"publish", L"a", L"--json"}, "--json is not an option of this command", "publish"},
+        {{L"publish", L"a", L"--issue"}, "--issue needs a value", "publish"},
+        {{L"publish", L"a", L"--issue", L"1", L"--days", L"1"}, "--app is missing", "publish"},
+        {{L"feed", L"--key", L"a"}, "FILE is missing", "feed"},
+        {{L"feed", L"a"}, "--key is missing", "feed"},
+        {{L"feed", L"a", L"b", L"--key", L"c"}, "b is one argument too many", "feed"},
+        {{L"feed", L"a", L"--signature", L"b"},
+         "--signature is not an option of this command",
+         "feed"},
         {{L"restore", L"--staging", L"a"}, "--install-dir is missing", "restore"},
         {{L"restore", L"--install-dir", L"a"}, "--staging is missing", "restore"},
         {{L"restore", L"--staging", L"a", L"--install-dir", L"b", L"c"},

@@ -1,0 +1,53 @@
+#include "updatectl/publication.h"
+
+#include "fixtures/file_content.h"
+#include "support/file_system.h"
+#include "updatectl/stored_feeds.h"
+
+namespace updater {
+
+Publication::Publication() {
+    WriteFileContent(setup, kStoredSetup);
+    CopyToNewFile(Application2(), application);
+    Write(L"key.pub", kPublicKey);
+    Write(L"other.pub", kOtherPublicKey);
+}
+
+ToolResult Publication::Prepare(const std::vector<std::wstring>& more) const {
+    std::vector<std::wstring> arguments = {L"publish",  setup.native(),
+                                           L"--app",    application.native(),
+                                           L"--output", directory.native()};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return CallTool(arguments);
+}
+
+ToolResult Publication::PreparePlain() const {
+    return Prepare({L"--issue", L"7", L"--published", L"2026-11-22T18:31:00Z", L"--expires",
+                    L"2099-12-31T23:59:59Z"});
+}
+
+ToolResult Publication::Sign(const std::wstring& signature, const std::wstring& key) const {
+    return CallTool({L"publish", setup.native(), L"--signature", (directory / signature).native(),
+                     L"--key", (directory / key).native(), L"--output", directory.native()});
+}
+
+std::string Publication::Content(const wchar_t* name) const {
+    return ReadFileContent(directory / name);
+}
+
+std::wstring Publication::Write(const wchar_t* name, const std::string& content) const {
+    WriteFileContent(directory / name, content);
+    return (directory / name).native();
+}
+
+std::vector<std::wstring> Publication::Written() const {
+    std::vector<std::wstring> names;
+    for (const auto& [name, content] : ReadTreeContent(directory)) {
+        if (name.starts_with(L"update-feed.")) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+}  // namespace updater

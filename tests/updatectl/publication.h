@@ -1,0 +1,42 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "fixtures/application_names.h"
+#include "fixtures/temporary_directory.h"
+#include "updatectl/tool_call.h"
+
+namespace updater {
+
+/// A release that is to be published: the setup program of stored_feeds.h, the application of
+/// version 2.0.0.0, and the public keys "key.pub" and "other.pub".
+struct Publication {
+    Publication();
+
+    /// Runs the first step with these options and those that every one needs.
+    [[nodiscard]] ToolResult Prepare(const std::vector<std::wstring>& more) const;
+
+    /// Runs the first step so that it makes the plain feed of stored_feeds.h.
+    [[nodiscard]] ToolResult PreparePlain() const;
+
+    /// Runs the second step with two files of the directory.
+    [[nodiscard]] ToolResult Sign(const std::wstring& signature, const std::wstring& key) const;
+
+    /// Returns a file of the directory.
+    [[nodiscard]] std::string Content(const wchar_t* name) const;
+
+    /// Writes a file into the directory and returns its path.
+    std::wstring Write(const wchar_t* name, const std::string& content) const;
+
+    /// Returns the names of what the tool has written, or begun to write, in their order.
+    [[nodiscard]] std::vector<std::wstring> Written() const;
+
+    TemporaryDirectory temporary;
+    std::filesystem::path directory = temporary.path / L"release";
+    std::filesystem::path setup = directory / L"program 2.exe";
+    std::filesystem::path application = directory / kExecutableName;
+};
+
+}  // namespace updater
