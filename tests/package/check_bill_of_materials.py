@@ -20,7 +20,9 @@ LIBRARIES = {
     "mingw-w64": {"libmingw32.a", "libmingwex.a", "libmsvcrt.a", "libkernel32.a", "libmoldname.a",
                   "libadvapi32.a", "libshell32.a", "libuser32.a"},
 }
-OWN = {"libupdater-core.a", "libupdatectl-commands.a"}
+OWN = {"libupdater-core.a", "libupdate-client.a", "libupdatectl-commands.a"}
+# Libraries that are all headers show by the names of their functions.
+HEADERS = {"nlohmann-json": "8nlohmann"}
 GDTOA = re.compile(r"-(gdtoa|dmisc|gmisc|smisc|mingw_pformat)\.o$")
 
 
@@ -40,6 +42,8 @@ def parts_in_map(path):
         parts.update(found)
         if GDTOA.search(member):
             parts.add("gdtoa")
+    placed = text[text.index("Linker script and memory map"):]
+    parts.update(part for part, mark in HEADERS.items() if mark in placed)
     return parts
 
 
