@@ -1,35 +1,19 @@
 #include <windows.h>
 
+#include <corvellan_update.h>
+
 #include <exception>
-#include <optional>
+#include <filesystem>
 #include <string>
 
 #include "application.h"
 #include "names.h"
 #include "session_log.h"
-#include "text.h"
-#include "update_job.h"
 #include "update_notice.h"
-#include "update_status.h"
+#include "update_session.h"
 #include "window.h"
 
 namespace {
-
-// What the user has not been told yet about the last update; often nothing.
-std::wstring DescribeLastUpdate(const corvellan::Application& application) {
-    const auto job = corvellan::LastJobDirectory();
-    if (!job || corvellan::WasOutcomeTold(*job)) {
-        return L"";
-    }
-    const std::optional<corvellan::UpdateStatus> status = corvellan::ReadUpdateStatus(*job);
-    if (!status) {
-        return L"";
-    }
-    if (corvellan::IsOutcome(*status)) {
-        corvellan::MarkOutcomeTold(*job);
-    }
-    return corvellan::DescribeStatus(*status, application.version);
-}
 
 void RunApplication() {
     const std::wstring commandLine = GetCommandLineW();
@@ -38,16 +22,20 @@ void RunApplication() {
         return;
     }
     const corvellan::Application application = corvellan::DescribeApplication();
-    if (corvellan::IsUpdateBeingInstalled() && !corvellan::IsStartedAnyway(commandLine)) {
+    if (AppUpdateIsBeingInstalled() != 0 && !corvellan::IsStartedAnyway(commandLine)) {
         corvellan::StartUpdateNotice(application);
         return;
     }
-    const std::wstring outcome = DescribeLastUpdate(application);
+    corvellan::Greeting greeting;
+    const corvellan::UniqueSession session =
+        corvellan::OpenUpdateSession(application, greeting.updateStatus);
+    const std::wstring outcome = corvellan::TakeOutcomeText(session.get());
     corvellan::AppendSession(application, outcome);
-    corvellan::ShowMainWindow(application, outcome.empty() ? std::wstring(L"Welcome to ") +
-                                                                 corvellan::kApplicationName +
-                                                                 L" " + application.version
-                                                           : outcome);
+    greeting.message = outcome.empty()
+                           ? std::wstring(L"Welcome to ") + corvellan::kApplicationName + L" " +
+                                 application.version
+                           : outcome;
+    corvellan::ShowMainWindow(application, greeting, session.get());
 }
 
 }  // namespace
@@ -57,8 +45,8 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
         RunApplication();
         return 0;
     } catch (const std::exception& error) {
-        MessageBoxW(nullptr, corvellan::Widen(error.what()).c_str(), corvellan::kApplicationName,
-                    MB_OK | MB_ICONERROR);
+        MessageBoxW(nullptr, std::filesystem::path(error.what()).c_str(),
+                    corvellan::kApplicationName, MB_OK | MB_ICONERROR);
         return 1;
     }
 }

@@ -7,14 +7,10 @@ namespace corvellan {
 /// What its windows call the application.
 extern const wchar_t kApplicationName[];
 
-/// The application's executable and the updater, both in the installation directory.
+/// The application's executable, in the installation directory.
 extern const wchar_t kExecutable[];
-extern const wchar_t kUpdaterExecutable[];
 
 /// The application's directory in the user's local data.
 extern const wchar_t kLocalDirectory[];
-
-/// The mutex that the updater holds while it installs.
-extern const wchar_t kInstallMutex[];
 
 }  // namespace corvellan

@@ -3,14 +3,16 @@
 #include <windows.h>
 
 #include <fstream>
-#include <string_view>
 #include <system_error>
-
-#include "text.h"
 
 namespace corvellan {
 
 namespace {
+
+// A path's narrow form is UTF-8, by the manifest.
+std::string Narrow(const std::filesystem::path& text) {
+    return text.string();
+}
 
 bool IsElevated() {
     TOKEN_ELEVATION elevation{};
@@ -28,7 +30,7 @@ void AppendSession(const Application& application, const std::wstring& updateOut
     std::ofstream log(application.installDirectory / L"sessions.log",
                       std::ios::binary | std::ios::app);
     log << Narrow(application.version) << '\t' << GetCurrentProcessId() << '\t'
-        << (IsElevated() ? '1' : '0') << '\t' << Narrow(workingDirectory.native()) << '\t'
+        << (IsElevated() ? '1' : '0') << '\t' << Narrow(workingDirectory) << '\t'
         << Narrow(updateOutcome) << '\n';
 }
 

@@ -1,19 +1,17 @@
 #include "update_notice.h"
 
+#include <corvellan_update.h>
 #include <windows.h>
 
 #include <filesystem>
 #include <system_error>
 
 #include "controls.h"
-#include "handle.h"
 #include "names.h"
 
 namespace corvellan {
 
 namespace {
-
-// The updater's worker holds it from the prompt to the outcome.
 
 constexpr std::wstring_view kNoticeOption = L" --being-updated ";
 constexpr std::wstring_view kStartAnywayOption = L" --start-anyway";
@@ -31,9 +29,9 @@ void StartProgram(const std::filesystem::path& executable, const std::wstring& a
         throw std::system_error(static_cast<int>(GetLastError()), std::system_category(),
                                 "Cannot start the application");
     }
-    const UniqueHandle process(started.hProcess);
-    const UniqueHandle thread(started.hThread);
     AllowSetForegroundWindow(started.dwProcessId);
+    CloseHandle(started.hThread);
+    CloseHandle(started.hProcess);
 }
 
 INT_PTR CALLBACK ProcessNotice(HWND notice, UINT message, WPARAM wParam, LPARAM) {
@@ -42,7 +40,7 @@ INT_PTR CALLBACK ProcessNotice(HWND notice, UINT message, WPARAM wParam, LPARAM)
             SetTimer(notice, kLookTimer, kLookInterval, nullptr);
             return TRUE;
         case WM_TIMER:
-            if (!IsUpdateBeingInstalled()) {
+            if (AppUpdateIsBeingInstalled() == 0) {
                 EndDialog(notice, IDCANCEL);
             }
             return TRUE;
@@ -55,12 +53,6 @@ INT_PTR CALLBACK ProcessNotice(HWND notice, UINT message, WPARAM wParam, LPARAM)
 }
 
 }  // namespace
-
-bool IsUpdateBeingInstalled() {
-    const UniqueHandle mutex(OpenMutexW(SYNCHRONIZE, FALSE, kInstallMutex));
-    // It may exist without being anybody's to open.
-    return mutex != nullptr || GetLastError() == ERROR_ACCESS_DENIED;
-}
 
 void StartUpdateNotice(const Application& application) {
     const std::filesystem::path executable = application.installDirectory / kExecutable;

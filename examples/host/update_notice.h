@@ -12,9 +12,6 @@ namespace corvellan {
 // previous program back: so it says what is going on and ends. And because a program that shows a
 // window is in the way as well, a copy of it outside the installation directory does the talking.
 
-/// True while an update is being installed, or somebody makes believe that it is.
-bool IsUpdateBeingInstalled();
-
 /// Lets a copy of the application tell the user that it is being updated; returns without waiting.
 void StartUpdateNotice(const Application& application);
 

@@ -1,12 +1,24 @@
 #pragma once
 
+#include <corvellan_update.h>
+
 #include <string>
 
 #include "application.h"
 
 namespace corvellan {
 
-/// Shows the application's window with `message` in it, and returns when the window is closed.
-void ShowMainWindow(const Application& application, const std::wstring& message);
+/// What the window begins with.
+struct Greeting {
+    /// A welcome, or how the last update ended.
+    std::wstring message;
+    /// How it stands with updates.
+    std::wstring updateStatus;
+};
+
+/// Shows the application's window and returns when it is closed. Looks for an update at once, and
+/// never without a session.
+void ShowMainWindow(const Application& application, const Greeting& greeting,
+                    AppUpdateSession* session);
 
 }  // namespace corvellan
