@@ -1,69 +1,177 @@
-#include <gtest/gtest.h>
+// Updates that the application itself finds on a server, downloads and starts, from its own window.
+
+#include <gmock/gmock.h>
 
 #include <optional>
 
-#include "end_to_end/build_outputs.h"
+#include "controls.h"
 #include "end_to_end/update_expectations.h"
+#include "end_to_end/update_request.h"
 #include "end_to_end/waiting.h"
 #include "end_to_end/window_text.h"
-#include "fixtures/scoped_variable.h"
+#include "fixtures/file_content.h"
 #include "support/file_system.h"
 
 namespace updater {
 
 namespace {
 
-// Updates that the application itself starts, from its own window.
+using testing::HasSubstr;
+
+constexpr char kCancelled[] = "Cancelled; nothing was changed";
+constexpr char kNotTrusted[] =
+    "What the update server offers cannot be trusted; nothing was changed\n";
+
 struct RequestedUpdate : UpdateTest {
-    void Request(const wchar_t* setupName, const std::string& version) {
-        const std::filesystem::path feed = InWorkspace(L"更新 源");
-        OfferInFeed(feed, SetupProgram(setupName), version);
-        RequestUpdate(*this, feed);
+    void Publish(const wchar_t* setupName, const std::string& query = "") {
+        PublishRelease(publication, SetupProgram(setupName), "2.0.0.0", query);
     }
 
-    [[nodiscard]] std::string OutcomeToldAtRestart() const {
+    void Request() { RequestUpdate(*this, publication, "2.0.0.0"); }
+
+    void StartDownload() {
+        StartWithFeed(*this, publication);
+        AwaitUpdateStatus(application, "Version 2.0.0.0 is available (");
+        PressButton(application, ID_DOWNLOAD);
+    }
+
+    // Starts a download that comes no further than to this byte.
+    void StartStalledDownload(const std::string& query) {
+        Publish(L"v2", query);
+        StartDownload();
+        AwaitUpdateStatus(application, "Version 2.0.0.0 is being downloaded: 1.0 MB of ");
+    }
+
+    // One line for each download that was begun: the range that was asked for.
+    [[nodiscard]] std::vector<std::string> Downloads() const {
+        return publication.servers.Requests(kUnruly);
+    }
+
+    void ExpectDownloadThatWentOn() const {
+        const std::vector<std::string> downloads = Downloads();
+        ASSERT_EQ(downloads.size(), 2U);
+        EXPECT_THAT(downloads[0], HasSubstr(" 200 \"\" "));
+        EXPECT_THAT(downloads[1], HasSubstr(" 206 \"bytes=1000000-\" "));
+    }
+
+    [[nodiscard]] std::string OutcomeToldAtStart(const Application& started) const {
+        const std::optional<Session> session = FindSession(job.installDirectory, started);
+        return session ? session->updateOutcome : "no line in the log";
+    }
+
+    // It is told once, at the restart.
+    void ExpectOutcome(const std::string& outcome) const {
         const Application restarted = AwaitApplication(job.installDirectory);
-        const std::optional<Session> session = FindSession(job.installDirectory, restarted);
-        return session ? session->updateOutcome : std::string();
+        EXPECT_EQ(OutcomeToldAtStart(restarted), outcome);
+        CloseApplication(restarted);
+        const FeedVariables feed(publication);
+        const Application again = StartApplication(job.installDirectory);
+        EXPECT_EQ(OutcomeToldAtStart(again), "");
+        CloseApplication(again);
     }
 
     ScopedVariable userData{L"LOCALAPPDATA", InWorkspace(L"本地 数据").native()};
+    Publication publication;
 };
 
-TEST_F(RequestedUpdate, EndsWithTheNewVersionTellingItsUser) {
-    Request(L"v2", "2.0.0.0");
+TEST_F(RequestedUpdate, EndsWithTheNewVersionTellingItsUserThoughTheDownloadBroke) {
+    Publish(L"v2", "?cut=1000000&times=1");
+    Request();
+    ExpectDownloadThatWentOn();
     AnswerPrompt();
 
     EXPECT_EQ(AwaitBroker(), 0U);
-    EXPECT_EQ(FindInventoryDifferences(job.installDirectory), std::vector<std::string>());
-    EXPECT_EQ(OutcomeToldAtRestart(), "Updated to 2.0.0.0");
+    ExpectVersion2(*this);
+    ExpectOutcome("Updated to 2.0.0.0");
 }
 
 TEST_F(RequestedUpdate, EndsWithThePreviousVersionTellingItsUserWhatFailed) {
-    Request(L"v2-empty-inventory", "2.0.0.0");
+    Publish(L"v2-empty-inventory");
+    Request();
     AnswerPrompt();
 
-    ExpectErrorBox(
-        *this,
-        RecordText("failed", "Installed program inventory is empty; previous program restored", 1));
-    EXPECT_EQ(OutcomeToldAtRestart(),
-              "The update failed and the previous program is in place: Installed program inventory "
-              "is empty");
+    constexpr char kWhatFailed[] =
+        "Installed program inventory is empty; previous program restored";
+    ExpectErrorBox(*this, RecordText("failed", kWhatFailed, 1));
+    ExpectOutcome(std::string("The update failed and the previous program is in place: ") +
+                  kWhatFailed);
     ExpectNothingChanged(*this);
 }
 
 TEST_F(RequestedUpdate, LeavesTheApplicationOpenWhenItsUserCancelsDuringThePrompt) {
-    Request(L"v2", "2.0.0.0");
-    PressCancel(application);
+    Publish(L"v2");
+    Request();
+    PressButton(application, ID_CANCEL_UPDATE);
     AwaitCondition("the cancel marker", [&] { return PathExists(job.jobDirectory / L"cancel"); });
     AnswerPrompt();
 
     EXPECT_EQ(AwaitBroker(), 2U);
-    const std::vector<HWND> windows = ListWindows(application.id);
-    ASSERT_EQ(windows.size(), 1U);
-    AwaitCondition("the application to tell its user",
-                   [&] { return DialogText(windows[0]) == L"The update was cancelled"; });
+    AwaitUpdateStatus(application, kCancelled);
     ExpectNothingChanged(*this);
+    CloseApplication(application);
+    const FeedVariables feed(publication);
+    const Application again = StartApplication(job.installDirectory);
+    EXPECT_EQ(OutcomeToldAtStart(again), "");
+    CloseApplication(again);
+}
+
+TEST_F(RequestedUpdate, GoesOnWithADownloadThatItsUserCancelled) {
+    StartStalledDownload("?stall=1000000&times=1");
+    PressButton(application, ID_CANCEL_UPDATE);
+    AwaitUpdateStatus(application, kCancelled);
+    PressButton(application, ID_DOWNLOAD);
+    AwaitUpdateStatus(application, "Version 2.0.0.0 is ready to install");
+    ExpectDownloadThatWentOn();
+    CloseApplication(application);
+}
+
+TEST_F(RequestedUpdate, GoesOnWithADownloadAtTheNextStart) {
+    StartStalledDownload("?stall=1000000&times=1");
+    CloseApplication(application);
+    StartWithFeed(*this, publication);
+    DownloadOffered(*this, "2.0.0.0");
+    ExpectDownloadThatWentOn();
+    CloseApplication(application);
+}
+
+TEST_F(RequestedUpdate, RefusesAFeedThatSomebodyHasChanged) {
+    Publish(L"v2");
+    TamperWithFeed(publication);
+    StartWithFeed(*this, publication);
+    AwaitUpdateStatus(application, kNotTrusted);
+    EXPECT_THAT(UpdateStatusText(application), HasSubstr("signature"));
+    // There is nothing that could be downloaded, whatever is pressed; the next check says the same.
+    PressButton(application, ID_DOWNLOAD);
+    PressButton(application, ID_UPDATE);
+    PressButton(application, ID_CHECK);
+    AwaitCondition("the second request",
+                   [&] { return publication.servers.Requests(kNginx).size() == 2; });
+    AwaitUpdateStatus(application, kNotTrusted);
+    EXPECT_EQ(Downloads(), std::vector<std::string>());
+    CloseApplication(application);
+}
+
+TEST_F(RequestedUpdate, RefusesASetupProgramThatSomebodyHasChanged) {
+    Publish(L"v2", "?wrong=1000000");
+    StartDownload();
+    AwaitUpdateStatus(application, kNotTrusted);
+    PressButton(application, ID_UPDATE);
+    CloseApplication(application);
+    ExpectNothingChanged(*this);
+}
+
+TEST_F(RequestedUpdate, SaysSoWhenThereIsNothingNew) {
+    PublishRelease(publication, SetupProgram(L"v1"), "1.0.0.0");
+    StartWithFeed(*this, publication);
+    AwaitUpdateStatus(application, "The application is up to date");
+    CloseApplication(application);
+}
+
+TEST_F(RequestedUpdate, IsNotOfferedWithoutAFeed) {
+    application = StartApplication(job.installDirectory);
+    EXPECT_EQ(UpdateStatusText(application), "This copy is not told where to look for updates");
+    EXPECT_EQ(OutcomeToldAtStart(application), "");
+    CloseApplication(application);
 }
 
 }  // namespace

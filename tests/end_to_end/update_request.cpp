@@ -1,4 +1,4 @@
-// Updates that the application itself asks for.
+#include "end_to_end/update_request.h"
 
 #include <algorithm>
 #include <utility>
@@ -7,10 +7,7 @@
 #include "controls.h"
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/waiting.h"
-#include "end_to_end/whole_update.h"
 #include "end_to_end/window_text.h"
-#include "fixtures/file_content.h"
-#include "support/file_digest.h"
 #include "support/file_system.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
@@ -19,11 +16,24 @@ namespace updater {
 
 namespace {
 
-void PressButton(const Application& application, WPARAM button) {
-    for (HWND window : ListWindows(application.id)) {
-        PostMessageW(window, WM_COMMAND, button, 0);
+// Puts another program in the installed updater's place; the application copies it from there.
+struct UpdaterInStead {
+    UpdaterInStead(const std::filesystem::path& installDirectory,
+                   const std::filesystem::path& program)
+        : installed(installDirectory / UpdaterName()), kept(installed.native() + L".kept") {
+        std::filesystem::rename(installed, kept);
+        CopyToNewFile(program, installed);
     }
-}
+    ~UpdaterInStead() {
+        // Nobody runs it here, and what is left if this fails the update's own checks find.
+        MoveFileExW(kept.c_str(), installed.c_str(), MOVEFILE_REPLACE_EXISTING);
+    }
+    UpdaterInStead(const UpdaterInStead&) = delete;
+    UpdaterInStead& operator=(const UpdaterInStead&) = delete;
+
+    std::filesystem::path installed;
+    std::filesystem::path kept;
+};
 
 // The application starts the updater's copy in the job directory.
 void FindUpdater(WholeUpdate& update) {
@@ -43,25 +53,47 @@ void FindUpdater(WholeUpdate& update) {
 
 }  // namespace
 
-void OfferInFeed(const std::filesystem::path& feedDirectory, const std::filesystem::path& setup,
-                 const std::string& version) {
-    const std::filesystem::path offered = feedDirectory / setup.filename();
-    CreateDirectories(feedDirectory);
-    CopyOverFile(setup, offered);
-    WriteFileContent(feedDirectory / L"update-feed.json",
-                     R"({"version":")" + version + R"(","size":)" +
-                         std::to_string(FileSize(offered)) + R"(,"sha256":")" +
-                         FileSha256Hex(offered) + R"(","setup":")" +
-                         WideToUtf8(setup.filename().native()) + R"("})");
+void StartWithFeed(WholeUpdate& update, const Publication& publication) {
+    const StandInVariables variables(update.job.consent, update.eventBaseName);
+    const FeedVariables feed(publication);
+    update.application = StartApplication(update.job.installDirectory);
 }
 
-void RequestUpdate(WholeUpdate& update, const std::filesystem::path& feedDirectory) {
-    {
-        const StandInVariables variables(update.job.consent, update.eventBaseName);
-        const ScopedVariable feed(L"CORVELLAN_FEED", feedDirectory.native());
-        const ScopedVariable updater(L"CORVELLAN_UPDATER", ElevationStandIn().native());
-        update.application = StartApplication(update.job.installDirectory);
+void PressButton(const Application& application, int button) {
+    for (HWND window : ListWindows(application.id)) {
+        PostMessageW(window, WM_COMMAND, static_cast<WPARAM>(button), 0);
     }
+}
+
+std::string UpdateStatusText(const Application& application) {
+    for (HWND window : ListWindows(application.id)) {
+        if (HWND status = GetDlgItem(window, ID_UPDATE_STATUS); status != nullptr) {
+            return WideToUtf8(WindowText(status));
+        }
+    }
+    return "";
+}
+
+void AwaitUpdateStatus(const Application& application, const std::string& beginning) {
+    std::string text;
+    try {
+        AwaitCondition("\"" + beginning + "\" in the application's window", [&] {
+            text = UpdateStatusText(application);
+            return text.starts_with(beginning);
+        });
+    } catch (const TimeOut& timeOut) {
+        throw TimeOut(std::string(timeOut.what()) + "; it says \"" + text + "\"");
+    }
+}
+
+void DownloadOffered(WholeUpdate& update, const std::string& version) {
+    AwaitUpdateStatus(update.application, "Version " + version + " is available (");
+    PressButton(update.application, ID_DOWNLOAD);
+    AwaitUpdateStatus(update.application, "Version " + version + " is ready to install");
+}
+
+void RestartToUpdate(WholeUpdate& update) {
+    const UpdaterInStead standIn(update.job.installDirectory, ElevationStandIn());
     PressButton(update.application, ID_UPDATE);
     AwaitCondition("the application to start the updater", [&] {
         FindUpdater(update);
@@ -71,8 +103,18 @@ void RequestUpdate(WholeUpdate& update, const std::filesystem::path& feedDirecto
     update.AwaitPrompt();
 }
 
-void PressCancel(const Application& application) {
-    PressButton(application, ID_CANCEL_UPDATE);
+void UpdateWith(const std::filesystem::path& program, const WholeUpdate& update,
+                const std::string& beginning) {
+    const UpdaterInStead other(update.job.installDirectory, program);
+    PressButton(update.application, ID_UPDATE);
+    AwaitUpdateStatus(update.application, beginning);
+}
+
+void RequestUpdate(WholeUpdate& update, const Publication& publication,
+                   const std::string& version) {
+    StartWithFeed(update, publication);
+    DownloadOffered(update, version);
+    RestartToUpdate(update);
 }
 
 }  // namespace updater

@@ -161,16 +161,4 @@ struct WholeUpdate {
     [[nodiscard]] bool HasHelperEnded() const;
 };
 
-/// Puts a setup program and the feed that offers it into a directory.
-void OfferInFeed(const std::filesystem::path& feedDirectory, const std::filesystem::path& setup,
-                 const std::string& version);
-
-/// Starts the job's application unelevated, presses its "Update" button, and returns when the
-/// updater has asked for administrator rights. The application finds the offer in the feed and
-/// makes a job directory of its own below %LOCALAPPDATA%; both become the job's.
-void RequestUpdate(WholeUpdate& update, const std::filesystem::path& feedDirectory);
-
-/// Presses the application's "Cancel update" button.
-void PressCancel(const Application& application);
-
 }  // namespace updater
