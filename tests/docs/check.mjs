@@ -11,8 +11,11 @@ import { readIdentity } from "./identity.mjs";
 import { checkMessages } from "./messages.mjs";
 import { checkOptions } from "./options.mjs";
 import { readPages } from "./pages.mjs";
+import { checkPrograms } from "./programs.mjs";
 import { checkReferences } from "./references.mjs";
+import { checkResults } from "./results.mjs";
 import { removeScenes } from "./scenes.mjs";
+import { checkServers } from "./servers.mjs";
 import { checkWords } from "./words.mjs";
 
 const root = fileURLToPath(new URL("../..", import.meta.url)).replace(/\/$/, "");
@@ -58,12 +61,15 @@ const pages = readPages(root);
 
 const results = [
   checkMessages(root, pages, report),
+  checkResults(root, pages, report),
   checkOptions(root, pages, report),
   checkFacts(root, pages, report),
   checkWords(pages, report),
   checkReferences(root, pages, report),
   checkCommands(root, pages, readTool(), identity, report),
+  checkPrograms(root, pages, report),
   await checkDiagrams(pages, report),
+  await checkServers(pages, report),
 ];
 try {
   results.push(...runConsoles(world, pages, report));

@@ -4,7 +4,7 @@
 // The lines after it, up to the next prompt, are what it prints; without such lines its output is
 // not compared, for Windows' own programs word theirs in many ways. It must exit with 0 either way,
 // unless the page shows "(exit code N)" as the output's last line. A line "$ command" is run by the
-// build machine. In an output, a line "..." stands for any lines, and "…" for any text in a line.
+// build machine, where the scene has a directory for it in that one; its output is compared as well. In an output, a line "..." stands for any lines, and "…" for any text in a line.
 //
 // Above a block, "<!-- scene: NAME -->" sets a machine up and "<!-- then: NAME -->" below one looks
 // at what became of it; see scenes.mjs. "<!-- not run: REASON -->" takes a block out; these are told.
@@ -28,7 +28,7 @@ export function runConsoles(world, pages, report) {
     for (const step of stepsOf(page)) {
       const where = `${page.name}:${step.line}`;
       if (step.scene) {
-        act(scenes, step.scene, world, where, report);
+        act(scenes, step.scene, world, where, report, page);
       } else if (step.outcome) {
         act(outcomes, step.outcome, world, where, report);
       } else if (step.block.reason) {
@@ -50,12 +50,12 @@ function stepsOf(page) {
   return [...marks, ...blocks].sort((one, other) => one.line - other.line);
 }
 
-function act(table, name, world, where, report) {
+function act(table, name, world, where, report, page) {
   if (!table.has(name)) {
     report(where, `nothing is known of "${name}"`);
     return;
   }
-  for (const finding of table.get(name)(world) ?? []) {
+  for (const finding of table.get(name)(world, page) ?? []) {
     report(where, finding);
   }
 }
@@ -88,11 +88,14 @@ function runBlock(world, { page, line, lines }, report) {
 }
 
 function runOnHost(world, text) {
-  if (!hostCommands.has(text)) {
+  if (hostCommands.has(text)) {
+    const [program, tokens] = hostCommands.get(text);
+    return finished(spawnSync(program, tokens, { ...world.spawning, cwd: world.root }));
+  }
+  if (!world.hostDirectory) {
     return { status: "no exit code: it is none of those that this check runs", printed: [] };
   }
-  const [program, tokens] = hostCommands.get(text);
-  return finished(spawnSync(program, tokens, { ...world.spawning, cwd: world.root }));
+  return finished(spawnSync("bash", ["-c", text], { ...world.spawning, cwd: world.hostDirectory }));
 }
 
 function runOnWindows(world, place, text) {

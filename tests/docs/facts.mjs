@@ -14,7 +14,7 @@ const facts = [
   ["kPollingInterval", ["docs/architecture.md"], inMilliseconds],
   ["kStagingSecurity", ["docs/security.md"]],
   ["kInstallMutex", ["docs/architecture.md", "docs/security.md"]],
-  ["kCancelMarker", ["README.md", "docs/architecture.md", "docs/integration.md"]],
+  ["kCancelMarker", ["README.md", "docs/architecture.md", "docs/integration-without-library.md"]],
   ["kUninstallKey", ["docs/recovery.md"]],
   ["kAssetExtensions", ["docs/architecture.md", "docs/recovery.md"]],
   ["kAssetNames", ["docs/architecture.md", "docs/recovery.md"]],

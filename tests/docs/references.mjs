@@ -5,8 +5,9 @@ import { dirname, join, normalize } from "node:path";
 import { anchors, inlineCode, prompt } from "./pages.mjs";
 
 const excerptKinds = ["cpp", "iss"];
-const excerptSources = ["examples", "tests"];
-const blockKinds = ["console", "json", "mermaid", "text", ...excerptKinds];
+const excerptSources = ["examples", "src", "tests"];
+// Others look at what these blocks say.
+const blockKinds = ["c", "console", "csharp", "json", "mermaid", "nginx", "text", ...excerptKinds];
 
 export function checkReferences(root, pages, report) {
   const counts = { links: 0, paths: 0, excerpts: 0 };

@@ -17,6 +17,8 @@ const userFiles = new Map([
 
 export const scenes = new Map([
   ["a new release", prepareRelease],
+  ["a built release", prepareBuiltRelease],
+  ["the feed of this page", preparePagesFeed],
   ["an interrupted update", prepareInterruptedUpdate],
 ]);
 
@@ -33,6 +35,7 @@ export function removeScenes(world) {
     rmSync(path, { recursive: true, force: true });
   }
   reg(world, "delete", uninstallKey(world), "/f", "/reg:64");
+  world.hostDirectory = null;
 }
 
 function places({ root, drive, identity }) {
@@ -54,6 +57,25 @@ function prepareRelease(world) {
   rmSync(join(release, "program/program-files.tsv"));
   writeFileSync(join(release, "program/engine.pdb"), "not installed");
   cpSync(join(world.root, "examples/setup/application.iss"), join(release, "application.iss"));
+  world.hostDirectory = release;
+}
+
+function prepareBuiltRelease(world) {
+  removeScenes(world);
+  const { release, next } = places(world);
+  cpSync(next, join(release, "program"), { recursive: true });
+  cpSync(join(world.root, "build/mingw-debug/examples/setups/v2.exe"), join(release, "corvellan-2.exe"));
+}
+
+// The page's first block of JSON is the feed; another one has the key.
+function preparePagesFeed(world, page) {
+  removeScenes(world);
+  const [feed] = page.blocks.filter(({ kind }) => kind === "json");
+  const key = page.blocks.find(({ lines }) => lines[0] === "-----BEGIN PUBLIC KEY-----");
+  world.hostDirectory = places(world).release;
+  mkdirSync(world.hostDirectory, { recursive: true });
+  writeFileSync(join(world.hostDirectory, "update-feed.json"), feed.lines.join("\n"));
+  writeFileSync(join(world.hostDirectory, "update-key.pub.pem"), `${key.lines.join("\n")}\n`);
 }
 
 // Program files that the next version has and the previous one has not; the restore must take them

@@ -4,16 +4,25 @@ import { readFileSync, readdirSync } from "node:fs";
 import { join } from "node:path";
 import { readIdentity } from "./identity.mjs";
 
-// The release tool has messages of its own, which never reach a status file.
-const otherPrograms = ["updatectl"];
+// The release tool has messages of its own, which never reach a status file, and so has the library.
+const otherPrograms = ["updatectl", "client"];
 
 // Returns the updater's source files as { name, tokens }.
 export function readUpdaterSource(root) {
+  return readSource(root, (module) => !otherPrograms.includes(module));
+}
+
+// Returns those of the application's half of an update.
+export function readClientSource(root) {
+  return readSource(root, (module) => module === "client");
+}
+
+function readSource(root, isWanted) {
   const directory = join(root, "src");
   const identity = readIdentity(root);
   return readdirSync(directory, { recursive: true })
     .map((name) => name.replaceAll("\\", "/"))
-    .filter((name) => /\.(cpp|h)$/.test(name) && !otherPrograms.includes(name.split("/")[0]))
+    .filter((name) => /\.(cpp|h)$/.test(name) && isWanted(name.split("/")[0]))
     .sort()
     .map((name) => {
       const text = readFileSync(join(directory, name), "utf8");
