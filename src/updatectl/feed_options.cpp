@@ -67,8 +67,8 @@ std::string ReadText(const CommandOptions& options, std::wstring_view name, cons
 }
 
 std::string Address(const std::filesystem::path& setup, const CommandOptions& options) {
-    const std::string address = ReadText(options, kAddressOption, "", IsRelativeOrHttpsAddress,
-                                         "an address that is relative or begins with https://");
+    std::string address = ReadText(options, kAddressOption, "", IsRelativeOrHttpsAddress,
+                                   "an address that is relative or begins with https://");
     if (!address.empty()) {
         return address;
     }

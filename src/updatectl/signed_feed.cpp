@@ -14,7 +14,7 @@ namespace updater {
 
 namespace {
 
-constexpr std::size_t kLargestKey = 64UL * 1024UL;
+constexpr std::size_t kLargestKey = 65536;
 
 PublicKey ReadKey(const std::filesystem::path& file) {
     const std::optional<PublicKey> key = ReadPublicKey(ContentOf(file, kLargestKey));

@@ -1,7 +1,10 @@
 #include "updatectl/publication.h"
 
+#include <gtest/gtest.h>
+
 #include "fixtures/file_content.h"
 #include "support/file_system.h"
+#include "support/text_conversion.h"
 #include "updatectl/stored_feeds.h"
 
 namespace updater {
@@ -38,6 +41,14 @@ std::string Publication::Content(const wchar_t* name) const {
 std::wstring Publication::Write(const wchar_t* name, const std::string& content) const {
     WriteFileContent(directory / name, content);
     return (directory / name).native();
+}
+
+void Publication::ExpectUnusable(const ToolResult& result, const wchar_t* file,
+                                 const std::string& reason) const {
+    EXPECT_EQ(result.exitCode, 1U) << reason;
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.error, IDENTITY_RELEASE_TOOL_STEM ": Cannot use " +
+                                WideToUtf8((directory / file).native()) + ": " + reason + "\n");
 }
 
 std::vector<std::wstring> Publication::Written() const {

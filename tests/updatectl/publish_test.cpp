@@ -49,20 +49,12 @@ TEST_F(PublishTest, WritesWhatTheFeedSaysAndTheBytesToBeSigned) {
     const ToolResult result = PreparePlain();
     EXPECT_EQ(result.exitCode, 0U);
     EXPECT_EQ(result.error, "");
-    EXPECT_EQ(result.output,
-              "version        2.0.0.0\n"
-              "size           15\n"
-              "sha256         203e123ece3b15215c5c3a07ae62b5d50f166a05982c75bd422ce69caab1b259\n"
-              "address        program%202.exe\n"
-              "issue          7\n"
-              "published      2026-11-22T18:31:00Z\n"
-              "expires        2099-12-31T23:59:59Z\n"
-              "channel        stable\n"
-              "lowestVersion  0.0.0.0\n"
-              "share          100\n"
-              "notes          \n"
-              "\nTo be signed: " +
-                  WideToUtf8((directory / kToBeSigned).native()) + "\n");
+    EXPECT_EQ(result.output, kShownFeed +
+                                 std::string("lowestVersion  0.0.0.0\n"
+                                             "share          100\n"
+                                             "notes          \n"
+                                             "\nTo be signed: ") +
+                                 WideToUtf8((directory / kToBeSigned).native()) + "\n");
     EXPECT_EQ(Content(kPayload), PlainFeed().payload);
     EXPECT_EQ(Content(kToBeSigned),
               "DSSEv1 44 application/vnd.application-update-feed+json 232 " + PlainFeed().payload);
