@@ -67,7 +67,7 @@ std::string ReadText(const CommandOptions& options, std::wstring_view name, cons
 }
 
 std::string Address(const std::filesystem::path& setup, const CommandOptions& options) {
-    std::string address = ReadText(options, kAddressOption, "", IsRelativeOrHttpsAddress,
+    std::string address = ReadText(options, kAddressOption, "", IsFeedAddress,
                                    "an address that is relative or begins with https://");
     if (!address.empty()) {
         return address;
@@ -156,8 +156,8 @@ Feed FeedOf(const std::filesystem::path& setup, const CommandOptions& options) {
     Feed feed;
     feed.channel = ReadText(options, kChannelOption, "stable", IsChannelName,
                             "a name of the characters a to z, 0 to 9 and -, at most 32");
-    feed.notes =
-        ReadText(options, kNotesOption, "", IsHttpsAddress, "an address that begins with https://");
+    feed.notes = ReadText(options, kNotesOption, "", IsAbsoluteFeedAddress,
+                          "an address that begins with https://");
     feed.address = Address(setup, options);
     const std::optional<std::wstring> share = OptionalValue(options, kShareOption);
     feed.share = share ? ReadNumber(kShareOption, *share, {0, 100}) : 100;
