@@ -26,11 +26,11 @@ Number ReadNumber(const std::uint8_t* bytes) {
 
 // Both are less than the prime, and so is the result. Nothing here is secret: the time that it
 // takes may tell what the numbers are.
-Number Add(const Number& number, const Number& other) {
+Number Add(const Number& left, const Number& right) {
     Number sum{};
     std::uint64_t carry = 0;
     for (std::size_t index = sum.size(); index-- > 0;) {
-        carry += std::uint64_t{number[index]} + other[index];
+        carry += std::uint64_t{left[index]} + right[index];
         sum[index] = static_cast<std::uint32_t>(carry);
         carry >>= 32U;
     }
@@ -46,13 +46,13 @@ Number Add(const Number& number, const Number& other) {
     return sum;
 }
 
-Number Multiply(const Number& number, const Number& other) {
+Number Multiply(const Number& factor, const Number& otherFactor) {
     Number product{};
-    for (const std::uint32_t part : other) {
+    for (const std::uint32_t part : otherFactor) {
         for (std::uint32_t bit = 0x80000000; bit != 0; bit >>= 1U) {
             product = Add(product, product);
             if ((part & bit) != 0) {
-                product = Add(product, number);
+                product = Add(product, factor);
             }
         }
     }

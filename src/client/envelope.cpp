@@ -31,6 +31,10 @@ struct ForeignSignature {
     throw ClientFailure(APP_UPDATE_FEED_MALFORMED, "The feed is not a signed envelope: " + problem);
 }
 
+[[noreturn]] void RaiseBadSignature(const std::string& sentence) {
+    throw ClientFailure(APP_UPDATE_BAD_SIGNATURE, sentence);
+}
+
 template <typename Content>
 const Content& Require(const JsonFields& fields, const std::string& name) {
     const auto* const content = FindJson<Content>(fields, name);
@@ -91,10 +95,11 @@ void RequireGoodSignature(const std::vector<ForeignSignature>& signatures,
             }
         }
     }
-    throw ClientFailure(APP_UPDATE_BAD_SIGNATURE,
-                        signatures.empty() ? "The feed has no signature"
-                        : knownKey.empty() ? "The feed has no signature by a known key"
-                                           : "The feed's signature does not fit; key " + knownKey);
+    if (signatures.empty()) {
+        RaiseBadSignature("The feed has no signature");
+    }
+    RaiseBadSignature(knownKey.empty() ? "The feed has no signature by a known key"
+                                       : "The feed's signature does not fit; key " + knownKey);
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ namespace updater {
 inline constexpr char kFeedPayloadType[] = "application/vnd.application-update-feed+json";
 
 /// The most bytes that an envelope may have.
-inline constexpr std::size_t kLargestEnvelope = 1024UL * 1024UL;
+inline constexpr std::size_t kLargestEnvelope = std::size_t{1024} * 1024;
 
 /// Returns what is signed.
 std::string PreAuthenticationEncoding(std::string_view payload);

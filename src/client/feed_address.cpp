@@ -31,8 +31,9 @@ bool HasOnlyAddressCharacters(std::string_view text) {
 
 // "NAME:" in front of an address makes it an absolute one.
 bool HasScheme(std::string_view address) {
-    const auto end = std::ranges::find_if_not(address, IsInScheme);
-    return end != address.end() && *end == ':' && IsLetter(address.front());
+    const std::size_t colon = address.find(':');
+    return colon != std::string_view::npos && IsLetter(address.front()) &&
+           std::ranges::all_of(address.substr(0, colon), IsInScheme);
 }
 
 // Whether it is "//HOST", whatever follows that.

@@ -30,7 +30,7 @@ constexpr char kTagName[] = "entityTag";
 // other.
 constexpr char kDigestName[] = "feedSha256";
 
-constexpr std::size_t kLargestState = 1024UL * 1024UL;
+constexpr std::size_t kLargestState = std::size_t{1024} * 1024;
 constexpr std::size_t kLongestTag = 1024;
 
 // A zero stands for any digit.

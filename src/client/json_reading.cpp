@@ -41,7 +41,7 @@ struct JsonBuilder {
         return Add({});
     }
     bool string(std::string& value) { return Add({std::move(value)}); }
-    bool binary(Number::binary_t& /*value*/) { return false; }
+    static bool binary(Number::binary_t& /*value*/) { return false; }
     bool start_object(std::size_t /*count*/) { return Open({JsonFields()}); }
     bool end_object() { return Close(); }
     bool start_array(std::size_t /*count*/) { return Open({JsonList()}); }
