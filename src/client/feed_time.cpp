@@ -1,6 +1,7 @@
 #include "client/feed_time.h"
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstddef>
 
@@ -21,11 +22,10 @@ bool HasTimeForm(std::string_view text) {
     });
 }
 
+// The text has nothing but digits there.
 int NumberAt(std::string_view text, std::size_t begin, std::size_t length) {
     int number = 0;
-    for (const char digit : text.substr(begin, length)) {
-        number = 10 * number + (digit - '0');
-    }
+    std::from_chars(text.data() + begin, text.data() + begin + length, number);
     return number;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -44,12 +45,8 @@ JsonReading ReadJsonObject(std::string_view text);
 /// Returns the value of a name as this alternative of `JsonValue`; null when there is none such.
 template <typename Content>
 const Content* FindJson(const JsonFields& fields, std::string_view name) {
-    for (const JsonField& field : fields) {
-        if (field.name == name) {
-            return std::get_if<Content>(&field.value.content);
-        }
-    }
-    return nullptr;
+    const auto field = std::ranges::find(fields, name, &JsonField::name);
+    return field == fields.end() ? nullptr : std::get_if<Content>(&field->value.content);
 }
 
 /// Whether an object has nothing but these names, in any order.

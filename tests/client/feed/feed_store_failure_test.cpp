@@ -115,8 +115,8 @@ TEST_F(FeedStoreFailure, AFileThatCannotBeOpenedLeavesTheOldStore) {
 }
 
 TEST_F(FeedStoreFailure, AFileThatCannotBeReopenedLeavesTheOldStore) {
-    int calls = 0;
     {
+        int calls = 0;
         const ScopedReplacement opening(doubles::CreateFileW, [&](auto... arguments) {
             return ++calls == 2 ? FailWith(ERROR_SHARING_VIOLATION, INVALID_HANDLE_VALUE)
                                 : CreateFileW(arguments...);
@@ -149,8 +149,8 @@ TEST_F(FeedStoreFailure, TheMoveReplacesAndReachesTheDiskWithAWholeFile) {
 // Between the two files: the issue seen is known, and the envelope that does not belong to it is
 // not offered again.
 TEST_F(FeedStoreFailure, AnEnvelopeThatCannotBeReplacedIsNotUsedWithTheNewTag) {
-    int moves = 0;
     {
+        int moves = 0;
         const ScopedReplacement moving(doubles::MoveFileExW, [&](auto... arguments) {
             return ++moves == 2 ? FailWith(ERROR_ACCESS_DENIED) : MoveFileExW(arguments...);
         });
