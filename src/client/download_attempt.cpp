@@ -25,7 +25,7 @@ enum class Answer { Taken, OfAnotherFile };
     throw ClientFailure(APP_UPDATE_WRONG_SIZE,
                         "The server's file has another size than the feed says: " +
                             WideToUtf8(download.order.address) + ", " + std::string(actual) +
-                            " bytes instead of " + std::to_string(download.order.size));
+                            " instead of " + std::to_string(download.order.size) + " bytes");
 }
 
 [[noreturn]] void RaiseServerError(const Download& download) {
@@ -68,8 +68,7 @@ Answer JudgeHead(Download& download, const HttpsHead& head, bool wantsRest) {
 
 void TakeBytes(Download& download, std::span<const char> bytes) {
     if (bytes.size() > download.order.size - download.part.length) {
-        RaiseWrongSize(download,
-                       "more than " + std::to_string(download.part.length + bytes.size() - 1));
+        RaiseWrongSize(download, "more");
     }
     AppendToPartFile(download.part, bytes);
     TellProgress(download.order, download.progress, download.part.length);

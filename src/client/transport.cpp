@@ -26,7 +26,11 @@ namespace updater {
 
 namespace {
 
-constexpr std::size_t kPortionBytes = 256UL * 1024UL;
+// The first portion, and the largest one; each may have twice as many bytes as the one before.
+// Where WinHTTP waits until a portion is full, what has come of it is lost when the connection
+// breaks.
+constexpr std::size_t kFirstPortion = 8UL * 1024UL;
+constexpr std::size_t kLargestPortion = 256UL * 1024UL;
 constexpr int kMostRedirects = 5;
 
 struct InternetCloser {
@@ -52,14 +56,17 @@ struct RequestState {
     explicit RequestState(Closings& transportClosings) : closings(transportClosings) {}
 
     Closings& closings;
-    // Becomes signalled when WinHTTP has done what it was told, or has failed to.
-    UniqueHandle ended;
+    // Becomes signalled when there is something new below.
+    UniqueHandle changed;
+    // Whether WinHTTP has done what it was told, or has failed to.
+    std::atomic<bool> isDone = false;
     DWORD error = ERROR_SUCCESS;
     DWORD bytes = 0;
-    // When something of the answer last came.
+    // When the request had been sent, or 0; and when something of the answer's body last came.
+    std::atomic<ULONGLONG> sentAt = 0;
     std::atomic<ULONGLONG> lastArrival = 0;
     // One is filled while the other one is used.
-    std::array<std::array<char, kPortionBytes>, 2> portions;
+    std::array<std::array<char, kLargestPortion>, 2> portions;
 };
 
 // A request that the caller still waits for. The state belongs to WinHTTP.
@@ -91,7 +98,8 @@ void End(RequestState& state, DWORD error, DWORD bytes) noexcept {
         state.error = error;
     }
     state.bytes = bytes;
-    SetEvent(state.ended.get());
+    state.isDone = true;
+    SetEvent(state.changed.get());
 }
 
 void Release(RequestState* state) noexcept {
@@ -107,6 +115,10 @@ void CALLBACK OnProgress(HINTERNET, DWORD_PTR context, DWORD status, LPVOID info
                          DWORD length) noexcept {
     auto* const state = std::bit_cast<RequestState*>(context);
     switch (status) {
+        case WINHTTP_CALLBACK_STATUS_REQUEST_SENT:
+            state->sentAt = GetTickCount64();
+            SetEvent(state->changed.get());
+            break;
         case WINHTTP_CALLBACK_STATUS_RESPONSE_RECEIVED:
             state->lastArrival = GetTickCount64();
             break;
@@ -196,7 +208,8 @@ RequestState* HandOver(std::unique_ptr<RequestState> state, const UniqueInternet
     auto context = std::bit_cast<DWORD_PTR>(state.get());
     constexpr DWORD kNotifications =
         WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES |
-        WINHTTP_CALLBACK_FLAG_RECEIVE_RESPONSE | WINHTTP_CALLBACK_FLAG_SECURE_FAILURE;
+        WINHTTP_CALLBACK_FLAG_SEND_REQUEST | WINHTTP_CALLBACK_FLAG_RECEIVE_RESPONSE |
+        WINHTTP_CALLBACK_FLAG_SECURE_FAILURE;
     if (WinHttpSetOption(handle.get(), WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof(context)) ==
             0 ||
         WinHttpSetStatusCallback(handle.get(), OnProgress, kNotifications, 0) ==
@@ -209,7 +222,7 @@ RequestState* HandOver(std::unique_ptr<RequestState> state, const UniqueInternet
 
 OpenRequest PrepareRequest(Transport& transport, const HttpsAddress& address) {
     auto state = std::make_unique<RequestState>(transport.closings);
-    state->ended = CreateStateEvent(FALSE);
+    state->changed = CreateStateEvent(FALSE);
     OpenRequest request;
     request.connection.reset(
         WinHttpConnect(transport.session.get(), address.host.c_str(), address.port, 0));
@@ -223,6 +236,8 @@ OpenRequest PrepareRequest(Transport& transport, const HttpsAddress& address) {
     if (!request.handle) {
         RaiseTransportSystemError(GetLastError());
     }
+    // Wine's wait for the head, whose own limit is another one.
+    SetOption(request.handle, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, transport.limits.silence);
     SetOption(request.handle, WINHTTP_OPTION_DISABLE_FEATURE,
               WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION);
     request.state = HandOver(std::move(state), request.handle);
@@ -232,31 +247,34 @@ OpenRequest PrepareRequest(Transport& transport, const HttpsAddress& address) {
 // Starts one of WinHTTP's operations. What it reports when it has ended is awaited below.
 template <typename Operation>
 void Begin(const Attempt& attempt, Operation operation) {
+    attempt.request.state->isDone = false;
     attempt.request.state->lastArrival = GetTickCount64();
     if (operation(attempt.request.handle.get()) == 0) {
         RaiseTransportFailure(attempt.address, GetLastError());
     }
 }
 
-// Waits for the end of an operation, at most until the limit has passed since `since()`.
-template <typename Since>
-void Await(const Attempt& attempt, DWORD limit, Since since) {
+// Waits for the end of an operation, at most until the time that `deadline()` gives, which may
+// become a later one meanwhile.
+template <typename Deadline>
+void Await(const Attempt& attempt, Deadline deadline) {
+    RequestState& state = *attempt.request.state;
     const std::array<HANDLE, 2> events = {attempt.transport.cancellation.event.get(),
-                                          attempt.request.state->ended.get()};
-    for (;;) {
-        const ULONGLONG passed = GetTickCount64() - since();
-        const DWORD rest = passed < limit ? limit - static_cast<DWORD>(passed) : 0;
+                                          state.changed.get()};
+    // Also where every operation has ended before anybody waits for it.
+    RaiseIfCancelled(attempt.transport.cancellation);
+    while (!state.isDone) {
+        const ULONGLONG end = deadline();
+        const ULONGLONG now = GetTickCount64();
+        const DWORD rest = now < end ? static_cast<DWORD>(end - now) : 0;
         switch (
             WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, rest)) {
             case WAIT_OBJECT_0:
                 RaiseCancelled(attempt.transport.cancellation);
             case WAIT_OBJECT_0 + 1:
-                if (attempt.request.state->error != ERROR_SUCCESS) {
-                    RaiseTransportFailure(attempt.address, attempt.request.state->error);
-                }
-                return;
+                break;
             case WAIT_TIMEOUT:
-                if (rest == 0) {
+                if (deadline() <= GetTickCount64()) {
                     RaiseTransportFailure(attempt.address, ERROR_WINHTTP_TIMEOUT);
                 }
                 break;
@@ -264,11 +282,17 @@ void Await(const Attempt& attempt, DWORD limit, Since since) {
                 RaiseTransportSystemError(GetLastError());
         }
     }
+    if (state.error != ERROR_SUCCESS) {
+        RaiseTransportFailure(attempt.address, state.error);
+    }
 }
 
-// What has come of the head does not count: a server may send one without an end.
-void AwaitWithin(const Attempt& attempt, DWORD limit) {
-    Await(attempt, limit, [begin = GetTickCount64()] { return begin; });
+// WinHTTP waits for the head as soon as the request is sent, or when it is told to. What has come
+// of it does not count: a server may send one without an end.
+ULONGLONG HeadDeadline(const Attempt& attempt, ULONGLONG begin) {
+    const ULONGLONG sentAt = attempt.request.state->sentAt;
+    return sentAt == 0 ? begin + attempt.transport.limits.connect
+                       : sentAt + attempt.transport.limits.silence;
 }
 
 void SendRequest(const Attempt& attempt, const HttpsRequest& request) {
@@ -282,9 +306,12 @@ void SendRequest(const Attempt& attempt, const HttpsRequest& request) {
                                   static_cast<DWORD>(lines.size()), WINHTTP_NO_REQUEST_DATA, 0, 0,
                                   std::bit_cast<DWORD_PTR>(attempt.request.state));
     });
-    AwaitWithin(attempt, attempt.transport.limits.connect);
+    const auto deadline = [&attempt, begin = GetTickCount64()] {
+        return HeadDeadline(attempt, begin);
+    };
+    Await(attempt, deadline);
     Begin(attempt, [](HINTERNET handle) { return WinHttpReceiveResponse(handle, nullptr); });
-    AwaitWithin(attempt, attempt.transport.limits.silence);
+    Await(attempt, deadline);
 }
 
 // Returns a header's text; an empty one when there is none.
@@ -333,17 +360,18 @@ HttpsHead ReadHead(const Attempt& attempt) {
     return head;
 }
 
-void BeginReading(const Attempt& attempt, std::size_t portion) {
+void BeginReading(const Attempt& attempt, std::size_t portion, std::size_t bytes) {
     Begin(attempt, [&](HINTERNET handle) {
         return WinHttpReadData(handle, attempt.request.state->portions[portion].data(),
-                               static_cast<DWORD>(kPortionBytes), nullptr);
+                               static_cast<DWORD>(bytes), nullptr);
     });
 }
 
-// WinHTTP waits until a portion is full; from a slow server that takes longer than its limit.
+// Bytes of a portion that is not full yet count as a sign of life.
 DWORD AwaitPortion(const Attempt& attempt) {
-    Await(attempt, attempt.transport.limits.silence,
-          [&] { return attempt.request.state->lastArrival.load(); });
+    Await(attempt, [&attempt] {
+        return attempt.request.state->lastArrival + attempt.transport.limits.silence;
+    });
     return attempt.request.state->bytes;
 }
 
@@ -351,13 +379,16 @@ DWORD AwaitPortion(const Attempt& attempt) {
 std::uint64_t ReadBody(const Attempt& attempt, const HttpsReceiver& receiver) {
     std::uint64_t received = 0;
     std::size_t portion = 0;
-    BeginReading(attempt, portion);
+    std::size_t size = kFirstPortion;
+    BeginReading(attempt, portion, size);
     for (DWORD bytes = AwaitPortion(attempt); bytes != 0; bytes = AwaitPortion(attempt)) {
-        const char* const begin = attempt.request.state->portions[portion].data();
+        const std::span<const char> complete(attempt.request.state->portions[portion].data(),
+                                             bytes);
         portion = 1 - portion;
-        BeginReading(attempt, portion);
+        size = std::min(2 * size, kLargestPortion);
+        BeginReading(attempt, portion, size);
         received += bytes;
-        receiver.takeBytes({begin, bytes});
+        receiver.takeBytes(complete);
     }
     return received;
 }

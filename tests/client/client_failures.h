@@ -11,21 +11,20 @@ namespace updater {
 
 // Matchers for a callable, as in EXPECT_THAT([&] { Fetch(...); }, RaisesResult(...)).
 
-/// A failure that the application is told by this code.
-inline auto RaisesResult(AppUpdateResult result) {
-    return testing::Throws<ClientFailure>(testing::Field(&ClientFailure::result, result));
-}
-
-/// The same, with a sentence that has this text in it.
-inline auto RaisesResult(AppUpdateResult result, const std::string& text) {
-    return testing::AllOf(RaisesResult(result),
-                          testing::ThrowsMessage<ClientFailure>(testing::HasSubstr(text)));
+/// A failure that the application is told by this code, with a sentence that has this text in it.
+inline auto RaisesResult(AppUpdateResult result, const std::string& text = "") {
+    // One matcher: each one that a callable is given to calls it.
+    return testing::Throws<ClientFailure>(
+        testing::AllOf(testing::Field(&ClientFailure::result, result),
+                       testing::Property(&ClientFailure::what, testing::HasSubstr(text))));
 }
 
 /// The same, with this error number of Windows.
 inline auto RaisesResult(AppUpdateResult result, const std::string& text, std::uint32_t error) {
-    return testing::AllOf(RaisesResult(result, text), testing::Throws<ClientFailure>(testing::Field(
-                                                          &ClientFailure::systemError, error)));
+    return testing::Throws<ClientFailure>(
+        testing::AllOf(testing::Field(&ClientFailure::result, result),
+                       testing::Property(&ClientFailure::what, testing::HasSubstr(text)),
+                       testing::Field(&ClientFailure::systemError, error)));
 }
 
 }  // namespace updater

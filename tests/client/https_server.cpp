@@ -63,8 +63,41 @@ void AwaitFile(const std::filesystem::path& file) {
     }
 }
 
+// The authority of all servers of this program: Wine looks up once in a program whom the machine
+// trusts.
+struct Authority {
+    Authority() = default;
+    ~Authority() {
+        if (!files.empty()) {
+            RemoveTrustedRoot(files.at(L"trusted.der"));
+        }
+    }
+    Authority(const Authority&) = delete;
+    Authority& operator=(const Authority&) = delete;
+
+    std::map<std::wstring, std::string> files;
+};
+
+Authority& SharedAuthority() {
+    static Authority authority;
+    return authority;
+}
+
+void TrustAuthority(const std::filesystem::path& directory) {
+    std::map<std::wstring, std::string>& files = SharedAuthority().files;
+    if (files.empty()) {
+        for (const wchar_t* name : {L"trusted.key", L"trusted.pem", L"trusted.der"}) {
+            files[name] = ReadFileContent(directory / name);
+        }
+        AddTrustedRoot(files.at(L"trusted.der"));
+    }
+}
+
 std::map<std::string, std::uint16_t, std::less<>> StartServers(
     const std::filesystem::path& directory) {
+    for (const auto& [name, content] : SharedAuthority().files) {
+        WriteFileContent(directory / name, content);
+    }
     const std::wstring script = BuiltPath(CORVELLAN_SERVERS L"/serve.py").native();
     if (!HasHostSystem() ||
         !StartHostProgram(L"Z:\\usr\\bin\\python3",
@@ -86,12 +119,7 @@ std::map<std::string, std::uint16_t, std::less<>> StartServers(
 
 HttpsServers::HttpsServers() : ports(StartServers(directory.path)) {
     connection = ConnectTo(ports.at("control"));
-    AddTrustedRoot(ReadFileContent(directory.path / L"trusted.der"));
-}
-
-HttpsServers::~HttpsServers() {
-    RemoveTrustedRoot(ReadFileContent(directory.path / L"trusted.der"));
-    Stop();
+    TrustAuthority(directory.path);
 }
 
 void HttpsServers::Publish(const std::wstring& name, std::string_view content) const {
@@ -113,6 +141,10 @@ std::vector<std::string> HttpsServers::Requests(const char* server) const {
         }
     }
     return lines;
+}
+
+HttpsServers::~HttpsServers() {
+    Stop();
 }
 
 void HttpsServers::Stop() {

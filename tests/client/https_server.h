@@ -50,7 +50,8 @@ struct HttpsServers {
     /// as servers/serve.py and servers/unruly.py tell.
     [[nodiscard]] std::vector<std::string> Requests(const char* server) const;
 
-    /// Ends the servers; connections break.
+    /// Ends the servers; connections break. Wine lets go of a request only when its server does,
+    /// and the end of a transport waits for that.
     void Stop();
 
     TemporaryDirectory directory;

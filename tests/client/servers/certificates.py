@@ -1,5 +1,6 @@
 """The certificates of the test servers, made anew each time; their keys are good for nothing else."""
 
+import secrets
 import subprocess
 
 
@@ -21,10 +22,11 @@ def make_key(directory, name):
 def make_authority(directory, name):
     """NAME.pem, and NAME.der as Windows takes it, with its key NAME.key."""
     make_key(directory, f"{name}.key")
-    # A number of its own keeps the authorities of several runs apart in a store.
+    # Wine takes the first authority of a name, and the store may still have one of another run.
+    number = secrets.token_hex(8)
     openssl(
         directory, "req", "-x509", "-new", "-key", f"{name}.key", "-out", f"{name}.pem",
-        "-days", "30", "-subj", f"/CN=Test authority {name}",
+        "-days", "30", "-subj", f"/CN=Test authority {name} {number}",
         "-addext", "keyUsage=critical,keyCertSign",
     )  # fmt: skip
     openssl(directory, "x509", "-in", f"{name}.pem", "-outform", "DER", "-out", f"{name}.der")
@@ -45,7 +47,9 @@ def make_certificate(directory, name, authority, host="localhost", days=30):
 
 def make_all(directory):
     make_key(directory, "key.pem")
-    make_authority(directory, "trusted")
+    # Whoever trusts an authority already gives it.
+    if not (directory / "trusted.key").exists():
+        make_authority(directory, "trusted")
     make_authority(directory, "unknown")
     make_certificate(directory, "good", "trusted")
     # It ended a day before it began.

@@ -4,15 +4,15 @@
 
 times=N       only the first N requests for this very address misbehave; without it, all do
 cut=N         closes the connection after N bytes of the file
-stall=N       sends nothing more after N bytes, or not even the head for "stall=head"; lasts until the
-              client closes
+advance=N     closes the connection after N bytes of the answer
+stall=N       sends nothing more after N bytes, or not even the head for "stall=head"
 drip=N        sends the head and N bytes, then a byte every tenth of a second
 more=N        announces and sends N bytes more than the file has
 less=N        announces and sends N bytes less
 unannounced=N announces no length and sends N bytes more (less for a negative number)
 wrong=N       the byte N of the file is another one
 status=N      answers with this status and a short text
-header=endless  sends header lines until the client closes
+header=endless  sends header lines without an end
 redirect=A    answers with the status 302 and "Location: A"
 chain=N       redirects N times, the last time to the file itself
 ignore=range  answers every request with the whole file
@@ -20,6 +20,8 @@ ignore=condition  answers a range though the file is another one
 shift=N       answers a range with one that begins N bytes later
 tag=T         the entity tag; "none" for neither tag nor time, "time" for the time alone
 file=NAME     sends another file in this one's place
+
+What has no end ends when the client closes.
 
 Every request is a line in unruly.log: method, address, status or what it was told to do, and the
 headers Range and If-Range.
@@ -200,7 +202,9 @@ class Answer(http.server.BaseHTTPRequestHandler):
 
     def send_body(self, body, commands, start):
         """Positions in commands are the file's own."""
-        if "cut" in commands:
+        if "advance" in commands:
+            self.wfile.write(body[: int(commands["advance"])])
+        elif "cut" in commands:
             self.wfile.write(body[: max(0, int(commands["cut"]) - start)])
         elif "stall" in commands:
             self.wfile.write(body[: max(0, int(commands["stall"]) - start)])
