@@ -26,11 +26,7 @@ namespace updater {
 
 namespace {
 
-// The first portion, and the largest one; each may have twice as many bytes as the one before.
-// Where WinHTTP waits until a portion is full, what has come of it is lost when the connection
-// breaks.
-constexpr std::size_t kFirstPortion = 8UL * 1024UL;
-constexpr std::size_t kLargestPortion = 256UL * 1024UL;
+constexpr std::size_t kPortionBytes = 64UL * 1024UL;
 constexpr int kMostRedirects = 5;
 
 struct InternetCloser {
@@ -62,11 +58,9 @@ struct RequestState {
     std::atomic<bool> isDone = false;
     DWORD error = ERROR_SUCCESS;
     DWORD bytes = 0;
-    // When the request had been sent, or 0; and when something of the answer's body last came.
+    // When the request had been sent, or 0.
     std::atomic<ULONGLONG> sentAt = 0;
-    std::atomic<ULONGLONG> lastArrival = 0;
-    // One is filled while the other one is used.
-    std::array<std::array<char, kLargestPortion>, 2> portions;
+    std::array<char, kPortionBytes> portion;
 };
 
 // A request that the caller still waits for. The state belongs to WinHTTP.
@@ -119,15 +113,15 @@ void CALLBACK OnProgress(HINTERNET, DWORD_PTR context, DWORD status, LPVOID info
             state->sentAt = GetTickCount64();
             SetEvent(state->changed.get());
             break;
-        case WINHTTP_CALLBACK_STATUS_RESPONSE_RECEIVED:
-            state->lastArrival = GetTickCount64();
-            break;
         case WINHTTP_CALLBACK_STATUS_SECURE_FAILURE:
             state->error = SecureFailureError(*static_cast<const DWORD*>(information));
             break;
         case WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE:
         case WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE:
             End(*state, ERROR_SUCCESS, 0);
+            break;
+        case WINHTTP_CALLBACK_STATUS_DATA_AVAILABLE:
+            End(*state, ERROR_SUCCESS, *static_cast<const DWORD*>(information));
             break;
         case WINHTTP_CALLBACK_STATUS_READ_COMPLETE:
             End(*state, ERROR_SUCCESS, length);
@@ -248,7 +242,6 @@ OpenRequest PrepareRequest(Transport& transport, const HttpsAddress& address) {
 template <typename Operation>
 void Begin(const Attempt& attempt, Operation operation) {
     attempt.request.state->isDone = false;
-    attempt.request.state->lastArrival = GetTickCount64();
     if (operation(attempt.request.handle.get()) == 0) {
         RaiseTransportFailure(attempt.address, GetLastError());
     }
@@ -360,35 +353,34 @@ HttpsHead ReadHead(const Attempt& attempt) {
     return head;
 }
 
-void BeginReading(const Attempt& attempt, std::size_t portion, std::size_t bytes) {
-    Begin(attempt, [&](HINTERNET handle) {
-        return WinHttpReadData(handle, attempt.request.state->portions[portion].data(),
-                               static_cast<DWORD>(bytes), nullptr);
-    });
-}
-
-// Bytes of a portion that is not full yet count as a sign of life.
-DWORD AwaitPortion(const Attempt& attempt) {
-    Await(attempt, [&attempt] {
-        return attempt.request.state->lastArrival + attempt.transport.limits.silence;
-    });
+// Returns how many bytes the operation has told.
+DWORD AwaitBytes(const Attempt& attempt) {
+    Await(attempt, [end = GetTickCount64() + attempt.transport.limits.silence] { return end; });
     return attempt.request.state->bytes;
 }
 
-// Returns how many bytes there were. The next portion comes in while the receiver has the last one.
+void BeginWaitingForBytes(const Attempt& attempt) {
+    Begin(attempt, [](HINTERNET handle) { return WinHttpQueryDataAvailable(handle, nullptr); });
+}
+
+// No more than is there: to fill a portion, Wine would have the caller wait within the call.
+DWORD ReadPortion(const Attempt& attempt, DWORD available) {
+    Begin(attempt, [&](HINTERNET handle) {
+        return WinHttpReadData(handle, attempt.request.state->portion.data(),
+                               std::min(available, static_cast<DWORD>(kPortionBytes)), nullptr);
+    });
+    return AwaitBytes(attempt);
+}
+
+// Returns how many bytes there were. More of them come in while the receiver has the last ones.
 std::uint64_t ReadBody(const Attempt& attempt, const HttpsReceiver& receiver) {
     std::uint64_t received = 0;
-    std::size_t portion = 0;
-    std::size_t size = kFirstPortion;
-    BeginReading(attempt, portion, size);
-    for (DWORD bytes = AwaitPortion(attempt); bytes != 0; bytes = AwaitPortion(attempt)) {
-        const std::span<const char> complete(attempt.request.state->portions[portion].data(),
-                                             bytes);
-        portion = 1 - portion;
-        size = std::min(2 * size, kLargestPortion);
-        BeginReading(attempt, portion, size);
+    BeginWaitingForBytes(attempt);
+    for (DWORD available = AwaitBytes(attempt); available != 0; available = AwaitBytes(attempt)) {
+        const DWORD bytes = ReadPortion(attempt, available);
+        BeginWaitingForBytes(attempt);
         received += bytes;
-        receiver.takeBytes(complete);
+        receiver.takeBytes({attempt.request.state->portion.data(), bytes});
     }
     return received;
 }
