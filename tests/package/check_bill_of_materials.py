@@ -18,11 +18,11 @@ LIBRARIES = {
     "libgcc": {"libgcc.a", "libgcc_eh.a"},
     "winpthreads": {"libpthread.a", "libwinpthread.a"},
     "mingw-w64": {"libmingw32.a", "libmingwex.a", "libmsvcrt.a", "libkernel32.a", "libmoldname.a",
-                  "libadvapi32.a", "libshell32.a", "libuser32.a"},
+                  "libadvapi32.a", "libbcrypt.a", "libole32.a", "libshell32.a", "libuser32.a", "libwinhttp.a"},
 }
-OWN = {"libupdater-core.a", "libupdate-client.a", "libupdatectl-commands.a"}
-# Libraries that are all headers show by the names of their functions.
-HEADERS = {"nlohmann-json": "8nlohmann"}
+OWN = {"libupdater-core.a", "libupdatectl-commands.a", "libupdate-client.a"}
+# The object that has the templates of a library without objects in it.
+JSON = "json_reading.cpp.obj"
 GDTOA = re.compile(r"-(gdtoa|dmisc|gmisc|smisc|mingw_pformat)\.o$")
 
 
@@ -35,6 +35,8 @@ def parts_in_map(path):
     for archive, member in members:
         library = archive.split("/")[-1]
         if library in OWN:
+            if member == JSON:
+                parts.add("nlohmann-json")
             continue
         found = [part for part, names in LIBRARIES.items() if library in names]
         if not found:
@@ -54,7 +56,8 @@ def check_programs():
         if sums != {"SHA1": hashlib.sha1(data).hexdigest(), "SHA256": hashlib.sha256(data).hexdigest()}:
             findings.append(f"the checksums of {entry['fileName']} are others")
     listed = sorted(entry["fileName"][2:] for entry in bill["files"])
-    programs = sorted(path.name for path in folder.glob("*.exe"))
+    programs = sorted([path.name for path in folder.glob("*.exe")] +
+                      [f"library/{path.name}" for path in folder.glob("library/*.dll")])
     if listed != programs:
         findings.append(f"the bill has the programs {listed}, and the archive {programs}")
 
@@ -62,7 +65,8 @@ def check_programs():
 def check_parts():
     packages = {package["SPDXID"] for package in bill["packages"]} - {"SPDXRef-product"}
     linked_somewhere = set()
-    for program, name in (("updater", "updater.map"), ("tool", "updatectl.map")):
+    for program, name in (("updater", "updater.map"), ("tool", "updatectl.map"),
+                          ("library", "update-client-dll.map")):
         linked = {relation["relatedSpdxElement"] for relation in bill["relationships"]
                   if relation["spdxElementId"] == f"SPDXRef-{program}" and relation["relationshipType"] == "STATIC_LINK"}
         expected = {f"SPDXRef-{part}" for part in parts_in_map(build / name)}
