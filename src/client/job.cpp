@@ -46,7 +46,10 @@ void CopyUpdater(const std::filesystem::path& installDirectory,
                             "There is no updater " + WideToUtf8(updater.native()),
                             ERROR_FILE_NOT_FOUND);
     }
-    CopyToNewFile(updater, jobDirectory / kUpdaterExecutable);
+    const std::filesystem::path copy = jobDirectory / kUpdaterExecutable;
+    CopyToNewFile(updater, copy);
+    // `IsUpdaterRunning` asks to write to it.
+    ClearProtection(copy);
 }
 
 }  // namespace

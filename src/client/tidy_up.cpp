@@ -28,10 +28,14 @@ std::string OfferedDigest(const Session& session) {
     if (session.offer) {
         return session.offer->feed.sha256;
     }
+    const FeedStore store = ReadFeedStore(session.settings.dataDirectory);
     try {
-        const FeedStore store = ReadFeedStore(session.settings.dataDirectory);
         return ReadFeed(OpenEnvelope(store.envelope, session.settings.publicKeys)).sha256;
-    } catch (const ClientFailure&) {
+    } catch (const ClientFailure& failure) {
+        // None is kept, or none that a key of today's has signed.
+        if (failure.result == APP_UPDATE_SYSTEM_ERROR) {
+            throw;
+        }
         return {};
     }
 }

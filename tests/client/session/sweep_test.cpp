@@ -1,0 +1,176 @@
+// Lets every call to Windows that a session makes fail once, each in a session of its own, and
+// looks at what becomes of it.
+
+#include <algorithm>
+#include <array>
+#include <set>
+#include <tuple>
+
+#include "client/session/session_scene.h"
+#include "fixtures/doubles/windows_doubles.h"
+#include "fixtures/file_content.h"
+#include "fixtures/open_handles.h"
+#include "support/file_system.h"
+#include "support/status_file.h"
+
+namespace updater {
+namespace {
+
+struct FaultSweep : SessionScene {
+    FaultSweep() {
+        TheServer().download = [this, real = TheServer().download](
+                                   const DownloadOrder& order, const Cancellation& cancellation,
+                                   const DownloadProgress& progress) {
+            isCounting = false;
+            DownloadedSetup downloaded = real(order, cancellation, progress);
+            isCounting = true;
+            return downloaded;
+        };
+    }
+
+    // Instead of a process: an event, which is signalled when "it" has ended.
+    BOOL StartProcess(LPPROCESS_INFORMATION started) {
+        started->hProcess = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        started->hThread = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        DuplicateHandle(GetCurrentProcess(), started->hProcess, GetCurrentProcess(), &process, 0,
+                        FALSE, DUPLICATE_SAME_ACCESS);
+        return TRUE;
+    }
+
+    // One call of the interface; false when it has failed.
+    bool Took(AppUpdateResult result) {
+        EXPECT_EQ(report.result, result);
+        if (result == APP_UPDATE_OK || result == APP_UPDATE_NO_CHANGE ||
+            result == APP_UPDATE_NO_OUTCOME) {
+            return true;
+        }
+        EXPECT_TRUE(kKinds.contains(result)) << result << ": " << Sentence();
+        EXPECT_NE(Sentence(), "");
+        return false;
+    }
+
+    bool OpenOne() {
+        AppUpdateSession* opened = nullptr;
+        const AppUpdateResult result = AppUpdateOpen(&settings, &opened, &report);
+        EXPECT_EQ(result == APP_UPDATE_OK, opened != nullptr);
+        session.reset(opened);
+        return Took(result);
+    }
+
+    void WriteRecord() {
+        isCounting = false;
+        WriteUpdateStatus(JobDirectory(), kStateFailed, "X", 1);
+        SetEvent(process);
+        isCounting = true;
+    }
+
+    bool UseAll() {
+        if (!OpenOne() || !Took(AppUpdateTidyUp(session.get(), &report)) || !Took(Check()) ||
+            !Took(AppUpdateDownload(session.get(), nullptr, nullptr, &report)) ||
+            !Took(AppUpdateStart(session.get(), &report))) {
+            return false;
+        }
+        WriteRecord();
+        // The outcome, or what became of reading it.
+        const AppUpdateResult end = Wait(kWaitLimit);
+        EXPECT_TRUE(end == APP_UPDATE_FAILED || end == APP_UPDATE_UPDATER_ENDED ||
+                    end == APP_UPDATE_NO_CHANGE)
+            << end;
+        AppUpdateCancel(session.get());
+        return Took(TakeOutcome()) && Took(AppUpdateTidyUp(session.get(), &report));
+    }
+
+    void RunOnce() {
+        const ScopedReplacement time(doubles::GetTickCount64, [this] { return now += 300; });
+        UseAll();
+        session.reset();
+        if (process != nullptr) {
+            CloseHandle(process);
+            process = nullptr;
+        }
+    }
+
+    void ExpectNoDraftLeft() const {
+        if (!PathExists(dataDirectory)) {
+            return;
+        }
+        for (const auto& [path, content] : ReadTreeContent(dataDirectory)) {
+            EXPECT_FALSE(path.ends_with(L".tmp")) << testing::PrintToString(path);
+        }
+    }
+
+    template <typename Result, typename... Arguments>
+    void Sweep(Replacement<Result(Arguments...)>& function, Result (*real)(Arguments...),
+               const char* name, Result refusal) {
+        SCOPED_TRACE(name);
+        int failing = 0;
+        int calls = 0;
+        do {
+            ++failing;
+            SCOPED_TRACE(failing);
+            RemoveTree(dataDirectory);
+            Publish(feed);
+            calls = 0;
+            {
+                const ScopedReplacement counting(function, [&](Arguments... arguments) -> Result {
+                    if (isCounting && ++calls == failing) {
+                        return FailWith(ERROR_ACCESS_DENIED, refusal);
+                    }
+                    return real(arguments...);
+                });
+                isCounting = true;
+                RunOnce();
+                isCounting = false;
+            }
+            ExpectNoDraftLeft();
+            // What was left is no obstacle.
+            RunOnce();
+        } while (calls >= failing);
+        swept += failing - 1;
+        EXPECT_GT(failing, 1) << "It is not called";
+    }
+
+    static constexpr std::uint32_t kWaitLimit = 3000;
+    static inline const std::set<AppUpdateResult> kKinds = {
+        APP_UPDATE_FILE_ERROR, APP_UPDATE_SYSTEM_ERROR, APP_UPDATE_UPDATER_NOT_STARTED};
+
+    bool isCounting = false;
+    std::uint64_t now = 1000;
+    HANDLE process = nullptr;
+    int swept = 0;
+};
+
+#define SWEEP(function, refusal) Sweep(doubles::function, &::function, #function, refusal)
+
+TEST_F(FaultSweep, EndsEachFailureWithItsKindOfCodeAndLeavesNothing) {
+    const ScopedReplacement starting(doubles::CreateProcessW, [this](auto... arguments) {
+        return StartProcess(std::get<9>(std::tuple(arguments...)));
+    });
+    const std::size_t before = [&] {
+        Publish(feed);
+        RunOnce();
+        return CountOpenHandles();
+    }();
+    SWEEP(CreateFileW, INVALID_HANDLE_VALUE);
+    SWEEP(ReadFile, FALSE);
+    SWEEP(WriteFile, FALSE);
+    SWEEP(FlushFileBuffers, FALSE);
+    SWEEP(MoveFileExW, FALSE);
+    SWEEP(CopyFileW, FALSE);
+    SWEEP(CreateDirectoryW, FALSE);
+    SWEEP(GetFileAttributesExW, FALSE);
+    SWEEP(FindFirstFileExW, INVALID_HANDLE_VALUE);
+    SWEEP(FindNextFileW, FALSE);
+    SWEEP(CreateEventW, HANDLE{nullptr});
+    SWEEP(OpenMutexW, HANDLE{nullptr});
+    SWEEP(BCryptOpenAlgorithmProvider, NTSTATUS{-1});
+    SWEEP(BCryptCreateHash, NTSTATUS{-1});
+    SWEEP(BCryptHashData, NTSTATUS{-1});
+    SWEEP(BCryptFinishHash, NTSTATUS{-1});
+    EXPECT_LE(CountOpenHandles(), before);
+    EXPECT_GT(swept, 50);
+    RecordProperty("swept", swept);
+}
+
+}  // namespace
+}  // namespace updater
