@@ -1,6 +1,6 @@
 // The settings of a server that a page shows are good, and give the library what it uses: entity tags,
 // parts of a file, and the page's headers for caches. Certificate, key, files and address are the check's
-// own; all else is as the page has it.
+// own; all else is as the page has it, on a machine whose other settings compress everything.
 
 import { spawn, spawnSync } from "node:child_process";
 import { mkdirSync, mkdtempSync, rmSync, writeFileSync } from "node:fs";
@@ -76,7 +76,7 @@ function prepare(directory, text, report) {
   writeFileSync(
     settings,
     `${user} daemon off; master_process off; pid ${join(directory, "pid")}; events {}
-http { access_log off; default_type application/octet-stream; ${paths.join(" ")}
+http { access_log off; default_type application/octet-stream; gzip on; gzip_types *; gzip_min_length 1; ${paths.join(" ")}
 ${text}
 }
 `,
@@ -120,7 +120,11 @@ async function checkAnswers(socket, report) {
   expect("the feed's status", feed.status, 200);
   expect("the feed's length", feed.headers["content-length"], "2000");
   expect("the feed's Cache-Control", feed.headers["cache-control"], "no-cache");
-  expect("whether the feed's entity tag is a strong one", /^"[^"]+"$/.test(feed.headers.etag ?? ""), true);
+  const hasStrongTag = ({ headers }) => /^"[^"]+"$/.test(headers.etag ?? "");
+  expect("whether the feed's entity tag is a strong one", hasStrongTag(feed), true);
+  if (!hasStrongTag(feed)) {
+    return;
+  }
   const again = await ask(socket, "/update-feed.json", { "if-none-match": feed.headers.etag });
   expect("the status for a feed that has not changed", again.status, 304);
 
