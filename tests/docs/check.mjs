@@ -67,7 +67,7 @@ const results = [
   checkWords(pages, report),
   checkReferences(root, pages, report),
   checkCommands(root, pages, readTool(), identity, report),
-  checkPrograms(root, pages, report),
+  checkPrograms(world, pages, report),
   await checkDiagrams(pages, report),
   await checkServers(pages, report),
 ];

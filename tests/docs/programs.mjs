@@ -1,8 +1,10 @@
 // What the pages show of a program is true: blocks of C are compiled against the library's header, as C
-// and as C++, and blocks of other languages name nothing that the header does not have.
+// and as C++, a whole program is linked with the library and run, and blocks of other languages name
+// nothing that the header does not have.
 
 import { spawnSync } from "node:child_process";
-import { readFileSync } from "node:fs";
+import { copyFileSync, mkdtempSync, readFileSync, rmSync } from "node:fs";
+import { tmpdir } from "node:os";
 import { join } from "node:path";
 
 const header = "corvellan_update.h";
@@ -18,12 +20,29 @@ const compilers = [
   ["x86_64-w64-mingw32-g++", "-x", "c++", "-std=c++20"],
 ];
 
-export function checkPrograms(root, pages, report) {
+// What a reader's application has already, and a server that nobody can reach.
+const application = `
+#include <stdio.h>
+void WriteLog(const wchar_t* line) { printf("%ls\\n", line); }
+int AskUser(const wchar_t* version) { printf("%ls?\\n", version); return 0; }
+void SaveAndExit(void) { printf("ready\\n"); }
+int main(void) { KeepUpToDate(); return 0; }
+`;
+const publicAddress = "https://updates.example.com/";
+const unreachableAddress = "https://127.0.0.1:9/";
+const expectedLog = /^No connection to the server, or it broke: https:\/\/127\.0\.0\.1:9\/update-feed\.json, error \d+$/;
+
+export function checkPrograms(world, pages, report) {
+  const { root } = world;
   const declared = namesIn(readFileSync(join(root, directory, header), "utf8"));
   const blocks = pages.flatMap((page) => page.blocks);
   const programs = blocks.filter(({ kind }) => kind === "c");
   for (const block of programs) {
-    checkProgram(root, block, (what) => report(`${block.page}:${block.line}`, what));
+    const reportHere = (what) => report(`${block.page}:${block.line}`, what);
+    checkProgram(root, block, reportHere);
+    if (isWhole(block)) {
+      runProgram(world, block, reportHere);
+    }
   }
   if (!programs.some(isWhole)) {
     report("docs", `no page shows a program that includes ${header}`);
@@ -41,7 +60,7 @@ export function checkPrograms(root, pages, report) {
       }
     }
   }
-  return `${programs.length} programs of the pages compile as C and as C++`;
+  return `${programs.length} programs of the pages compile as C and as C++, and the whole ones run`;
 }
 
 function isWhole({ lines }) {
@@ -66,5 +85,28 @@ function checkProgram(root, block, report) {
   const own = text.split("\n").filter((line) => !/^\s*(\/\*.*\*\/)?\s*$/.test(line)).length;
   if (whole && own > mostLines) {
     report(`these are ${own} lines, and the page promises at most ${mostLines}`);
+  }
+}
+
+function runProgram({ root, identity, spawning }, block, report) {
+  const built = join(root, "build/mingw-debug/src/client");
+  const scratch = mkdtempSync(join(tmpdir(), "updater-docs-program-"));
+  try {
+    const program = join(scratch, "program.exe");
+    const input = block.lines.join("\n").replace(publicAddress, unreachableAddress) + application;
+    const library = join(built, `${identity.CLIENT_LIBRARY_STEM}.lib`);
+    const tokens = ["-std=c99", "-I", join(root, directory), "-o", program, "-x", "c", "-", "-x", "none", library];
+    const { status, stderr } = spawnSync(compilers[0][0], tokens, { input, encoding: "utf8" });
+    if (status !== 0) {
+      report(`this is not linked with the library:\n${stderr}`);
+      return;
+    }
+    copyFileSync(join(built, identity.CLIENT_LIBRARY), join(scratch, identity.CLIENT_LIBRARY));
+    const ended = spawnSync("wine", [program], spawning);
+    if (ended.status !== 0 || !expectedLog.test(ended.stdout.trim())) {
+      report(`this ends with ${ended.status ?? ended.error} and logs: ${ended.stdout}`);
+    }
+  } finally {
+    rmSync(scratch, { recursive: true, force: true });
   }
 }
