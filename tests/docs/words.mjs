@@ -6,7 +6,7 @@ const unwanted = [
   [/\bPar[t] \d/, "no reader has such a document"],
   [/(^|[^\w.])\/(wor[k]|tm[p]|hom[e]|roo[t])\b/, "a path of somebody's machine"],
   // The name is one that nobody can have.
-  [/https?:\/\/(?!updates\.example\.com\b)[\w-]/, "a page of somebody else, which may go away"],
+  [/https?:\/\/(?!(?:updates\.)?example\.com\b)[\w-]/, "a page of somebody else, which may go away"],
   [/\b(TOD[O]|FIXM[E]|TB[D])\b/, "unfinished"],
 ];
 
