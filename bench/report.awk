@@ -125,6 +125,10 @@ function add_rows() {
              "%.1f", "<= 24", 1)
   add_memory("peak memory for the verification of " files(20000) ", in MiB",
              "memory-verification-files-4", "%.1f", "<= 24", 1)
+  add_ratio("download of " megabytes(300) " over HTTPS from the same machine, against the floor", "download",
+            "<= 1.05")
+  add_memory("peak memory for that download, over an empty program, in MiB", "memory-download", "%.1f",
+             "<= 12", 0)
   add_value("application's exit to commit, in ms", "commit", 1, 1000, "%.1f", "<= 20")
   add_value("cancel marker to the broker's end, in ms", "cancel", 1, 1000, "%.0f", "<= 300")
   add_ratio("whole update without the setup program, against the floor", "update", "<= 1.10")

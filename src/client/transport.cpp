@@ -26,7 +26,11 @@ namespace updater {
 
 namespace {
 
-constexpr std::size_t kPortionBytes = 64UL * 1024UL;
+// The first portion, and the largest one; each may have twice as many bytes as the one before.
+// Where WinHTTP waits until a portion is full, what has come of it is lost when the connection
+// breaks.
+constexpr std::size_t kFirstPortion = 8UL * 1024UL;
+constexpr std::size_t kLargestPortion = 256UL * 1024UL;
 constexpr int kMostRedirects = 5;
 
 struct InternetCloser {
@@ -52,22 +56,37 @@ struct RequestState {
     explicit RequestState(Closings& transportClosings) : closings(transportClosings) {}
 
     Closings& closings;
+    HINTERNET handle = nullptr;
+    // Who may still use the handle: the waiting thread, and one that starts a reading.
+    std::atomic<int> users = 1;
     // Becomes signalled when there is something new below.
     UniqueHandle changed;
     // Whether WinHTTP has done what it was told, or has failed to.
     std::atomic<bool> isDone = false;
     DWORD error = ERROR_SUCCESS;
     DWORD bytes = 0;
-    // When the request had been sent, or 0.
+    // When the request had been sent, or 0; and when something of the answer's body last came.
     std::atomic<ULONGLONG> sentAt = 0;
-    std::array<char, kPortionBytes> portion;
+    std::atomic<ULONGLONG> lastArrival = 0;
+    // One is filled while the other one is used.
+    std::array<std::array<char, kLargestPortion>, 2> portions;
+    std::size_t portion = 0;
+    std::size_t size = kFirstPortion / 2;
 };
 
-// A request that the caller still waits for. The state belongs to WinHTTP.
+// The last user closes the handle, and WinHTTP then gives the state back.
+struct RequestLeaver {
+    void operator()(RequestState* state) const noexcept {
+        if (state->users.fetch_sub(1) == 1) {
+            WinHttpCloseHandle(state->handle);
+        }
+    }
+};
+using UniqueRequest = std::unique_ptr<RequestState, RequestLeaver>;
+
 struct OpenRequest {
     UniqueInternet connection;
-    UniqueInternet handle;
-    RequestState* state = nullptr;
+    UniqueRequest state;
 };
 
 // What the flags of a refused certificate stand for, in the order of what helps most.
@@ -113,15 +132,15 @@ void CALLBACK OnProgress(HINTERNET, DWORD_PTR context, DWORD status, LPVOID info
             state->sentAt = GetTickCount64();
             SetEvent(state->changed.get());
             break;
+        case WINHTTP_CALLBACK_STATUS_RESPONSE_RECEIVED:
+            state->lastArrival = GetTickCount64();
+            break;
         case WINHTTP_CALLBACK_STATUS_SECURE_FAILURE:
             state->error = SecureFailureError(*static_cast<const DWORD*>(information));
             break;
         case WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE:
         case WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE:
             End(*state, ERROR_SUCCESS, 0);
-            break;
-        case WINHTTP_CALLBACK_STATUS_DATA_AVAILABLE:
-            End(*state, ERROR_SUCCESS, *static_cast<const DWORD*>(information));
             break;
         case WINHTTP_CALLBACK_STATUS_READ_COMPLETE:
             End(*state, ERROR_SUCCESS, length);
@@ -198,7 +217,7 @@ struct Attempt {
 };
 
 // From here on WinHTTP has the state, and gives it back when the handle is closed.
-RequestState* HandOver(std::unique_ptr<RequestState> state, const UniqueInternet& handle) {
+UniqueRequest HandOver(std::unique_ptr<RequestState> state, UniqueInternet handle) {
     auto context = std::bit_cast<DWORD_PTR>(state.get());
     constexpr DWORD kNotifications =
         WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES |
@@ -211,7 +230,8 @@ RequestState* HandOver(std::unique_ptr<RequestState> state, const UniqueInternet
         RaiseTransportSystemError(GetLastError());
     }
     ++state->closings.open;
-    return state.release();
+    state->handle = handle.release();
+    return UniqueRequest(state.release());
 }
 
 OpenRequest PrepareRequest(Transport& transport, const HttpsAddress& address) {
@@ -223,18 +243,18 @@ OpenRequest PrepareRequest(Transport& transport, const HttpsAddress& address) {
     if (!request.connection) {
         RaiseTransportSystemError(GetLastError());
     }
-    request.handle.reset(WinHttpOpenRequest(
+    UniqueInternet handle(WinHttpOpenRequest(
         request.connection.get(), L"GET", address.target.c_str(), nullptr, WINHTTP_NO_REFERER,
         WINHTTP_DEFAULT_ACCEPT_TYPES,
         WINHTTP_FLAG_SECURE | WINHTTP_FLAG_ESCAPE_DISABLE | WINHTTP_FLAG_ESCAPE_DISABLE_QUERY));
-    if (!request.handle) {
+    if (!handle) {
         RaiseTransportSystemError(GetLastError());
     }
     // Wine's wait for the head, whose own limit is another one.
-    SetOption(request.handle, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, transport.limits.silence);
-    SetOption(request.handle, WINHTTP_OPTION_DISABLE_FEATURE,
+    SetOption(handle, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, transport.limits.silence);
+    SetOption(handle, WINHTTP_OPTION_DISABLE_FEATURE,
               WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_AUTHENTICATION);
-    request.state = HandOver(std::move(state), request.handle);
+    request.state = HandOver(std::move(state), std::move(handle));
     return request;
 }
 
@@ -242,7 +262,7 @@ OpenRequest PrepareRequest(Transport& transport, const HttpsAddress& address) {
 template <typename Operation>
 void Begin(const Attempt& attempt, Operation operation) {
     attempt.request.state->isDone = false;
-    if (operation(attempt.request.handle.get()) == 0) {
+    if (operation(attempt.request.state->handle) == 0) {
         RaiseTransportFailure(attempt.address, GetLastError());
     }
 }
@@ -297,7 +317,7 @@ void SendRequest(const Attempt& attempt, const HttpsRequest& request) {
         return WinHttpSendRequest(handle,
                                   lines.empty() ? WINHTTP_NO_ADDITIONAL_HEADERS : lines.c_str(),
                                   static_cast<DWORD>(lines.size()), WINHTTP_NO_REQUEST_DATA, 0, 0,
-                                  std::bit_cast<DWORD_PTR>(attempt.request.state));
+                                  std::bit_cast<DWORD_PTR>(attempt.request.state.get()));
     });
     const auto deadline = [&attempt, begin = GetTickCount64()] {
         return HeadDeadline(attempt, begin);
@@ -309,7 +329,7 @@ void SendRequest(const Attempt& attempt, const HttpsRequest& request) {
 
 // Returns a header's text; an empty one when there is none.
 std::wstring QueryHeader(const Attempt& attempt, DWORD header) {
-    const HINTERNET handle = attempt.request.handle.get();
+    const HINTERNET handle = attempt.request.state->handle;
     std::wstring text;
     DWORD bytes = 0;
     while (WinHttpQueryHeaders(handle, header, WINHTTP_HEADER_NAME_BY_INDEX,
@@ -353,34 +373,49 @@ HttpsHead ReadHead(const Attempt& attempt) {
     return head;
 }
 
-// Returns how many bytes the operation has told.
-DWORD AwaitBytes(const Attempt& attempt) {
-    Await(attempt, [end = GetTickCount64() + attempt.transport.limits.silence] { return end; });
+// Runs on a thread of the system's pool.
+void CALLBACK Read(PTP_CALLBACK_INSTANCE, PVOID context) noexcept {
+    const UniqueRequest request(static_cast<RequestState*>(context));
+    if (WinHttpReadData(request->handle, request->portions[request->portion].data(),
+                        static_cast<DWORD>(request->size), nullptr) == 0) {
+        End(*request, GetLastError(), 0);
+    }
+}
+
+// Has the other portion filled. Wine may fill it within the call, on the calling thread: that must
+// not be the one that waits.
+void BeginReading(const Attempt& attempt) {
+    RequestState& state = *attempt.request.state;
+    state.portion = 1 - state.portion;
+    state.size = std::min(2 * state.size, kLargestPortion);
+    state.isDone = false;
+    state.lastArrival = GetTickCount64();
+    ++state.users;
+    if (TrySubmitThreadpoolCallback(Read, &state, nullptr) == 0) {
+        const DWORD error = GetLastError();
+        RequestLeaver()(&state);
+        RaiseTransportSystemError(error);
+    }
+}
+
+// Bytes of a portion that is not full yet count as a sign of life.
+DWORD AwaitPortion(const Attempt& attempt) {
+    Await(attempt, [&attempt] {
+        return attempt.request.state->lastArrival + attempt.transport.limits.silence;
+    });
     return attempt.request.state->bytes;
 }
 
-void BeginWaitingForBytes(const Attempt& attempt) {
-    Begin(attempt, [](HINTERNET handle) { return WinHttpQueryDataAvailable(handle, nullptr); });
-}
-
-// No more than is there: to fill a portion, Wine would have the caller wait within the call.
-DWORD ReadPortion(const Attempt& attempt, DWORD available) {
-    Begin(attempt, [&](HINTERNET handle) {
-        return WinHttpReadData(handle, attempt.request.state->portion.data(),
-                               std::min(available, static_cast<DWORD>(kPortionBytes)), nullptr);
-    });
-    return AwaitBytes(attempt);
-}
-
-// Returns how many bytes there were. More of them come in while the receiver has the last ones.
+// Returns how many bytes there were. The next portion comes in while the receiver has the last one.
 std::uint64_t ReadBody(const Attempt& attempt, const HttpsReceiver& receiver) {
     std::uint64_t received = 0;
-    BeginWaitingForBytes(attempt);
-    for (DWORD available = AwaitBytes(attempt); available != 0; available = AwaitBytes(attempt)) {
-        const DWORD bytes = ReadPortion(attempt, available);
-        BeginWaitingForBytes(attempt);
+    BeginReading(attempt);
+    for (DWORD bytes = AwaitPortion(attempt); bytes != 0; bytes = AwaitPortion(attempt)) {
+        const RequestState& state = *attempt.request.state;
+        const std::span<const char> complete(state.portions[state.portion].data(), bytes);
+        BeginReading(attempt);
         received += bytes;
-        receiver.takeBytes({attempt.request.state->portion.data(), bytes});
+        receiver.takeBytes(complete);
     }
     return received;
 }
