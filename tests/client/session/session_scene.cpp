@@ -11,6 +11,7 @@
 #include "fixtures/held_file.h"
 #include "fixtures/patience.h"
 #include "support/application_identity.h"
+#include "support/file_reading.h"
 #include "support/file_system.h"
 #include "support/sha256.h"
 #include "support/text_conversion.h"
@@ -21,10 +22,11 @@ namespace {
 
 void Await(const std::filesystem::path& file) {
     const auto limit = std::chrono::steady_clock::now() + kPatience;
-    while (!PathExists(file) && std::chrono::steady_clock::now() < limit) {
+    // Who gives a file its name has it open for a moment longer, and lets nobody read it.
+    while (!OpenFileToRead(file) && std::chrono::steady_clock::now() < limit) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    ASSERT_TRUE(PathExists(file)) << file;
+    ASSERT_TRUE(OpenFileToRead(file)) << file;
 }
 
 }  // namespace

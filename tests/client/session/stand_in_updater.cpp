@@ -71,10 +71,11 @@ int Run(const std::vector<std::wstring>& arguments) {
     int step = 1;
     while (WaitForSingleObject(parent, 5) == WAIT_TIMEOUT) {
         const std::wstring number = std::to_wstring(step);
-        if (!std::filesystem::exists(jobDirectory / (L"step-" + number))) {
+        // Who gives a file its name has it open for a moment longer, and lets nobody read it.
+        const std::vector<std::string> lines = LinesOf(jobDirectory / (L"step-" + number));
+        if (lines[0].empty()) {
             continue;
         }
-        const std::vector<std::string> lines = LinesOf(jobDirectory / (L"step-" + number));
         TakeStep(jobDirectory, lines);
         WriteText(jobDirectory / (L"done-" + number), "");
         if (lines[0] == "exit") {
