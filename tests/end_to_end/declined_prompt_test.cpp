@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "end_to_end/build_outputs.h"
 #include "end_to_end/update_expectations.h"
 #include "end_to_end/update_request.h"
 #include "fixtures/built_path.h"

@@ -1,6 +1,7 @@
 #include "end_to_end/update_request.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -34,6 +35,12 @@ struct UpdaterInStead {
     std::filesystem::path installed;
     std::filesystem::path kept;
 };
+
+void RequireRunning(const Application& application) {
+    if (HasEnded(application.process.get())) {
+        throw std::runtime_error("The application has ended");
+    }
+}
 
 // The application starts the updater's copy in the job directory.
 void FindUpdater(WholeUpdate& update) {
@@ -78,6 +85,7 @@ void AwaitUpdateStatus(const Application& application, const std::string& beginn
     std::string text;
     try {
         AwaitCondition("\"" + beginning + "\" in the application's window", [&] {
+            RequireRunning(application);
             text = UpdateStatusText(application);
             return text.starts_with(beginning);
         });
