@@ -1,5 +1,6 @@
-// Performs the updates of the demonstration: a real installation, a real update, and a real update
-// to a broken version that is rolled back. The exit code is 0 only if all that is promised held.
+// Performs the updates of the demonstration: a real installation, a real update that the
+// application finds on a server and downloads, a feed that it refuses, and a real update to a
+// broken version that is rolled back. The exit code is 0 only if all that is promised held.
 
 #include <exception>
 #include <filesystem>
@@ -14,8 +15,9 @@
 #include "end_to_end/installed_program.h"
 #include "end_to_end/running_processes.h"
 #include "end_to_end/staging_directories.h"
-#include "end_to_end/whole_update.h"
+#include "end_to_end/update_request.h"
 #include "fixtures/application_names.h"
+#include "fixtures/scoped_variable.h"
 #include "fixtures/uninstall_entry.h"
 #include "fixtures/updater_box.h"
 #include "support/extended_length_path.h"
@@ -28,10 +30,13 @@ namespace updater {
 
 namespace {
 
+// Where the server cuts the connection, in the middle of the download.
+constexpr int kCut = 1'500'000;
+
 struct Stage {
     std::filesystem::path directory = L"C:\\\u6F14\u793A " IDENTITY_LOCAL_DIRECTORY L" demo";
     std::filesystem::path installDirectory = directory / L"\u5E94\u7528 \u7A0B\u5E8F";
-    std::filesystem::path feedDirectory = directory / L"feed";
+    std::filesystem::path userData = directory / L"user data";
     std::vector<std::filesystem::path> stagingBefore = ListStagingDirectories();
 };
 
@@ -88,21 +93,49 @@ void InstallVersion1(const Stage& stage) {
     Tell("          the user adds " + std::to_string(UserData().size()) + " files of their own");
 }
 
-// The application is asked for the update, and the prompt for administrator rights is granted.
-void BeginUpdate(WholeUpdate& update, const Stage& stage) {
+void Publish(Publication& publication, const wchar_t* setup, const std::string& version,
+             const std::string& query = "") {
+    PublishRelease(publication, SetupProgram(setup), version, query);
+    Tell("          nginx serves the signed feed, issue " + std::to_string(publication.issue) +
+         ": " + WideToUtf8(publication.FeedAddress()));
+}
+
+// The application looks for the update by itself, and its user has it downloaded.
+void Download(WholeUpdate& update, const Stage& stage, const Publication& publication,
+              const std::string& version) {
     update.job.installDirectory = stage.installDirectory;
+    StartWithFeed(update, publication);
+    DownloadOffered(update, version);
+    TellCheck(true,
+              "the application finds it and downloads it: " + UpdateStatusText(update.application));
+}
+
+// The user has it installed, and grants the rights that the prompt asks for.
+void BeginUpdate(WholeUpdate& update) {
     update.onRecord = TellRecord;
-    RequestUpdate(update, stage.feedDirectory);
+    RestartToUpdate(update);
     update.AnswerPromptStepByStep();
     update.AwaitRecord("installing");
     update.NoteRecord();
 }
 
-void UpdateToVersion2(const Stage& stage) {
-    Tell("\n2. The application is asked to update itself to version 2.0.0.0");
-    OfferInFeed(stage.feedDirectory, SetupProgram(L"v2"), "2.0.0.0");
+// Where the connection was cut, and where the download went on, by the server's own log.
+void CheckCut(const Publication& publication) {
+    const std::vector<std::string> requests = publication.servers.Requests(kUnruly);
+    const bool wentOn =
+        requests.size() == 2 &&
+        requests.back().find(" 206 \"bytes=" + std::to_string(kCut) + "-\"") != std::string::npos;
+    TellCheck(wentOn, "the server cut the connection after " + std::to_string(kCut) +
+                          " bytes, and the download went on from there");
+}
+
+void UpdateToVersion2(const Stage& stage, Publication& publication) {
+    Tell("\n2. Version 2.0.0.0 is published, and the application updates itself");
+    Publish(publication, L"v2", "2.0.0.0", "?cut=" + std::to_string(kCut) + "&times=1");
     WholeUpdate update;
-    BeginUpdate(update, stage);
+    Download(update, stage, publication, "2.0.0.0");
+    CheckCut(publication);
+    BeginUpdate(update);
     const std::uint32_t exitCode = update.AwaitBroker();
     update.NoteRecord();
     TellCheck(exitCode == 0, "the updater ends with exit code " + std::to_string(exitCode));
@@ -113,32 +146,41 @@ void UpdateToVersion2(const Stage& stage) {
     CheckRestart(stage, "2.0.0.0");
 }
 
+void RefuseTamperedFeed(const Stage& stage, Publication& publication) {
+    Tell("\n3. Version 3.0.0.0 is published, and somebody changes a byte of its feed");
+    Publish(publication, L"v3-broken", "3.0.0.0");
+    TamperWithFeed(publication);
+    const std::size_t downloads = publication.servers.Requests(kUnruly).size();
+    WholeUpdate update;
+    update.job.installDirectory = stage.installDirectory;
+    StartWithFeed(update, publication);
+    constexpr char kRefusal[] = "What the update server offers cannot be trusted";
+    AwaitUpdateStatus(update.application, kRefusal);
+    TellCheck(true, "the application refuses it:");
+    TellLines(UpdateStatusText(update.application));
+    CloseApplication(update.application);
+    TellCheck(publication.servers.Requests(kUnruly).size() == downloads, "nothing is downloaded");
+    CheckVersions(stage, L"2.0.0.0");
+}
+
 void TellErrorBox(WholeUpdate& update) {
     const MessageWindow box = AwaitErrorBox(update);
     update.NoteRecord();
     Tell("          an error box appears, " + Quoted(box.title) + ':');
-    std::string line = "          | ";
-    for (const char character : WideToUtf8(box.text)) {
-        if (character == '\n') {
-            Tell(line);
-            line = "          | ";
-        } else {
-            line += character;
-        }
-    }
-    Tell(line);
+    TellLines(WideToUtf8(box.text));
     TellCheck(
         box.title == kUpdaterBoxTitle && box.text == ReadStatusReport(update.job.jobDirectory),
         "it shows the record of the failure");
     CloseMessageBox(box);
 }
 
-void RollVersion3Back(const Stage& stage) {
-    Tell("\n3. It is asked to update itself to version 3.0.0.0, which was put together wrongly");
+void RollVersion3Back(const Stage& stage, Publication& publication) {
+    Tell("\n4. Its feed is put right, but the version itself was put together wrongly");
     const TreeContent before = ReadProgramFiles(stage.installDirectory);
-    OfferInFeed(stage.feedDirectory, SetupProgram(L"v3-broken"), "3.0.0.0");
+    Publish(publication, L"v3-broken", "3.0.0.0");
     WholeUpdate update;
-    BeginUpdate(update, stage);
+    Download(update, stage, publication, "3.0.0.0");
+    BeginUpdate(update);
     TellErrorBox(update);
     const std::uint32_t exitCode = update.AwaitBroker();
     TellCheck(exitCode == 1, "the updater ends with exit code " + std::to_string(exitCode));
@@ -160,16 +202,20 @@ void Perform(const std::function<void()>& act) {
 
 int RunDemonstration() {
     const Stage stage;
+    const ScopedVariable userData(L"LOCALAPPDATA", stage.userData.native());
     Perform([&] {
         ClearStage(stage);
+        Publication publication;
         InstallVersion1(stage);
-        UpdateToVersion2(stage);
-        RollVersion3Back(stage);
+        UpdateToVersion2(stage, publication);
+        RefuseTamperedFeed(stage, publication);
+        RollVersion3Back(stage, publication);
     });
     Perform([&] { ClearStage(stage); });
     Tell(CountFailedChecks() == 0
-             ? "\nBoth updates went as promised: version 2 was installed, and the broken version 3 "
-               "left version 2 and the user's files untouched."
+             ? "\nAll went as promised: version 2 was downloaded and installed, the changed feed "
+               "was "
+               "refused, and the broken version 3 left version 2 and the user's files untouched."
              : "\n" + std::to_string(CountFailedChecks()) + " of the promises did not hold.");
     return CountFailedChecks() == 0 ? 0 : 1;
 }

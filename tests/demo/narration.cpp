@@ -19,6 +19,13 @@ void Tell(const std::string& line) {
     std::cout << line << '\n' << std::flush;
 }
 
+void TellLines(const std::string& text) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        Tell("          | " + line);
+    }
+}
+
 void TellRecord(const TimedRecord& record) {
     std::ostringstream line;
     line << "  [" << std::fixed << std::setprecision(1) << std::setw(4) << record.seconds << " s] "

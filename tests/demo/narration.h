@@ -10,6 +10,9 @@ namespace updater {
 /// Writes one line, UTF-8, to the standard output at once.
 void Tell(const std::string& line);
 
+/// Tells a text that somebody has read on the screen, each line marked.
+void TellLines(const std::string& text);
+
 /// Tells a status record with the time at which it came.
 void TellRecord(const TimedRecord& record);
 
