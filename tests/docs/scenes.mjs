@@ -64,7 +64,7 @@ function prepareBuiltRelease(world) {
   removeScenes(world);
   const { release, next } = places(world);
   cpSync(next, join(release, "program"), { recursive: true });
-  cpSync(join(world.root, "build/mingw-debug/examples/setups/v2.exe"), join(release, "corvellan-2.exe"));
+  cpSync(join(world.root, "build/mingw-debug/examples/setups/v2.exe"), join(release, "setup-2.exe"));
 }
 
 // The page's first block of JSON is the feed; another one has the key.

@@ -56,7 +56,7 @@ function prepare(directory, text, report) {
   const files = join(directory, "files");
   mkdirSync(files);
   writeFileSync(join(files, "update-feed.json"), '{"a":"feed"}'.padEnd(2000));
-  writeFileSync(join(files, "corvellan-2.exe"), "a setup program".padEnd(2000));
+  writeFileSync(join(files, "setup-2.exe"), "a setup program".padEnd(2000));
   put("listen 443 ssl;", `listen unix:${join(directory, "socket")} ssl;`);
   put("/etc/ssl/updates/", `${directory}/`);
   put("root /srv/updates;", `root ${files};`);
@@ -128,12 +128,12 @@ async function checkAnswers(socket, report) {
   const again = await ask(socket, "/update-feed.json", { "if-none-match": feed.headers.etag });
   expect("the status for a feed that has not changed", again.status, 304);
 
-  const setup = await ask(socket, "/corvellan-2.exe", {});
+  const setup = await ask(socket, "/setup-2.exe", {});
   expect("the setup program's Cache-Control", setup.headers["cache-control"], "public, max-age=31536000, immutable");
   const range = { range: "bytes=500-", "if-range": setup.headers.etag };
-  const rest = await ask(socket, "/corvellan-2.exe", range);
+  const rest = await ask(socket, "/setup-2.exe", range);
   expect("the status for the rest of a file", rest.status, 206);
   expect("the rest's length", rest.length, 1500);
-  const other = await ask(socket, "/corvellan-2.exe", { ...range, "if-range": '"another"' });
+  const other = await ask(socket, "/setup-2.exe", { ...range, "if-range": '"another"' });
   expect("the status for the rest of another file", other.status, 200);
 }
