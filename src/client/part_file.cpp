@@ -65,7 +65,7 @@ std::wstring ReadCondition(const std::filesystem::path& part, const DownloadOrde
         return {};
     }
     const auto* const condition = FindJson<std::string>(*reading.object, kConditionName);
-    std::wstring wide = condition == nullptr ? std::wstring() : Utf8ToWide(*condition);
+    const std::wstring wide = condition == nullptr ? std::wstring() : Utf8ToWide(*condition);
     return IsHeaderText(wide) ? wide : std::wstring();
 }
 

@@ -29,8 +29,8 @@ namespace {
 // The first portion, and the largest one; each may have twice as many bytes as the one before.
 // Where WinHTTP waits until a portion is full, what has come of it is lost when the connection
 // breaks.
-constexpr std::size_t kFirstPortion = 8UL * 1024UL;
-constexpr std::size_t kLargestPortion = 256UL * 1024UL;
+constexpr std::size_t kFirstPortion = 8192;
+constexpr std::size_t kLargestPortion = 262144;
 constexpr int kMostRedirects = 5;
 
 struct InternetCloser {
@@ -69,7 +69,7 @@ struct RequestState {
     std::atomic<ULONGLONG> sentAt = 0;
     std::atomic<ULONGLONG> lastArrival = 0;
     // One is filled while the other one is used.
-    std::array<std::array<char, kLargestPortion>, 2> portions;
+    std::array<std::array<char, kLargestPortion>, 2> portions{};
     std::size_t portion = 0;
     std::size_t size = kFirstPortion / 2;
 };
@@ -117,7 +117,7 @@ void End(RequestState& state, DWORD error, DWORD bytes) noexcept {
 
 void Release(RequestState* state) noexcept {
     Closings& closings = state->closings;
-    delete state;
+    std::unique_ptr<RequestState>(state).reset();
     if (CloseOne(closings)) {
         SetEvent(closings.allClosed.get());
     }
@@ -271,7 +271,7 @@ void Begin(const Attempt& attempt, Operation operation) {
 // become a later one meanwhile.
 template <typename Deadline>
 void Await(const Attempt& attempt, Deadline deadline) {
-    RequestState& state = *attempt.request.state;
+    const RequestState& state = *attempt.request.state;
     const std::array<HANDLE, 2> events = {attempt.transport.cancellation.event.get(),
                                           state.changed.get()};
     // Also where every operation has ended before anybody waits for it.
@@ -474,7 +474,7 @@ void TransportCloser::operator()(Transport* transport) const noexcept {
     if (!CloseOne(transport->closings)) {
         WaitForSingleObject(transport->closings.allClosed.get(), INFINITE);
     }
-    delete transport;
+    std::unique_ptr<Transport>(transport).reset();
 }
 
 UniqueTransport OpenTransport(const TransportLimits& limits, const Cancellation& cancellation) {

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -36,6 +37,7 @@ struct ReceivedAnswer {
     std::function<void()> onBytes = [] {};
 };
 
+// cppcheck-suppress constParameter  // not for the function that it is passed on to
 void FetchInto(Transport& transport, const HttpsRequest& request, ReceivedAnswer& answer) {
     Fetch(transport, request,
           {.takeHead =
@@ -205,7 +207,9 @@ struct SilentServer {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+        if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+            throw std::runtime_error("There is no free port");
+        }
         int length = sizeof(address);
         getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
         port = ntohs(address.sin_port);
