@@ -128,24 +128,27 @@ TEST_F(WatchedRecord, IsNotOpenedWhileItChanges) {
     StartUpdate();
     Step(kReadyStep);
     int opened = 0;
-    DWORD time = 0;
+    DWORD looks = 0;
     const ScopedReplacement opening(doubles::CreateFileW, [&](LPCWSTR path, auto... rest) {
         opened += IsRecord(path) ? 1 : 0;
         return CreateFileW(path, rest...);
     });
     {
-        const ScopedReplacement looking(
-            doubles::FindFirstFileExW,
-            [&time](LPCWSTR path, auto level, LPVOID data, auto... rest) {
-                HANDLE search = FindFirstFileExW(path, level, data, rest...);
-                if (IsRecord(path)) {
-                    static_cast<WIN32_FIND_DATAW*>(data)->ftLastWriteTime.dwLowDateTime = ++time;
-                }
-                return search;
-            });
+        const ScopedReplacement looking(doubles::FindFirstFileExW, [&looks](LPCWSTR path,
+                                                                            auto level, LPVOID data,
+                                                                            auto... rest) {
+            HANDLE search = FindFirstFileExW(path, level, data, rest...);
+            if (IsRecord(path)) {
+                static_cast<WIN32_FIND_DATAW*>(data)->ftLastWriteTime.dwLowDateTime = ++looks / 3;
+            }
+            return search;
+        });
+        // Every third look, 100 ms after one another, finds another record.
+        const ScopedReplacement clock(doubles::GetTickCount64,
+                                      [&looks] { return 1000 + 50ULL * looks; });
         EXPECT_EQ(Wait(1500), APP_UPDATE_NO_CHANGE);
     }
-    EXPECT_GT(time, 1U);
+    EXPECT_GE(looks, 30U);
     EXPECT_EQ(opened, 0);
     EXPECT_EQ(Wait(kLong), APP_UPDATE_OK);
     EXPECT_EQ(opened, 1);
