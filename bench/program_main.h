@@ -14,7 +14,7 @@ inline void PrintNumbers(std::initializer_list<double> numbers) {
         std::cout << separator << std::fixed << std::setprecision(6) << number;
         separator = "\t";
     }
-    std::cout << std::endl;
+    std::cout << '\n' << std::flush;
 }
 
 /// Runs a program of the benchmark with its arguments, of which it needs `wanted`. Returns its exit

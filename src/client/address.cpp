@@ -141,9 +141,7 @@ std::uint16_t ReadPort(std::wstring_view text, std::wstring_view address) {
     return port;
 }
 
-}  // namespace
-
-bool IsHttpsAddress(std::wstring_view address) {
+bool BeginsWithHttps(std::wstring_view address) {
     constexpr std::wstring_view kStart = L"https://";
     return std::ranges::equal(
         address.substr(0, kStart.size()), kStart, [](wchar_t given, wchar_t wanted) {
@@ -151,9 +149,11 @@ bool IsHttpsAddress(std::wstring_view address) {
         });
 }
 
+}  // namespace
+
 HttpsAddress ReadHttpsAddress(std::wstring_view address) {
     const AddressParts parts = SplitAddress(address);
-    if (!IsHttpsAddress(address)) {
+    if (!BeginsWithHttps(address)) {
         RefuseAddress(address);
     }
     HttpsAddress result;

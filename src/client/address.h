@@ -18,9 +18,6 @@ struct HttpsAddress {
 /// is not "https", that has a user's name in it, or that is none.
 HttpsAddress ReadHttpsAddress(std::wstring_view address);
 
-/// Whether an absolute address begins with "https://", in any letter case.
-bool IsHttpsAddress(std::wstring_view address);
-
 /// Returns an address relative to another one, which is absolute, as an absolute one, by the rules
 /// of URLs. Percent signs stay what they are; what follows a "#" is left out. Raises
 /// `ClientFailure` APP_UPDATE_INVALID_ARGUMENT for what is no address, or has a user's name in it.

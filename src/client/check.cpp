@@ -116,8 +116,8 @@ CheckResult CheckForUpdate(Session& session) {
     const bool wasDamaged = store.wasDamaged;
     const std::optional<std::string> kept = PayloadOfKept(store, settings);
     FeedAnswer answer = AskServer(session, kept ? std::optional(store.entityTag) : std::nullopt);
-    Feed feed = ReadFeed(answer.envelope ? OpenEnvelope(*answer.envelope, settings.publicKeys)
-                                         : kept.value());
+    const Feed feed = ReadFeed(answer.envelope ? OpenEnvelope(*answer.envelope, settings.publicKeys)
+                                               : kept.value());
 
     const auto seen = store.issues.find(settings.channel);
     const FeedCircumstances circumstances{

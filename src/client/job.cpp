@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "client/failure.h"
-#include "client/kept_file.h"
 #include "client/removal.h"
+#include "client/whole_file.h"
 #include "support/application_identity.h"
 #include "support/argument_quoting.h"
 #include "support/file_system.h"
@@ -92,7 +92,7 @@ UniqueHandle StartUpdater(const UpdateJob& job, const std::filesystem::path& job
 }
 
 void RequestGivingUp(const std::filesystem::path& jobDirectory) {
-    ReplaceKeptFile(jobDirectory / kCancelMarker, {});
+    ReplaceWholeFile(jobDirectory / kCancelMarker, {});
 }
 
 bool WasGivingUpRequested(const std::filesystem::path& jobDirectory) {

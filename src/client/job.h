@@ -36,7 +36,7 @@ std::filesystem::path CreateJobDirectory(const std::filesystem::path& dataDirect
 UniqueHandle StartUpdater(const UpdateJob& job, const std::filesystem::path& jobDirectory);
 
 /// Asks the updater to give up; it looks for the request while it waits for the application's end,
-/// and so also finds one that was made earlier. Raises `ClientFailure` as `ReplaceKeptFile` does.
+/// and so also finds one that was made earlier. Raises `ClientFailure` as `ReplaceWholeFile` does.
 void RequestGivingUp(const std::filesystem::path& jobDirectory);
 
 /// Whether the updater has been asked to give up.

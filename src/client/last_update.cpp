@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <nlohmann/json.hpp>
+#include <cstdint>
 
-#include "client/kept_file.h"
+#include "client/json_reading.h"
+#include "client/whole_file.h"
+#include "support/json_text.h"
 #include "support/text_conversion.h"
 
 namespace updater {
@@ -14,15 +16,10 @@ namespace {
 constexpr wchar_t kLastUpdateFile[] = L"last-update.json";
 constexpr std::size_t kLargestLastUpdate = 4096;
 
-constexpr char kJobKey[] = "job";
-constexpr char kVersionKey[] = "version";
-constexpr char kToldKey[] = "told";
-
-// Returns an empty text for what is none.
-std::string TextAt(const nlohmann::json& object, const char* key) {
-    const auto found = object.find(key);
-    return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
+constexpr char kJobName[] = "job";
+constexpr char kVersionName[] = "version";
+// 0 or 1.
+constexpr char kToldName[] = "told";
 
 }  // namespace
 
@@ -36,29 +33,30 @@ bool IsJobIdentity(std::wstring_view text) {
 }
 
 std::optional<LastUpdate> ReadLastUpdate(const std::filesystem::path& dataDirectory) {
-    const auto text = ReadKeptFile(dataDirectory / kLastUpdateFile, kLargestLastUpdate);
-    const nlohmann::json kept =
-        nlohmann::json::parse(text.value_or(std::string()), nullptr, /*allow_exceptions=*/false);
-    if (!kept.is_object()) {
+    const auto text = ReadFileUpTo(dataDirectory / kLastUpdateFile, kLargestLastUpdate);
+    if (!text || text->size() > kLargestLastUpdate) {
         return std::nullopt;
     }
-    LastUpdate update{Utf8ToWide(TextAt(kept, kJobKey)), {}, false};
-    const std::optional<VersionNumber> version = ReadVersionNumber(TextAt(kept, kVersionKey));
-    const auto told = kept.find(kToldKey);
-    if (!IsJobIdentity(update.job) || !version || told == kept.end() || !told->is_boolean()) {
+    const JsonReading reading = ReadJsonObject(*text);
+    const JsonFields kept = reading.object.value_or(JsonFields());
+    const auto* const job = FindJson<std::string>(kept, kJobName);
+    const auto* const version = FindJson<std::string>(kept, kVersionName);
+    const auto* const told = FindJson<std::uint64_t>(kept, kToldName);
+    if (job == nullptr || version == nullptr || told == nullptr) {
         return std::nullopt;
     }
-    update.version = *version;
-    update.told = told->get<bool>();
-    return update;
+    const LastUpdate update{Utf8ToWide(*job), ReadVersionNumber(*version).value_or(VersionNumber()),
+                            *told != 0};
+    return IsJobIdentity(update.job) && VersionText(update.version) == *version
+               ? std::optional(update)
+               : std::nullopt;
 }
 
 void WriteLastUpdate(const std::filesystem::path& dataDirectory, const LastUpdate& update) {
-    nlohmann::ordered_json kept;
-    kept[kJobKey] = WideToUtf8(update.job);
-    kept[kVersionKey] = VersionText(update.version);
-    kept[kToldKey] = update.told;
-    ReplaceKeptFile(dataDirectory / kLastUpdateFile, kept.dump());
+    ReplaceWholeFile(dataDirectory / kLastUpdateFile,
+                     JsonObject({{kJobName, JsonString(WideToUtf8(update.job))},
+                                 {kVersionName, JsonString(VersionText(update.version))},
+                                 {kToldName, update.told ? "1" : "0"}}));
 }
 
 }  // namespace updater

@@ -24,9 +24,10 @@ struct LastUpdate {
 bool IsJobIdentity(std::wstring_view text);
 
 /// Returns what is kept; nothing if there has been no update, or if what is kept is damaged.
+/// Raises what `ReadFileUpTo` does.
 std::optional<LastUpdate> ReadLastUpdate(const std::filesystem::path& dataDirectory);
 
-/// Raises what `ReplaceKeptFile` does.
+/// Raises what `ReplaceWholeFile` does.
 void WriteLastUpdate(const std::filesystem::path& dataDirectory, const LastUpdate& update);
 
 }  // namespace updater

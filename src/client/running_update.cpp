@@ -17,13 +17,12 @@ bool IsCancelRequested(const RunningUpdate& update, std::mutex& lock) {
     return update.cancelRequested;
 }
 
-AppUpdateState StateOf(const UpdateRecord& record, AppUpdateState before) {
+AppUpdateState StateOf(const UpdateRecord& record) {
     if (record.state == kStateReady) {
         return APP_UPDATE_STATE_READY;
     }
-    return record.state == kStateAuthorized
-               ? std::max(before, AppUpdateState(APP_UPDATE_STATE_AUTHORIZED))
-               : before;
+    return record.state == kStateAuthorized ? APP_UPDATE_STATE_AUTHORIZED
+                                            : APP_UPDATE_STATE_STARTED;
 }
 
 // Looks once.
@@ -37,8 +36,9 @@ WaitResult LookAtUpdate(RunningUpdate& update, std::mutex& lock) {
     if (hasEnded) {
         return {std::nullopt, EndOfUpdate(update.watch.record, {true, cancelRequested})};
     }
-    const AppUpdateState state =
-        update.watch.record ? StateOf(*update.watch.record, update.state) : update.state;
+    const AppUpdateState recorded =
+        update.watch.record ? StateOf(*update.watch.record) : update.state;
+    const AppUpdateState state = std::max(update.state, recorded);
     if (state == update.state || (state == APP_UPDATE_STATE_READY && cancelRequested) ||
         IsSignalledWithin(update.broker.get(), 0)) {
         return {};

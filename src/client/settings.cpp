@@ -1,10 +1,11 @@
 #include "client/settings.h"
 
-#include <cwchar>
 #include <optional>
 #include <string_view>
 
 #include "client/failure.h"
+#include "client/feed.h"
+#include "client/feed_address.h"
 #include "support/application_identity.h"
 #include "support/process_utilities.h"
 #include "support/text_conversion.h"
@@ -19,9 +20,6 @@ constexpr std::uint32_t kMostKeys = 16;
 constexpr std::uint32_t kDefaultLimit = 30000;
 constexpr std::uint32_t kDefaultFirstPause = 1000;
 constexpr wchar_t kDefaultChannel[] = L"stable";
-constexpr std::wstring_view kHttps = L"https://";
-constexpr std::size_t kLongestAddress = 2048;
-constexpr std::size_t kLongestChannel = 64;
 constexpr DWORD kLongestPath = 32767;
 
 void Require(bool isFine, const std::string& sentence) {
@@ -66,8 +64,8 @@ VersionNumber ReadRunningVersion(const wchar_t* text) {
 
 std::string ReadChannel(const wchar_t* text) {
     std::string channel = WideToUtf8(TextOr(text, kDefaultChannel));
-    Require(!channel.empty() && channel.size() <= kLongestChannel,
-            "The channel must have between 1 and 64 characters");
+    Require(IsChannelName(channel),
+            "The channel must be 1 to 32 lower-case letters, digits and hyphens");
     return channel;
 }
 

@@ -427,7 +427,7 @@ void Receive(const Attempt& attempt, const HttpsHead& head, const HttpsReceiver&
     const std::uint64_t received = ReadBody(attempt, receiver);
     // Not every release of WinHTTP takes an early end for a failure.
     if (head.length && received < *head.length) {
-        RaiseTransportFailure(attempt.address, ERROR_WINHTTP_CONNECTION_ERROR);
+        RaiseBrokenConnection(attempt.address);
     }
 }
 

@@ -84,6 +84,10 @@ void RaiseTransportFailure(const std::wstring& address, std::uint32_t error) {
     Raise(APP_UPDATE_NO_NETWORK, "No connection to the server, or it broke", address, error);
 }
 
+void RaiseBrokenConnection(const std::wstring& address) {
+    RaiseTransportFailure(address, ERROR_WINHTTP_CONNECTION_ERROR);
+}
+
 void RaiseRedirectRefused(const std::wstring& address, const std::wstring& location) {
     throw ClientFailure(APP_UPDATE_REDIRECT_REFUSED,
                         "The server leads to what is not HTTPS, or on and on: " +

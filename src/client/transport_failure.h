@@ -15,6 +15,9 @@ namespace updater {
 /// APP_UPDATE_SYSTEM_ERROR for what is the machine's own trouble.
 [[noreturn]] void RaiseTransportFailure(const std::wstring& address, std::uint32_t error);
 
+/// For an answer that ends before its end: APP_UPDATE_NO_NETWORK.
+[[noreturn]] void RaiseBrokenConnection(const std::wstring& address);
+
 /// APP_UPDATE_REDIRECT_REFUSED.
 [[noreturn]] void RaiseRedirectRefused(const std::wstring& address, const std::wstring& location);
 

@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <memory>
-#include <nlohmann/json.hpp>
+#include <span>
 
-#include "client/kept_file.h"
+#include "client/json_reading.h"
+#include "support/file_reading.h"
+#include "support/handle.h"
 #include "support/status_file.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
@@ -33,16 +34,17 @@ std::uint64_t Combine(DWORD high, DWORD low) {
 std::optional<UpdateRecord> ParseUpdateRecord(std::string_view text) {
     // A message may hold the system's words in the machine's own code page.
     const std::string valid = WideToUtf8(Utf8ToWide(text));
-    const nlohmann::json record = nlohmann::json::parse(valid, nullptr, /*allow_exceptions=*/false);
-    if (!record.is_object() || !record.contains("state") || !record["state"].is_string() ||
-        !record.contains("message") || !record["message"].is_string() ||
-        !record.contains("exitCode") || !record["exitCode"].is_number_integer()) {
+    const JsonReading reading = ReadJsonObject(valid);
+    const JsonFields fields = reading.object.value_or(JsonFields());
+    const auto* const state = FindJson<std::string>(fields, "state");
+    const auto* const message = FindJson<std::string>(fields, "message");
+    if (state == nullptr || message == nullptr ||
+        std::ranges::find(kStates, *state) == kStates.end()) {
         return std::nullopt;
     }
-    UpdateRecord result{record["state"].get<std::string>(), record["message"].get<std::string>(),
-                        record["exitCode"].get<std::int64_t>()};
-    return std::ranges::find(kStates, result.state) != kStates.end() ? std::optional(result)
-                                                                     : std::nullopt;
+    // A negative number says nothing here.
+    const auto* const exitCode = FindJson<std::uint64_t>(fields, "exitCode");
+    return UpdateRecord{*state, *message, exitCode == nullptr ? 0 : *exitCode};
 }
 
 RecordMark MarkOfRecord(const std::filesystem::path& jobDirectory) {
@@ -75,8 +77,17 @@ bool LookAtRecord(RecordWatch& watch, const std::filesystem::path& jobDirectory)
 }
 
 std::optional<UpdateRecord> ReadUpdateRecord(const std::filesystem::path& jobDirectory) {
-    const auto text = ReadKeptFile(jobDirectory / kStatusFile, kLargestRecord);
-    return text ? ParseUpdateRecord(*text) : std::nullopt;
+    // The updater may replace it all the same.
+    const UniqueHandle file =
+        OwnHandle(CreateFileW((jobDirectory / kStatusFile).c_str(), GENERIC_READ,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    std::string text;
+    const auto append = [&text](std::span<const char> portion) {
+        text.append(portion.begin(), portion.end());
+        return text.size() <= kLargestRecord;
+    };
+    return file && VisitPortions(file.get(), append) ? ParseUpdateRecord(text) : std::nullopt;
 }
 
 }  // namespace updater

@@ -13,7 +13,7 @@ struct UpdateRecord {
     /// One of the state words.
     std::string state;
     std::string message;
-    std::int64_t exitCode = 0;
+    std::uint64_t exitCode = 0;
 };
 
 /// Reads a record's text; nothing if it is none, for example because the disk was full when it was

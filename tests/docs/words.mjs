@@ -5,8 +5,8 @@ const unwanted = [
   [/\bspe[c](s|ifications?)?\b/i, "no reader has such a document"],
   [/\bPar[t] \d/, "no reader has such a document"],
   [/(^|[^\w.])\/(wor[k]|tm[p]|hom[e]|roo[t])\b/, "a path of somebody's machine"],
-  // The name is one that nobody can have.
-  [/https?:\/\/(?!(?:updates\.)?example\.com\b)[\w-]/, "a page of somebody else, which may go away"],
+  // These names are ones that nobody can have.
+  [/https?:\/\/(?!(?:(?:updates\.)?example\.com|localhost)\b)[\w-]/, "a page of somebody else, which may go away"],
   [/\b(TOD[O]|FIXM[E]|TB[D])\b/, "unfinished"],
 ];
 

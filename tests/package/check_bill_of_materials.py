@@ -20,9 +20,9 @@ LIBRARIES = {
     "mingw-w64": {"libmingw32.a", "libmingwex.a", "libmsvcrt.a", "libkernel32.a", "libmoldname.a",
                   "libadvapi32.a", "libbcrypt.a", "libole32.a", "libshell32.a", "libuser32.a", "libwinhttp.a"},
 }
-OWN = {"libupdater-core.a", "libupdatectl-commands.a", "libupdate-client.a"}
-# The object that has the templates of a library without objects in it.
-JSON = "json_reading.cpp.obj"
+OWN = {"libupdater-core.a", "libupdate-client.a", "libupdatectl-commands.a"}
+# Libraries that are all headers show by the names of their functions.
+HEADERS = {"nlohmann-json": "8nlohmann"}
 GDTOA = re.compile(r"-(gdtoa|dmisc|gmisc|smisc|mingw_pformat)\.o$")
 
 
@@ -35,8 +35,6 @@ def parts_in_map(path):
     for archive, member in members:
         library = archive.split("/")[-1]
         if library in OWN:
-            if member == JSON:
-                parts.add("nlohmann-json")
             continue
         found = [part for part, names in LIBRARIES.items() if library in names]
         if not found:
