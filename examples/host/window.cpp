@@ -134,12 +134,12 @@ void Close(MainWindow& state) {
         return;
     }
     state.closing = true;
-    ShowWindow(state.window, SW_HIDE);
     if (state.phase == Phase::Updating) {
         state.task.abandoned = true;
     } else {
         AppUpdateCancel(state.task.session);
     }
+    ShowWindow(state.window, SW_HIDE);
 }
 
 // The phase to go back to when a step was not done.

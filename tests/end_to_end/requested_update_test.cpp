@@ -4,7 +4,6 @@
 
 #include <optional>
 
-#include "client/corvellan_update.h"
 #include "controls.h"
 #include "end_to_end/build_outputs.h"
 #include "end_to_end/update_expectations.h"
@@ -23,6 +22,10 @@ using testing::HasSubstr;
 constexpr char kCancelled[] = "Cancelled; nothing was changed";
 constexpr char kNotTrusted[] =
     "What the update server offers cannot be trusted; nothing was changed\n";
+
+// A download that stops behind a mebibyte goes on at the end of the last portion that was complete,
+// at 10... bytes.
+constexpr char kLastPortion[] = "10";
 
 struct RequestedUpdate : UpdateTest {
     void Publish(const wchar_t* setupName, const std::string& query = "") {
@@ -43,6 +46,11 @@ struct RequestedUpdate : UpdateTest {
         Publish(L"v2", "?drip=1048576&times=1");
         StartDownload();
         AwaitUpdateStatus(application, "Version 2.0.0.0 is being downloaded: 1.0 MB of ");
+    }
+
+    // Wine ends a cancelled request only when its server does, and the application with it.
+    void EndSlowDownload() const {
+        WriteFileContent(publication.servers.directory.path / L"let-go", "");
     }
 
     // One line for each download that was begun: the range that was asked for.
@@ -107,13 +115,15 @@ TEST_F(RequestedUpdate, LeavesTheApplicationOpenWhenItsUserCancelsDuringThePromp
     PressButton(application, ID_CANCEL_UPDATE);
     AwaitCondition("the cancel marker", [&] { return PathExists(job.jobDirectory / L"cancel"); });
     AnswerPrompt();
+    AwaitWorker();
 
     EXPECT_EQ(AwaitBroker(), 2U);
     AwaitUpdateStatus(application, kCancelled);
     ExpectNothingChanged(*this);
     CloseApplication(application);
-    // The worker goes last.
-    AwaitCondition("the end of it all", [] { return AppUpdateIsBeingInstalled() == 0; });
+    // By itself it would wait its three minutes.
+    TerminateProcess(worker.get(), 1);
+    AwaitEnd(worker.get(), "the worker's end");
     const FeedVariables feed(publication);
     const Application again = StartApplication(job.installDirectory);
     EXPECT_EQ(OutcomeToldBy(again), "");
@@ -124,18 +134,22 @@ TEST_F(RequestedUpdate, GoesOnWithADownloadThatItsUserCancelled) {
     StartSlowDownload();
     PressButton(application, ID_CANCEL_UPDATE);
     AwaitUpdateStatus(application, kCancelled);
+    EndSlowDownload();
     PressButton(application, ID_DOWNLOAD);
     AwaitUpdateStatus(application, "Version 2.0.0.0 is ready to install");
-    ExpectDownloadThatWentOnAt("1048");
+    ExpectDownloadThatWentOnAt(kLastPortion);
     CloseApplication(application);
 }
 
 TEST_F(RequestedUpdate, GoesOnWithADownloadAtTheNextStart) {
     StartSlowDownload();
-    CloseApplication(application);
+    AskToClose(application);
+    AwaitCondition("the window to close", [&] { return ListWindows(application.id).empty(); });
+    EndSlowDownload();
+    AwaitEnd(application.process.get(), "the application to close");
     StartWithFeed(*this, publication);
     DownloadOffered(*this, "2.0.0.0");
-    ExpectDownloadThatWentOnAt("1048");
+    ExpectDownloadThatWentOnAt(kLastPortion);
     CloseApplication(application);
 }
 

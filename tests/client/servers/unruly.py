@@ -6,7 +6,8 @@ times=N       only the first N requests for this very address misbehave; without
 cut=N         closes the connection after N bytes of the file
 advance=N     closes the connection after N bytes of the answer
 stall=N       sends nothing more after N bytes, or not even the head for "stall=head"
-drip=N        sends the head and N bytes, then a byte every tenth of a second
+drip=N        sends the head and N bytes, then a byte every tenth of a second, until a file
+               "let-go" lies beside the directory of the files
 more=N        announces and sends N bytes more than the file has
 less=N        announces and sends N bytes less
 unannounced=N announces no length and sends N bytes more (less for a negative number)
@@ -214,6 +215,8 @@ class Answer(http.server.BaseHTTPRequestHandler):
             self.wfile.write(body[:begin])
             for position in range(begin, len(body)):
                 time.sleep(0.1)
+                if (self.server.directory / "let-go").exists():
+                    return
                 self.wfile.write(body[position : position + 1])
         else:
             for position in range(0, len(body), PORTION):
