@@ -19,3 +19,4 @@ set(CMAKE_CXX_STANDARD_INCLUDE_DIRECTORIES
 add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-nostdinc++>")
 # The library has the posix thread model.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-L${gcc_directory} -pthread")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "${CMAKE_EXE_LINKER_FLAGS_INIT}")

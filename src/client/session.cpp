@@ -131,7 +131,7 @@ void CancelSession(Session& session) {
     }
 }
 
-std::optional<LastOutcome> TakeOutcome(Session& session) {
+std::optional<LastOutcome> TakeOutcome(const Session& session) {
     const auto kept = ReadLastUpdate(session.settings.dataDirectory);
     if (!kept || kept->told || session.update) {
         return std::nullopt;

@@ -76,6 +76,6 @@ struct LastOutcome {
 };
 
 /// Returns how the last update has ended, once; nothing when there is nothing to tell (yet).
-std::optional<LastOutcome> TakeOutcome(Session& session);
+std::optional<LastOutcome> TakeOutcome(const Session& session);
 
 }  // namespace updater

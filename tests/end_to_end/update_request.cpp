@@ -94,7 +94,7 @@ void AwaitUpdateStatus(const Application& application, const std::string& beginn
     }
 }
 
-void DownloadOffered(WholeUpdate& update, const std::string& version) {
+void DownloadOffered(const WholeUpdate& update, const std::string& version) {
     AwaitUpdateStatus(update.application, "Version " + version + " is available (");
     PressButton(update.application, ID_DOWNLOAD);
     AwaitUpdateStatus(update.application, "Version " + version + " is ready to install");

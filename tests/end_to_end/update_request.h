@@ -25,7 +25,7 @@ std::string UpdateStatusText(const Application& application);
 void AwaitUpdateStatus(const Application& application, const std::string& beginning);
 
 /// Has the offered version downloaded.
-void DownloadOffered(WholeUpdate& update, const std::string& version);
+void DownloadOffered(const WholeUpdate& update, const std::string& version);
 
 /// Has the downloaded version installed, and returns when the updater has asked for administrator
 /// rights. The job directory that the application makes becomes the job's.

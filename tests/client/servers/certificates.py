@@ -15,13 +15,18 @@ def openssl(directory, *arguments):
     )
 
 
-def make_key(directory, name):
-    openssl(directory, "genpkey", "-algorithm", "EC", "-pkeyopt", "ec_paramgen_curve:P-256", "-out", name)
+EC_KEY = ("-algorithm", "EC", "-pkeyopt", "ec_paramgen_curve:P-256")
+RSA_KEY = ("-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:2048")
+
+
+def make_key(directory, name, kind=EC_KEY):
+    openssl(directory, "genpkey", *kind, "-out", name)
 
 
 def make_authority(directory, name):
     """NAME.pem, and NAME.der as Windows takes it, with its key NAME.key."""
-    make_key(directory, f"{name}.key")
+    # Wine misreads one ECDSA signature of an authority in some thirty: one whose numbers are shorter.
+    make_key(directory, f"{name}.key", RSA_KEY)
     # Wine takes the first authority of a name, and the store may still have one of another run.
     number = secrets.token_hex(8)
     openssl(
