@@ -140,7 +140,7 @@ void __cdecl AppUpdateCancel(AppUpdateSession* session) {
 AppUpdateResult __cdecl AppUpdateTakeOutcome(AppUpdateSession* session, AppUpdateOutcome* outcome,
                                              AppUpdateReport* report) {
     return Carry(report, [&] {
-        Session& opened = SessionOf(session);
+        const Session& opened = SessionOf(session);
         AppUpdateOutcome& stored =
             StructureAt(outcome, "There is no place for the outcome",
                         "The outcome has a size of no version of the header");
