@@ -53,7 +53,6 @@ void FindUpdater(WholeUpdate& update) {
         return;
     }
     update.standIn = {OpenRunningProcess(found->id), nullptr, found->id};
-    update.startTime = found->startTime;
     update.job.updater = found->image;
     update.job.jobDirectory = found->image.parent_path();
 }
@@ -102,6 +101,7 @@ void DownloadOffered(const WholeUpdate& update, const std::string& version) {
 
 void RestartToUpdate(WholeUpdate& update) {
     const UpdaterInStead standIn(update.job.installDirectory, ElevationStandIn());
+    update.startTime = SystemTime();
     PressButton(update.application, ID_UPDATE);
     AwaitCondition("the application to start the updater", [&] {
         FindUpdater(update);
