@@ -103,6 +103,13 @@ function add_start(    values, i) {
           count["self-test"], "%.0f", "<= 80", pair("self-test"))
 }
 
+function add_check(    values, i) {
+  for (i = 1; i <= count["check"]; ++i)
+    values[i] = 1000 * (number["check", 1, i] - number["check", 2, i])
+  add_row("a check that finds nothing new, more than a bare request with the same answer, in ms", values,
+          count["check"], "%.1f", "<= 30", pair("check"))
+}
+
 function add_rows() {
   add_ratio("rate of the digest of " int(512 / share) " MiB against the provider fed from memory",
             "digest", ">= 0.97", 1)
@@ -129,12 +136,14 @@ function add_rows() {
             "<= 1.05")
   add_memory("peak memory for that download, over an empty program, in MiB", "memory-download", "%.1f",
              "<= 12", 0)
+  add_check()
   add_value("application's exit to commit, in ms", "commit", 1, 1000, "%.1f", "<= 20")
   add_value("cancel marker to the broker's end, in ms", "cancel", 1, 1000, "%.0f", "<= 300")
   add_ratio("whole update without the setup program, against the floor", "update", "<= 1.10")
   details[rows] = details[rows] "; in it a flush of the volume, " flush()
   add_start()
   add_value("executable, in bytes", "size", 1, 1, "%d", "<= " size_bar)
+  add_value("library, in bytes", "library-size", 1, 1, "%d", "<= " library_size_bar)
 }
 
 # Some systems, Wine among them, know the volumes but do not flush them.

@@ -1,25 +1,18 @@
 #include "floor/download.h"
 
-#include <memory>
 #include <stdexcept>
 #include <vector>
 
+#include "floor/request.h"
 #include "support/handle.h"
 #include "support/windows_api.h"
 
-// After the Windows types that they need.
+// After the Windows types that it needs.
 #include <bcrypt.h>
-#include <winhttp.h>
 
 namespace bench {
 
 namespace {
-
-struct InternetCloser {
-    using pointer = HINTERNET;
-    void operator()(HINTERNET handle) const noexcept { WinHttpCloseHandle(handle); }
-};
-using UniqueInternet = std::unique_ptr<void, InternetCloser>;
 
 void Require(bool holds) {
     if (!holds) {
@@ -31,13 +24,7 @@ void Require(bool holds) {
 
 Digest DownloadFile(const std::wstring& host, std::uint16_t port, const std::wstring& target,
                     const std::filesystem::path& file) {
-    const UniqueInternet session(
-        WinHttpOpen(nullptr, WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY, nullptr, nullptr, 0));
-    const UniqueInternet connection(WinHttpConnect(session.get(), host.c_str(), port, 0));
-    const UniqueInternet request(WinHttpOpenRequest(
-        connection.get(), L"GET", target.c_str(), nullptr, nullptr, nullptr, WINHTTP_FLAG_SECURE));
-    Require(WinHttpSendRequest(request.get(), nullptr, 0, nullptr, 0, 0, 0) != 0 &&
-            WinHttpReceiveResponse(request.get(), nullptr) != 0);
+    const Request request = SendRequest(host, port, target, L"");
     const updater::UniqueHandle handle = updater::OwnHandle(CreateFileW(
         file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     BCRYPT_ALG_HANDLE provider = nullptr;
@@ -48,8 +35,8 @@ Digest DownloadFile(const std::wstring& host, std::uint16_t port, const std::wst
     DWORD bytes = 0;
     do {
         DWORD written = 0;
-        Require(WinHttpReadData(request.get(), chunk.data(), static_cast<DWORD>(chunk.size()),
-                                &bytes) != 0 &&
+        Require(WinHttpReadData(request.handle.get(), chunk.data(),
+                                static_cast<DWORD>(chunk.size()), &bytes) != 0 &&
                 BCryptHashData(hash, chunk.data(), bytes, 0) >= 0 &&
                 WriteFile(handle.get(), chunk.data(), bytes, &written, nullptr) != 0);
     } while (bytes != 0);
