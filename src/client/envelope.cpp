@@ -36,10 +36,10 @@ struct ForeignSignature {
 }
 
 template <typename Content>
-const Content& Require(const JsonFields& fields, const std::string& name) {
+const Content& Require(const JsonFields& fields, std::string_view name) {
     const auto* const content = FindJson<Content>(fields, name);
     if (content == nullptr) {
-        RaiseMalformed('"' + name + "\" is missing or of the wrong kind");
+        RaiseMalformed('"' + std::string(name) + "\" is missing or of the wrong kind");
     }
     return *content;
 }
@@ -50,10 +50,10 @@ void RequireOnlyNames(const JsonFields& fields, std::initializer_list<std::strin
     }
 }
 
-std::string RequireBytes(const JsonFields& fields, const std::string& name) {
+std::string RequireBytes(const JsonFields& fields, std::string_view name) {
     std::optional<std::string> bytes = DecodeBase64(Require<std::string>(fields, name));
     if (!bytes) {
-        RaiseMalformed('"' + name + "\" is not base64");
+        RaiseMalformed('"' + std::string(name) + "\" is not base64");
     }
     return std::move(*bytes);
 }
