@@ -20,3 +20,4 @@ add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-nostdinc++>")
 # The library has the posix thread model.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-L${gcc_directory} -pthread")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${CMAKE_EXE_LINKER_FLAGS_INIT}")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "${CMAKE_EXE_LINKER_FLAGS_INIT}")
