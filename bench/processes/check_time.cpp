@@ -5,6 +5,8 @@
 // request takes that gets the same answer from the same server, "304 Not Modified". The session's
 // data is kept in the directory.
 
+#include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -76,12 +78,10 @@ std::wstring EntityTag(const updater::HttpsServers& servers) {
                                    std::wstring(L"/") + kFeedFile, L""));
 }
 
-std::size_t CountUnchanged(const updater::HttpsServers& servers) {
-    std::size_t count = 0;
-    for (const std::string& line : servers.Requests(updater::kNginx)) {
-        count += line.find(" 304 ") != std::string::npos ? 1 : 0;
-    }
-    return count;
+std::ptrdiff_t CountUnchanged(const updater::HttpsServers& servers) {
+    return std::ranges::count_if(servers.Requests(updater::kNginx), [](const std::string& line) {
+        return line.find(" 304 ") != std::string::npos;
+    });
 }
 
 void Run(std::span<wchar_t*> arguments) {
@@ -109,7 +109,7 @@ void Run(std::span<wchar_t*> arguments) {
         const double ours = CheckAsTheProduct(settings);
         PrintNumbers({ours, AskBare(servers, header)});
     }
-    if (CountUnchanged(servers) != 2 * static_cast<std::size_t>(times) + 1) {
+    if (CountUnchanged(servers) != 2 * times + 1) {
         throw std::runtime_error("The feed was fetched again");
     }
 }

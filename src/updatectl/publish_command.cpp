@@ -93,11 +93,12 @@ void WritePayload(const CommandOptions& options) {
 }
 
 void RefuseFeedOptions(const CommandOptions& options) {
-    for (const std::wstring_view name : FeedOptions()) {
-        if (options.values.contains(name)) {
-            throw UsageError(PrintableText(name) +
-                             " belongs to the first step, and --signature to the second");
-        }
+    const auto& names = FeedOptions();
+    const auto given = std::ranges::find_if(
+        names, [&](std::wstring_view name) { return options.values.contains(name); });
+    if (given != names.end()) {
+        throw UsageError(PrintableText(*given) +
+                         " belongs to the first step, and --signature to the second");
     }
 }
 
