@@ -37,16 +37,34 @@ def make_authority(directory, name):
     openssl(directory, "x509", "-in", f"{name}.pem", "-outform", "DER", "-out", f"{name}.der")
 
 
-def make_certificate(directory, name, authority, host="localhost", days=30):
+# `openssl x509` takes no dates before release 3.4, and since then no negative number of days.
+AUTHORITY = """
+[ca]
+default_ca = authority
+[authority]
+database = issued.txt
+new_certs_dir = .
+default_md = sha256
+rand_serial = yes
+policy = any
+[any]
+commonName = supplied
+"""
+
+
+def make_certificate(directory, name, authority, host="localhost", validity=("-days", "30")):
     """NAME.pem for a host; all of them have the key key.pem."""
     (directory / f"{name}.ext").write_text(
         f"subjectAltName=DNS:{host}\nbasicConstraints=critical,CA:FALSE\nextendedKeyUsage=serverAuth\n"
     )
+    # Nothing is known of certificates issued before, so any number of them may have one subject.
+    (directory / "issued.txt").write_text("")
+    (directory / "authority.cnf").write_text(AUTHORITY)
     openssl(directory, "req", "-new", "-key", "key.pem", "-out", f"{name}.csr", "-subj", f"/CN={host}")
     openssl(
-        directory, "x509", "-req", "-in", f"{name}.csr", "-CA", f"{authority}.pem",
-        "-CAkey", f"{authority}.key", "-CAcreateserial", "-days", str(days),
-        "-extfile", f"{name}.ext", "-out", f"{name}.pem",
+        directory, "ca", "-batch", "-config", "authority.cnf", "-notext",
+        "-cert", f"{authority}.pem", "-keyfile", f"{authority}.key", "-in", f"{name}.csr",
+        *validity, "-extfile", f"{name}.ext", "-out", f"{name}.pem",
     )  # fmt: skip
 
 
@@ -57,7 +75,7 @@ def make_all(directory):
         make_authority(directory, "trusted")
     make_authority(directory, "unknown")
     make_certificate(directory, "good", "trusted")
-    # It ended a day before it began.
-    make_certificate(directory, "expired", "trusted", days=-1)
+    long_ago = ("-startdate", "20200101000000Z", "-enddate", "20200131000000Z")
+    make_certificate(directory, "expired", "trusted", validity=long_ago)
     make_certificate(directory, "foreign", "unknown")
     make_certificate(directory, "misnamed", "trusted", host="elsewhere.test")
