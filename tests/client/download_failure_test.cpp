@@ -3,19 +3,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <functional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "client/client_failures.h"
-#include "client/download.h"
-#include "client/https_server.h"
-#include "client/text_digest.h"
+#include "client/download_fixture.h"
 #include "fixtures/doubles/windows_doubles.h"
-#include "fixtures/file_content.h"
 #include "fixtures/refusals.h"
-#include "fixtures/temporary_directory.h"
 #include "support/file_system.h"
 
 namespace updater {
@@ -29,22 +27,15 @@ using testing::Le;
 
 constexpr std::size_t kSize = 100'000;
 
-struct DownloadFailure : testing::Test {
-    static void SetUpTestSuite() { servers = std::make_unique<HttpsServers>(); }
-    static void TearDownTestSuite() { servers.reset(); }
-
-    DownloadFailure() {
-        servers->Publish(L"setup.exe", content);
+struct DownloadFailure : DownloadFixture {
+    DownloadFailure() : DownloadFixture(kUnruly, kSize) {
+        // Libraries open handles of their own on their first use.
         Download();
         RemoveFile(SetupPath(order.directory, order.sha256));
-        requestsBefore = servers->Requests(kUnruly).size();
+        ForgetRequests();
     }
 
     void Download() { DownloadSetup(*transport, order, cancellation, {}); }
-
-    [[nodiscard]] std::size_t Requests() const {
-        return servers->Requests(kUnruly).size() - requestsBefore;
-    }
 
     [[nodiscard]] auto Raises(AppUpdateResult result, DWORD error) const {
         return RaisesResult(result, "", error);
@@ -61,7 +52,7 @@ struct DownloadFailure : testing::Test {
                        std::size_t requests) {
         for (const DWORD error : kRefusals) {
             SCOPED_TRACE(error);
-            requestsBefore = servers->Requests(kUnruly).size();
+            ForgetRequests();
             int calls = 0;
             const ScopedReplacement refusing(function, [&](HANDLE handle, Arguments... arguments) {
                 if (!IsPart(handle)) {
@@ -72,7 +63,7 @@ struct DownloadFailure : testing::Test {
             });
             EXPECT_THAT([this] { Download(); }, Raises(FileResult(error), error));
             EXPECT_EQ(calls, 1);
-            EXPECT_EQ(Requests(), requests);
+            EXPECT_EQ(Requests().size(), requests);
         }
     }
 
@@ -83,35 +74,23 @@ struct DownloadFailure : testing::Test {
         return path.ends_with(L".part");
     }
 
-    static std::unique_ptr<HttpsServers> servers;
-    std::string content = PatternOfSize(kSize);
-    TemporaryDirectory directory;
-    DownloadOrder order{.address = servers->Address(kUnruly, L"setup.exe"),
-                        .size = kSize,
-                        .sha256 = Sha256Text(DigestOfText(content)),
-                        .directory = directory.path / L"downloads",
-                        .firstPause = 1};
-    Cancellation cancellation = CreateCancellation();
-    UniqueTransport transport = OpenTransport({}, cancellation);
-    std::size_t requestsBefore = 0;
-};
-
-std::unique_ptr<HttpsServers> DownloadFailure::servers;
-
-TEST_F(DownloadFailure, AsksNobodyWhereThereIsNoSpace) {
-    std::uint64_t free = kSize - 1;
+    std::uint64_t free = 0;
     std::filesystem::path asked;
-    const ScopedReplacement space(
-        doubles::GetDiskFreeSpaceExW,
-        [&](LPCWSTR path, PULARGE_INTEGER available, PULARGE_INTEGER, PULARGE_INTEGER) {
+    std::function<BOOL(LPCWSTR, PULARGE_INTEGER, PULARGE_INTEGER, PULARGE_INTEGER)> tellSpace =
+        [this](LPCWSTR path, PULARGE_INTEGER available, PULARGE_INTEGER, PULARGE_INTEGER) {
             asked = path;
             available->QuadPart = free;
             return TRUE;
-        });
+        };
+};
+
+TEST_F(DownloadFailure, AsksNobodyWhereThereIsNoSpace) {
+    free = kSize - 1;
+    const ScopedReplacement space(doubles::GetDiskFreeSpaceExW, tellSpace);
     EXPECT_THAT([this] { Download(); },
                 RaisesResult(APP_UPDATE_DISK_FULL, "100000 bytes are needed, 99999 are free"));
     EXPECT_EQ(asked, order.directory);
-    EXPECT_EQ(Requests(), 0U);
+    EXPECT_THAT(Requests(), IsEmpty());
     EXPECT_THAT(ReadTreeContent(order.directory), IsEmpty());
     free = kSize;
     EXPECT_NO_THROW(Download());
@@ -122,7 +101,7 @@ TEST_F(DownloadFailure, EndsWhereTheSpaceCannotBeTold) {
         EXPECT_THAT([this] { Download(); }, Raises(FileResult(error), error));
         EXPECT_THAT(ReadTreeContent(order.directory), IsEmpty());
     });
-    EXPECT_EQ(Requests(), 0U);
+    EXPECT_THAT(Requests(), IsEmpty());
 }
 
 TEST_F(DownloadFailure, EndsAtOnceWhenAPartCannotBeWritten) {
@@ -186,10 +165,10 @@ TEST_F(DownloadFailure, KeepsACompletePartThatDoesNotGetItsName) {
             });
         EXPECT_THAT([this] { Download(); }, Raises(FileResult(error), error));
         EXPECT_EQ(calls, 1);
-        EXPECT_EQ(Requests(), requests) << "the part is complete from now on";
+        EXPECT_EQ(Requests().size(), requests) << "the part is complete from now on";
     }
     EXPECT_NO_THROW(Download());
-    EXPECT_EQ(Requests(), requests);
+    EXPECT_EQ(Requests().size(), requests);
 }
 
 TEST_F(DownloadFailure, EndsWhereAFileCannotBeOpened) {
@@ -213,7 +192,7 @@ TEST_F(DownloadFailure, EndsWhereAFileCannotBeOpened) {
             EXPECT_EQ(calls, 1);
         }
     }
-    EXPECT_EQ(Requests(), 0U);
+    EXPECT_THAT(Requests(), IsEmpty());
 }
 
 TEST_F(DownloadFailure, EndsWhereACompleteFileCannotBeRead) {

@@ -11,10 +11,7 @@
 #include <vector>
 
 #include "client/client_failures.h"
-#include "client/https_server.h"
-#include "client/text_digest.h"
-#include "fixtures/file_content.h"
-#include "fixtures/temporary_directory.h"
+#include "client/download_fixture.h"
 #include "support/file_system.h"
 #include "support/json_text.h"
 #include "support/text_conversion.h"
@@ -30,18 +27,9 @@ using testing::Pair;
 
 constexpr std::size_t kSize = 1'000'000;
 
-struct DownloadTest : testing::Test {
-    static void SetUpTestSuite() { servers = std::make_unique<HttpsServers>(); }
-    static void TearDownTestSuite() { servers.reset(); }
-
-    DownloadTest() {
-        servers->Publish(L"setup.exe", content);
+struct DownloadTest : DownloadFixture {
+    DownloadTest() : DownloadFixture(kNginx, kSize) {
         servers->Publish(L"other.exe", std::string(kSize, 'o'));
-        requestsBefore = servers->Requests(kUnruly).size();
-    }
-
-    void OrderFrom(const char* server, const std::wstring& name) {
-        order.address = servers->Address(server, name);
     }
 
     DownloadedSetup Download() {
@@ -82,9 +70,7 @@ struct DownloadTest : testing::Test {
     // What the unruly server was asked in this test: the status, and where the range began.
     [[nodiscard]] std::vector<std::string> Asked() const {
         std::vector<std::string> asked;
-        const std::vector<std::string> lines = servers->Requests(kUnruly);
-        for (std::size_t index = requestsBefore; index < lines.size(); ++index) {
-            const std::string& line = lines[index];
+        for (const std::string& line : Requests()) {
             const std::size_t status = line.find(' ', line.find(' ') + 1) + 1;
             const std::size_t range = line.find("\"bytes=");
             asked.push_back(
@@ -105,7 +91,7 @@ struct DownloadTest : testing::Test {
                   (std::vector{Part(L".json").filename().native(), Part().filename().native()}));
         EXPECT_GT(FileSize(Part()), 0U);
         progress.clear();
-        requestsBefore = servers->Requests(kUnruly).size();
+        ForgetRequests();
     }
 
     // Lets the part that is there belong to another address of the unruly server.
@@ -118,24 +104,10 @@ struct DownloadTest : testing::Test {
         WriteFileContent(Part(L".json"), origin.replace(position, length, text()));
     }
 
-    static std::unique_ptr<HttpsServers> servers;
-    static int addresses;
-    std::string content = PatternOfSize(kSize);
-    TemporaryDirectory directory;
-    DownloadOrder order{.address = servers->Address(kNginx, L"setup.exe"),
-                        .size = kSize,
-                        .sha256 = Sha256Text(DigestOfText(content)),
-                        .directory = directory.path / L"downloads",
-                        .firstPause = 1};
-    Cancellation cancellation = CreateCancellation();
-    UniqueTransport transport = OpenTransport({}, cancellation);
+    static inline int addresses = 0;
     std::vector<std::uint64_t> progress;
     std::function<void(std::uint64_t done)> onProgress;
-    std::size_t requestsBefore = 0;
 };
-
-std::unique_ptr<HttpsServers> DownloadTest::servers;
-int DownloadTest::addresses = 0;
 
 TEST_F(DownloadTest, PutsAFileUnderItsDigest) {
     ExpectDownload();
@@ -343,7 +315,7 @@ TEST_F(DownloadTest, EndsAsItsCodeSaysAndLeavesNothing) {
     for (const auto& [name, result, text, requests] : endings) {
         SCOPED_TRACE(testing::PrintToString(name));
         OrderFrom(kUnruly, name);
-        requestsBefore = servers->Requests(kUnruly).size();
+        ForgetRequests();
         ExpectFailure(result, text);
         EXPECT_EQ(Asked().size(), requests);
         EXPECT_THAT(FileNames(), IsEmpty());
