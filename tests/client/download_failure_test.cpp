@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "client/client_failures.h"
@@ -93,6 +94,17 @@ TEST_F(DownloadFailure, AsksNobodyWhereThereIsNoSpace) {
     EXPECT_THAT(Requests(), IsEmpty());
     EXPECT_THAT(ReadTreeContent(order.directory), IsEmpty());
     free = kSize;
+    EXPECT_NO_THROW(Download());
+}
+
+TEST_F(DownloadFailure, NeedsSpaceForTheRestOnly) {
+    order.address += L"?cut=60000&times=4";
+    EXPECT_THAT([this] { Download(); }, RaisesResult(APP_UPDATE_NO_NETWORK));
+    free = kSize - FileSize(SetupPath(order.directory, order.sha256).replace_extension(L".part"));
+    EXPECT_LT(free--, kSize);
+    const ScopedReplacement space(doubles::GetDiskFreeSpaceExW, tellSpace);
+    EXPECT_THAT([this] { Download(); }, RaisesResult(APP_UPDATE_DISK_FULL));
+    ++free;
     EXPECT_NO_THROW(Download());
 }
 
@@ -246,6 +258,34 @@ TEST_F(DownloadFailure, PausesLongerEachTime) {
     pauses.clear();
     EXPECT_THAT([this] { Download(); }, RaisesResult(APP_UPDATE_SERVER_ERROR));
     EXPECT_THAT(pauses, testing::Each(Le(0x7FFFFFFFU)));
+}
+
+// Whoever cancels does so just before the pause, or while it lasts.
+TEST_F(DownloadFailure, EndsInAPauseWhenItIsCancelled) {
+    order.address += L"?status=500";
+    order.firstPause = 1'000'000'000;
+    for (const bool isBefore : {true, false}) {
+        SCOPED_TRACE(isBefore);
+        ForgetRequests();
+        std::jthread canceller;
+        int pauses = 0;
+        const ScopedReplacement waiting(
+            doubles::WaitForSingleObject, [&](HANDLE handle, DWORD milliseconds) {
+                if (handle != cancellation.event.get() || milliseconds == 0) {
+                    return WaitForSingleObject(handle, milliseconds);
+                }
+                ++pauses;
+                if (isBefore) {
+                    RequestCancellation(cancellation);
+                } else {
+                    canceller = std::jthread([this] { RequestCancellation(cancellation); });
+                }
+                return WaitForSingleObject(handle, milliseconds);
+            });
+        EXPECT_THAT([this] { Download(); }, RaisesResult(APP_UPDATE_CANCELLED));
+        EXPECT_EQ(pauses, 1);
+        EXPECT_EQ(Requests().size(), 1U);
+    }
 }
 
 }  // namespace

@@ -20,6 +20,7 @@ ignore=range  answers every request with the whole file
 ignore=condition  answers a range though the file is another one
 shift=N       answers a range with one that begins N bytes later
 tag=T         the entity tag; "none" for neither tag nor time, "time" for the time alone
+modified=T    the time of the last change
 file=NAME     sends another file in this one's place
 
 What has no end ends when the client closes.
@@ -159,7 +160,7 @@ class Answer(http.server.BaseHTTPRequestHandler):
             return
         content = bytearray(path.read_bytes())
         tag = commands.get("tag", '"' + hashlib.sha256(content).hexdigest()[:16] + '"')
-        modified = "Sun, 01 Mar 2026 10:00:00 GMT"
+        modified = commands.get("modified", "Sun, 01 Mar 2026 10:00:00 GMT")
         begin = self.find_begin(commands, tag, modified)
         if begin is not None and begin >= len(content):
             self.send_short(416)
