@@ -8,6 +8,7 @@
 
 #include "client/envelope.h"
 #include "client/feed.h"
+#include "client/guid_text.h"
 #include "client/json_reading.h"
 #include "client/text_digest.h"
 #include "client/whole_file.h"
@@ -32,17 +33,6 @@ constexpr char kDigestName[] = "feedSha256";
 
 constexpr std::size_t kLargestState = std::size_t{1024} * 1024;
 constexpr std::size_t kLongestTag = 1024;
-
-// A zero stands for any digit.
-constexpr std::string_view kIdentityForm = "{00000000-0000-0000-0000-000000000000}";
-
-bool IsIdentity(std::string_view text) {
-    return std::ranges::equal(text, kIdentityForm, [](char character, char form) {
-        return form == '0' ? (character >= '0' && character <= '9') ||
-                                 (character >= 'A' && character <= 'F')
-                           : character == form;
-    });
-}
 
 // What can be a header of a request, and nothing more than that.
 bool IsEntityTag(std::string_view text) {
@@ -71,7 +61,7 @@ bool TakeIssues(const JsonFields& fields, FeedStore& store) {
 bool TakeState(const JsonFields& fields, FeedStore& store) {
     const auto* const installation = FindJson<std::string>(fields, kInstallationName);
     const auto* const issues = FindJson<JsonFields>(fields, kIssuesName);
-    if (installation == nullptr || !IsIdentity(*installation) || issues == nullptr ||
+    if (installation == nullptr || !IsGuidText(Utf8ToWide(*installation)) || issues == nullptr ||
         !TakeIssues(*issues, store)) {
         return false;
     }

@@ -1,9 +1,9 @@
 #include "client/last_update.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
+#include "client/guid_text.h"
 #include "client/json_reading.h"
 #include "client/whole_file.h"
 #include "support/json_text.h"
@@ -23,15 +23,6 @@ constexpr char kToldName[] = "told";
 
 }  // namespace
 
-bool IsJobIdentity(std::wstring_view text) {
-    constexpr std::wstring_view kForm = L"{00000000-0000-0000-0000-000000000000}";
-    return std::ranges::equal(text, kForm, [](wchar_t character, wchar_t form) {
-        return form == L'0' ? (character >= L'0' && character <= L'9') ||
-                                  (character >= L'A' && character <= L'F')
-                            : character == form;
-    });
-}
-
 std::optional<LastUpdate> ReadLastUpdate(const std::filesystem::path& dataDirectory) {
     const auto text = ReadFileUpTo(dataDirectory / kLastUpdateFile, kLargestLastUpdate);
     if (!text || text->size() > kLargestLastUpdate) {
@@ -47,9 +38,8 @@ std::optional<LastUpdate> ReadLastUpdate(const std::filesystem::path& dataDirect
     }
     const LastUpdate update{Utf8ToWide(*job), ReadVersionNumber(*version).value_or(VersionNumber()),
                             *told != 0};
-    return IsJobIdentity(update.job) && VersionText(update.version) == *version
-               ? std::optional(update)
-               : std::nullopt;
+    return IsGuidText(update.job) && VersionText(update.version) == *version ? std::optional(update)
+                                                                             : std::nullopt;
 }
 
 void WriteLastUpdate(const std::filesystem::path& dataDirectory, const LastUpdate& update) {

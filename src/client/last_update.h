@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "client/version_number.h"
 
@@ -19,9 +18,6 @@ struct LastUpdate {
     /// Whether the application has been told the outcome.
     bool told = false;
 };
-
-/// Whether a text has the form of a job identity, and so is the name of a directory and no path.
-bool IsJobIdentity(std::wstring_view text);
 
 /// Returns what is kept; nothing if there has been no update, or if what is kept is damaged.
 /// Raises what `ReadFileUpTo` does.

@@ -10,6 +10,7 @@
 #include "client/failure.h"
 #include "client/feed_store.h"
 #include "client/job.h"
+#include "client/guid_text.h"
 #include "client/last_update.h"
 #include "client/removal.h"
 #include "support/application_identity.h"
@@ -81,7 +82,7 @@ void TidyUp(const Session& session) {
     }
     const auto last = ReadLastUpdate(dataDirectory);
     const std::filesystem::path jobs = JobsDirectory(dataDirectory);
-    for (const std::wstring& name : NamesIn(jobs, IsJobIdentity)) {
+    for (const std::wstring& name : NamesIn(jobs, IsGuidText)) {
         if (!last || name != last->job) {
             RemoveJob(jobs / name);
         }
