@@ -460,6 +460,9 @@ std::optional<std::wstring> FetchOnce(Transport& transport, const HttpsRequest& 
     const Attempt attempt{transport, address, open};
     SendRequest(attempt, request);
     const HttpsHead head = ReadHead(attempt);
+    if (head.status == HTTP_STATUS_PROXY_AUTH_REQ) {
+        RaiseProxyWantsLogin(address);
+    }
     std::optional<std::wstring> redirect = ReadRedirect(attempt, head);
     if (!redirect) {
         Receive(attempt, head, receiver);

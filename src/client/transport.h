@@ -59,7 +59,7 @@ UniqueTransport OpenTransport(const TransportLimits& limits, const Cancellation&
 /// five at most. Raises `ClientFailure` APP_UPDATE_NO_NETWORK, APP_UPDATE_CERTIFICATE_REFUSED,
 /// APP_UPDATE_REDIRECT_REFUSED, APP_UPDATE_CANCELLED, APP_UPDATE_SYSTEM_ERROR, or
 /// APP_UPDATE_INVALID_ARGUMENT for an address that is none. An answer with any status is the
-/// receiver's to judge.
+/// receiver's to judge, but for a proxy's 407: APP_UPDATE_SERVER_ERROR.
 void Fetch(Transport& transport, const HttpsRequest& request, const HttpsReceiver& receiver);
 
 }  // namespace updater

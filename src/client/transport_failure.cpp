@@ -88,6 +88,12 @@ void RaiseBrokenConnection(const std::wstring& address) {
     RaiseTransportFailure(address, ERROR_WINHTTP_CONNECTION_ERROR);
 }
 
+void RaiseProxyWantsLogin(const std::wstring& address) {
+    throw ClientFailure(APP_UPDATE_SERVER_ERROR,
+                        "The proxy wants a login before it asks the server: " +
+                            WideToUtf8(address) + ", status 407");
+}
+
 void RaiseRedirectRefused(const std::wstring& address, const std::wstring& location) {
     throw ClientFailure(APP_UPDATE_REDIRECT_REFUSED,
                         "The server leads to what is not HTTPS, or on and on: " +

@@ -18,6 +18,9 @@ namespace updater {
 /// For an answer that ends before its end: APP_UPDATE_NO_NETWORK.
 [[noreturn]] void RaiseBrokenConnection(const std::wstring& address);
 
+/// APP_UPDATE_SERVER_ERROR, for a proxy that lets nobody through without a name and a password.
+[[noreturn]] void RaiseProxyWantsLogin(const std::wstring& address);
+
 /// APP_UPDATE_REDIRECT_REFUSED.
 [[noreturn]] void RaiseRedirectRefused(const std::wstring& address, const std::wstring& location);
 

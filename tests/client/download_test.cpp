@@ -325,6 +325,7 @@ TEST_F(DownloadTest, EndsAsItsCodeSaysAndLeavesNothing) {
         {L"setup.exe?status=206", APP_UPDATE_SERVER_ERROR, "status 206", 1},
         {L"setup.exe?status=416", APP_UPDATE_SERVER_ERROR, "status 416", 1},
         {L"setup.exe?status=403", APP_UPDATE_SERVER_ERROR, "status 403", 1},
+        {L"setup.exe?status=407", APP_UPDATE_SERVER_ERROR, "proxy wants a login", 1},
         {L"setup.exe?status=302", APP_UPDATE_SERVER_ERROR, "status 302", 1},
         {L"setup.exe?status=408", APP_UPDATE_SERVER_ERROR, "status 408", 4},
         {L"setup.exe?status=429", APP_UPDATE_SERVER_ERROR, "status 429", 4},

@@ -114,6 +114,13 @@ TEST_F(TransportTest, LeavesEveryStatusToTheReceiver) {
     }
 }
 
+// Of a proxy that does not let the request through, Windows gives the answer as the server's own;
+// Wine goes on as if it had. So it is the server that says it here.
+TEST_F(TransportTest, TellsWhenAProxyWantsALogin) {
+    EXPECT_THAT([this] { static_cast<void>(GetUnruly(L"a?status=407")); },
+                RaisesResult(APP_UPDATE_SERVER_ERROR, "The proxy wants a login"));
+}
+
 TEST_F(TransportTest, GivesNoBodyThatIsNotWanted) {
     servers->Publish(L"a", "abc");
     int heads = 0;
