@@ -63,6 +63,18 @@ TEST_F(OpenedSession, TakesTheStandardChannel) {
     EXPECT_EQ(Check(), APP_UPDATE_OK);
 }
 
+TEST_F(OpenedSession, TakesSixteenKeysAndBelievesEach) {
+    std::vector<SigningKey> others(15);
+    for (const SigningKey& other : others) {
+        keys.insert(keys.begin(), other.publicText.c_str());
+    }
+    settings.publicKeys = keys.data();
+    settings.publicKeyCount = 16;
+    Publish(feed);
+    Open();
+    EXPECT_EQ(Check(), APP_UPDATE_OK) << Sentence();
+}
+
 struct WrongSetting {
     std::function<void(AppUpdateSettings& settings)> change;
     std::string sentence;

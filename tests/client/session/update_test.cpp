@@ -2,6 +2,7 @@
 
 #include "client/session/session_scene.h"
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/patience.h"
 #include "support/application_identity.h"
 #include "support/file_system.h"
@@ -38,6 +39,21 @@ TEST_F(StartedUpdate, TellsTheUpdaterAllItNeedsAndRunsItFromTheJobDirectory) {
               "{\"job\":\"" + WideToUtf8(job.filename().native()) +
                   "\",\"version\":\"2.0.0.0\",\"told\":0}");
     EndUpdater(1);
+}
+
+TEST_F(StartedUpdate, LetsNobodyWriteToTheSetupProgramUntilTheSessionIsClosed) {
+    StartUpdate();
+    const auto openToWrite = [this] {
+        constexpr DWORD kAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+        HoldFile(dataDirectory / L"downloads" / (Utf8ToWide(feed.sha256) + L".exe"), GENERIC_WRITE,
+                 kAll);
+    };
+    EXPECT_THROW(openToWrite(), std::runtime_error);
+    EndUpdater(1);
+    EXPECT_EQ(Wait(kLong), APP_UPDATE_UPDATER_ENDED);
+    EXPECT_THROW(openToWrite(), std::runtime_error);
+    session.reset();
+    EXPECT_NO_THROW(openToWrite());
 }
 
 TEST_F(StartedUpdate, GoesFromTheStartToReady) {
