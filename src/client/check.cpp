@@ -11,6 +11,7 @@
 #include "client/failure.h"
 #include "client/feed_judgement.h"
 #include "client/feed_store.h"
+#include "client/kept_feed.h"
 #include "support/text_conversion.h"
 
 namespace updater {
@@ -30,20 +31,16 @@ struct FeedAnswer {
     throw ClientFailure(APP_UPDATE_FEED_MALFORMED, "The feed has more than 1 MiB");
 }
 
-// The kept envelope counts as long as it is this feed's and a key of today's has signed it.
-std::optional<std::string> PayloadOfKept(const FeedStore& store, const ClientSettings& settings) {
-    if (store.entityTag.empty() || store.feedAddress != WideToUtf8(settings.feedAddress)) {
-        return std::nullopt;
-    }
-    try {
-        return OpenEnvelope(store.envelope, settings.publicKeys);
-    } catch (const ClientFailure& failure) {
-        if (failure.result != APP_UPDATE_FEED_MALFORMED &&
-            failure.result != APP_UPDATE_BAD_SIGNATURE) {
-            throw;
-        }
-        return std::nullopt;
-    }
+FeedStore ReadStore(const ClientSettings& settings) {
+    const UniqueHandle lock = LockFeedStore(settings.dataDirectory);
+    return ReadFeedStore(settings.dataDirectory);
+}
+
+// The kept feed counts as long as it is this address's and a key of today's has signed it.
+std::optional<Feed> KeptFeed(const FeedStore& store, const ClientSettings& settings) {
+    return store.entityTag.empty() || store.feedAddress != WideToUtf8(settings.feedAddress)
+               ? std::nullopt
+               : ReadKeptFeed(store, settings.publicKeys);
 }
 
 FeedAnswer AskServer(Session& session, const std::optional<std::string>& entityTag) {
@@ -106,33 +103,43 @@ std::string SentenceOf(AppUpdateResult result, const Feed& feed, bool wasDamaged
     return sentence;
 }
 
+FeedCircumstances CircumstancesOf(const ClientSettings& settings, const FeedStore& store) {
+    const auto seen = store.issues.find(settings.channel);
+    return {.runningVersion = settings.runningVersion,
+            .channel = settings.channel,
+            .now = CurrentTime(),
+            .seenIssue = seen == store.issues.end() ? 0 : seen->second,
+            .installation = store.installation,
+            .downgradeAllowed = settings.downgradeAllowed};
+}
+
+// Keeps a feed that is to be believed, and returns the store, which it reads again: another
+// instance of the application may have seen a later feed since the server was asked.
+FeedStore TakeFeed(const ClientSettings& settings, FeedAnswer answer, const Feed& feed) {
+    const UniqueHandle lock = LockFeedStore(settings.dataDirectory);
+    FeedStore store = ReadFeedStore(settings.dataDirectory);
+    RestoreSeenIssue(store, settings.publicKeys);
+    RequireCredible(feed, CircumstancesOf(settings, store));
+    Keep(settings, store, std::move(answer), feed);
+    return store;
+}
+
 }  // namespace
 
 CheckResult CheckForUpdate(Session& session) {
     const ClientSettings& settings = session.settings;
     RaiseIfCancelled(session.cancellation);
     session.offer.reset();
-    FeedStore store = ReadFeedStore(settings.dataDirectory);
-    const bool wasDamaged = store.wasDamaged;
-    const std::optional<std::string> kept = PayloadOfKept(store, settings);
-    FeedAnswer answer = AskServer(session, kept ? std::optional(store.entityTag) : std::nullopt);
-    const Feed feed = ReadFeed(answer.envelope ? OpenEnvelope(*answer.envelope, settings.publicKeys)
-                                               : kept.value());
-
-    const auto seen = store.issues.find(settings.channel);
-    const FeedCircumstances circumstances{
-        .runningVersion = settings.runningVersion,
-        .channel = settings.channel,
-        .now = CurrentTime(),
-        .seenIssue = seen == store.issues.end() ? 0 : seen->second,
-        .installation = store.installation,
-        .downgradeAllowed = settings.downgradeAllowed};
-    RequireCredible(feed, circumstances);
+    const FeedStore before = ReadStore(settings);
+    const std::optional<Feed> kept = KeptFeed(before, settings);
+    FeedAnswer answer = AskServer(session, kept ? std::optional(before.entityTag) : std::nullopt);
+    const Feed feed = answer.envelope
+                          ? ReadFeed(OpenEnvelope(*answer.envelope, settings.publicKeys))
+                          : kept.value();
     // Before anything is offered: an older feed must not be believed after a crash either.
-    Keep(settings, store, std::move(answer), feed);
-
-    const AppUpdateResult result = JudgeOffer(feed, circumstances);
-    std::string sentence = SentenceOf(result, feed, wasDamaged);
+    const FeedStore store = TakeFeed(settings, std::move(answer), feed);
+    const AppUpdateResult result = JudgeOffer(feed, CircumstancesOf(settings, store));
+    std::string sentence = SentenceOf(result, feed, store.wasDamaged);
     if (result == APP_UPDATE_OK) {
         session.offer =
             SessionOffer{feed, Utf8ToWide(VersionText(feed.version)), Utf8ToWide(feed.notes)};

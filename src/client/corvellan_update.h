@@ -212,8 +212,9 @@ APP_UPDATE_API AppUpdateResult __cdecl AppUpdateTakeOutcome(AppUpdateSession* se
  */
 APP_UPDATE_API int32_t __cdecl AppUpdateIsBeingInstalled(void);
 
-/* Deletes what earlier updates left in the data directory: setup programs but the offered one, and
-   job directories but the last one. What is in use stays, and is no failure. */
+/* Deletes what earlier updates left in the data directory: setup programs but the offered one, job
+   directories but the last one, and what a process that ended suddenly did not finish writing. What
+   is in use stays, and is no failure. */
 APP_UPDATE_API AppUpdateResult __cdecl AppUpdateTidyUp(AppUpdateSession* session,
                                                        AppUpdateReport* report);
 

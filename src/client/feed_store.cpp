@@ -20,8 +20,7 @@ namespace updater {
 
 namespace {
 
-constexpr wchar_t kStateFile[] = L"update-state.json";
-constexpr wchar_t kEnvelopeFile[] = L"update-feed.json";
+constexpr wchar_t kLockFile[] = L"update.lock";
 
 constexpr char kInstallationName[] = "installation";
 constexpr char kIssuesName[] = "issues";
@@ -84,14 +83,21 @@ bool TakeEnvelope(const JsonFields& fields, std::string envelope, FeedStore& sto
     return true;
 }
 
-FeedStore NewStore(bool wasDamaged) {
+// What has become of a store whose state is missing or damaged. The envelope, if there is one, has
+// its signature.
+FeedStore NewStore(bool wasDamaged, std::optional<std::string> envelope) {
     FeedStore store;
     store.installation = WideToUtf8(CreateJobIdentity());
     store.wasDamaged = wasDamaged;
+    store.envelope = std::move(envelope).value_or("");
     return store;
 }
 
 }  // namespace
+
+UniqueHandle LockFeedStore(const std::filesystem::path& dataDirectory) {
+    return TakeLockFile(dataDirectory / kLockFile);
+}
 
 FeedStore ReadFeedStore(const std::filesystem::path& dataDirectory) {
     const std::optional<std::string> state =
@@ -99,13 +105,13 @@ FeedStore ReadFeedStore(const std::filesystem::path& dataDirectory) {
     std::optional<std::string> envelope =
         ReadFileUpTo(dataDirectory / kEnvelopeFile, kLargestEnvelope);
     if (!state) {
-        return NewStore(envelope.has_value());
+        return NewStore(envelope.has_value(), std::move(envelope));
     }
     const JsonReading reading =
         state->size() <= kLargestState ? ReadJsonObject(*state) : JsonReading();
     FeedStore store;
     if (!reading.object || !TakeState(*reading.object, store)) {
-        return NewStore(true);
+        return NewStore(true, std::move(envelope));
     }
     store.wasDamaged = !TakeEnvelope(*reading.object, std::move(envelope).value_or(""), store);
     return store;

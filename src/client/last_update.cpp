@@ -13,7 +13,6 @@ namespace updater {
 
 namespace {
 
-constexpr wchar_t kLastUpdateFile[] = L"last-update.json";
 constexpr std::size_t kLargestLastUpdate = 4096;
 
 constexpr char kJobName[] = "job";

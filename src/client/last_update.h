@@ -8,8 +8,11 @@
 
 namespace updater {
 
-/// What is kept of the last update, so that the application can be told its outcome at its next
-/// start.
+/// The file in the data directory.
+inline constexpr wchar_t kLastUpdateFile[] = L"last-update.json";
+
+/// What is kept there of the last update, so that the application can be told its outcome at its
+/// next start.
 struct LastUpdate {
     /// The name of its job directory, a job identity (see `CreateJobIdentity`).
     std::wstring job;

@@ -162,8 +162,7 @@ void FinishPartFile(PartFile& part, const std::filesystem::path& setup) {
         RaiseFileFailure(kCannotWrite, part.file, GetLastError());
     }
     part.handle.reset();
-    if (MoveFileExW(part.file.c_str(), setup.c_str(),
-                    MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) == 0) {
+    if (!MoveWholeFile(part.file, setup)) {
         RaiseFileFailure(kCannotWrite, setup, GetLastError());
     }
     DeletePartFile(part);

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "client/failure.h"
+#include "client/whole_file.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
 
@@ -34,8 +35,7 @@ bool IsHighSurrogate(wchar_t unit) noexcept {
 AppUpdateResult StoreFileError(AppUpdateReport* report,
                                const std::filesystem::filesystem_error& error) {
     const auto number = static_cast<std::uint32_t>(error.code().value());
-    const bool full = number == ERROR_DISK_FULL || number == ERROR_HANDLE_DISK_FULL;
-    return Store(report, full ? APP_UPDATE_DISK_FULL : APP_UPDATE_FILE_ERROR, number,
+    return Store(report, FileFailureResult(number), number,
                  L"A file operation failed: " +
                      (error.path2().empty() ? error.path1() : error.path2()).native());
 }

@@ -2,21 +2,24 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <initializer_list>
+#include <optional>
 #include <string_view>
 #include <vector>
 
-#include "client/envelope.h"
-#include "client/failure.h"
 #include "client/feed_store.h"
-#include "client/job.h"
 #include "client/guid_text.h"
+#include "client/job.h"
+#include "client/kept_feed.h"
 #include "client/last_update.h"
 #include "client/removal.h"
-#include "support/application_identity.h"
+#include "client/whole_file.h"
 #include "support/directory_listing.h"
 #include "support/file_system.h"
 #include "support/text_conversion.h"
+#include "support/windows_api.h"
 
 namespace updater {
 
@@ -29,16 +32,10 @@ std::string OfferedDigest(const Session& session) {
     if (session.offer) {
         return session.offer->feed.sha256;
     }
-    const FeedStore store = ReadFeedStore(session.settings.dataDirectory);
-    try {
-        return ReadFeed(OpenEnvelope(store.envelope, session.settings.publicKeys)).sha256;
-    } catch (const ClientFailure& failure) {
-        // None is kept, or none that a key of today's has signed.
-        if (failure.result == APP_UPDATE_SYSTEM_ERROR) {
-            throw;
-        }
-        return {};
-    }
+    const UniqueHandle lock = LockFeedStore(session.settings.dataDirectory);
+    const std::optional<Feed> kept =
+        ReadKeptFeed(ReadFeedStore(session.settings.dataDirectory), session.settings.publicKeys);
+    return kept ? kept->sha256 : std::string();
 }
 
 bool IsOfDownload(std::wstring_view name) {
@@ -62,6 +59,32 @@ std::vector<std::wstring> NamesIn(const std::filesystem::path& directory,
     return names;
 }
 
+// Another instance of the application may be at work on a new one.
+bool IsOfYesterday(const std::filesystem::path& file) {
+    constexpr std::uint64_t kUnitsInDay = 24ULL * 60 * 60 * 10'000'000;
+    const auto units = [](const FILETIME& time) {
+        return std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime;
+    };
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    FILETIME now{};
+    GetSystemTimeAsFileTime(&now);
+    return GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data) != 0 &&
+           units(data.ftLastWriteTime) + kUnitsInDay < units(now);
+}
+
+void RemoveOldDrafts(const std::filesystem::path& directory,
+                     std::initializer_list<std::wstring_view> files) {
+    const auto isDraft = [files](std::wstring_view name) {
+        return std::ranges::any_of(
+            files, [name](std::wstring_view file) { return IsDraftOf(file, name); });
+    };
+    for (const std::wstring& name : NamesIn(directory, isDraft)) {
+        if (IsOfYesterday(directory / name)) {
+            RemoveUnlessInUse(directory / name);
+        }
+    }
+}
+
 void RemoveJob(const std::filesystem::path& jobDirectory) {
     // A running updater still needs what else is there.
     if (!IsUpdaterRunning(jobDirectory)) {
@@ -80,6 +103,8 @@ void TidyUp(const Session& session) {
             RemoveUnlessInUse(downloads / name);
         }
     }
+    RemoveOldDrafts(downloads, {offered + L".json"});
+    RemoveOldDrafts(dataDirectory, {kStateFile, kEnvelopeFile, kLastUpdateFile});
     const auto last = ReadLastUpdate(dataDirectory);
     const std::filesystem::path jobs = JobsDirectory(dataDirectory);
     for (const std::wstring& name : NamesIn(jobs, IsGuidText)) {

@@ -176,7 +176,8 @@ TEST_F(DownloadFailure, KeepsACompletePartThatDoesNotGetItsName) {
                 return FailWith(error);
             });
         EXPECT_THAT([this] { Download(); }, Raises(FileResult(error), error));
-        EXPECT_EQ(calls, 1);
+        const bool mayBeInUse = error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION;
+        EXPECT_EQ(calls, mayBeInUse ? 20 : 1);
         EXPECT_EQ(Requests().size(), requests) << "the part is complete from now on";
     }
     EXPECT_NO_THROW(Download());

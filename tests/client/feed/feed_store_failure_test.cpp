@@ -13,6 +13,7 @@
 #include "fixtures/damaged_file.h"
 #include "fixtures/doubles/windows_doubles.h"
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/raised_errors.h"
 #include "fixtures/refusals.h"
 #include "fixtures/temporary_directory.h"
@@ -79,6 +80,10 @@ constexpr std::initializer_list<DWORD> kErrors = {
     ERROR_ACCESS_DENIED, ERROR_DISK_FULL, ERROR_HANDLE_DISK_FULL, 1295,
     ERROR_WRITE_PROTECT, ERROR_CRC,       ERROR_SHARING_VIOLATION};
 
+// What Windows says of a file that somebody has open, and how often it is tried then.
+constexpr std::initializer_list<DWORD> kInUse = {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION};
+constexpr int kTries = 20;
+
 TEST_F(FeedStoreFailure, AFileThatCannotBeWrittenLeavesTheOldStore) {
     ExpectFinalRefusal(
         doubles::WriteFile, FALSE, [this](DWORD error) { ExpectResultOf(*this, error); }, kErrors);
@@ -127,9 +132,62 @@ TEST_F(FeedStoreFailure, AFileThatCannotBeReopenedLeavesTheOldStore) {
 }
 
 TEST_F(FeedStoreFailure, AMoveThatFailsLeavesTheOldStore) {
-    ExpectFinalRefusal(
-        doubles::MoveFileExW, FALSE, [this](DWORD error) { ExpectResultOf(*this, error); },
-        kErrors);
+    const auto ending = [this](DWORD error) { ExpectResultOf(*this, error); };
+    ExpectFinalRefusal(doubles::MoveFileExW, FALSE, ending,
+                       {ERROR_DISK_FULL, ERROR_HANDLE_DISK_FULL, 1295, ERROR_WRITE_PROTECT,
+                        ERROR_CRC, ERROR_FILE_NOT_FOUND});
+    ExpectFinalRefusal(doubles::MoveFileExW, FALSE, ending, kInUse, kTries);
+}
+
+TEST_F(FeedStoreFailure, AFileThatSomebodyHasOpenIsReplacedWhenHeIsDone) {
+    UniqueHandle reader = HoldFile(data.path / kEnvelopeFile, GENERIC_READ, FILE_SHARE_READ);
+    std::vector<DWORD> errors;
+    const ScopedReplacement moving(doubles::MoveFileExW, [&](auto... arguments) {
+        const BOOL isMoved = MoveFileExW(arguments...);
+        if (isMoved == 0) {
+            errors.push_back(GetLastError());
+            reader.reset();
+            SetLastError(errors.back());
+        }
+        return isMoved;
+    });
+    WriteFeedStore(data.path, NewStore());
+    EXPECT_EQ(errors.size(), 1U);
+    EXPECT_EQ(ReadFileContent(data.path / kEnvelopeFile), NewStore().envelope);
+}
+
+TEST_F(FeedStoreFailure, TheLastTryCountsToo) {
+    for (const DWORD error : kInUse) {
+        int calls = 0;
+        const auto refuses = [&] { return ++calls < kTries; };
+        {
+            const ScopedReplacement moving(doubles::MoveFileExW, [&](auto... arguments) {
+                return refuses() ? FailWith(error) : MoveFileExW(arguments...);
+            });
+            WriteFeedStore(data.path, NewStore());
+        }
+        EXPECT_EQ(calls, kTries + 1) << "the second file is moved at once";
+        calls = 0;
+        const ScopedReplacement opening(doubles::CreateFileW, [&](auto... arguments) {
+            return refuses() ? FailWith(error, INVALID_HANDLE_VALUE) : CreateFileW(arguments...);
+        });
+        EXPECT_EQ(ReadFeedStore(data.path).envelope, NewStore().envelope);
+        calls = 0;
+        EXPECT_NE(LockFeedStore(data.path), nullptr);
+        EXPECT_EQ(calls, kTries);
+    }
+}
+
+TEST_F(FeedStoreFailure, ALockThatNobodyGetsIsNotWaitedForForEver) {
+    const UniqueHandle lock = LockFeedStore(data.path);
+    ASSERT_NE(lock, nullptr);
+    int calls = 0;
+    const ScopedReplacement opening(doubles::CreateFileW, [&](auto... arguments) {
+        ++calls;
+        return CreateFileW(arguments...);
+    });
+    EXPECT_EQ(LockFeedStore(data.path), nullptr);
+    EXPECT_EQ(calls, kTries);
 }
 
 TEST_F(FeedStoreFailure, TheMoveReplacesAndReachesTheDiskWithAWholeFile) {
@@ -152,9 +210,9 @@ TEST_F(FeedStoreFailure, AnEnvelopeThatCannotBeReplacedIsNotUsedWithTheNewTag) {
     {
         int moves = 0;
         const ScopedReplacement moving(doubles::MoveFileExW, [&](auto... arguments) {
-            return ++moves == 2 ? FailWith(ERROR_ACCESS_DENIED) : MoveFileExW(arguments...);
+            return ++moves == 2 ? FailWith(ERROR_WRITE_PROTECT) : MoveFileExW(arguments...);
         });
-        ExpectWritingFails(APP_UPDATE_FILE_ERROR, ERROR_ACCESS_DENIED);
+        ExpectWritingFails(APP_UPDATE_FILE_ERROR, ERROR_WRITE_PROTECT);
     }
     const FeedStore store = ReadFeedStore(data.path);
     EXPECT_EQ(store.installation, oldStore.installation);
@@ -173,13 +231,14 @@ TEST_F(FeedStoreFailure, AFileThatCannotBeReadToItsEndIsNotTakenForADamagedOne) 
 }
 
 TEST_F(FeedStoreFailure, AFileThatCannotBeOpenedIsNotTakenForAMissingOne) {
-    ExpectFinalRefusal(doubles::CreateFileW, INVALID_HANDLE_VALUE,
-                       [this](DWORD error) {
-                           ExpectRaised([this] { ReadFeedStore(data.path); }, APP_UPDATE_FILE_ERROR,
-                                        "Cannot read ", error);
-                       },
-                       {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION, ERROR_BAD_NETPATH,
-                        ERROR_NOT_READY, ERROR_INVALID_NAME, ERROR_TOO_MANY_OPEN_FILES});
+    const auto ending = [this](DWORD error) {
+        ExpectRaised([this] { ReadFeedStore(data.path); }, APP_UPDATE_FILE_ERROR, "Cannot read ",
+                     error);
+    };
+    ExpectFinalRefusal(
+        doubles::CreateFileW, INVALID_HANDLE_VALUE, ending,
+        {ERROR_BAD_NETPATH, ERROR_NOT_READY, ERROR_INVALID_NAME, ERROR_TOO_MANY_OPEN_FILES});
+    ExpectFinalRefusal(doubles::CreateFileW, INVALID_HANDLE_VALUE, ending, kInUse, kTries);
     ExpectAsBefore();
 }
 

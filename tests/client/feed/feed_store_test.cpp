@@ -49,12 +49,13 @@ void ExpectSame(const FeedStore& store, const FeedStore& other) {
     EXPECT_EQ(store.wasDamaged, other.wasDamaged);
 }
 
-void ExpectNew(const FeedStore& store) {
+void ExpectNew(const FeedStore& store, const std::string& envelope = "") {
     const std::regex identity("\\{[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\}");
     EXPECT_TRUE(std::regex_match(store.installation, identity)) << store.installation;
     EXPECT_NE(store.installation, SampleStore().installation);
     EXPECT_THAT(store.issues, IsEmpty());
-    EXPECT_EQ(store.feedAddress + store.entityTag + store.envelope, "");
+    EXPECT_EQ(store.feedAddress + store.entityTag, "");
+    EXPECT_EQ(store.envelope, envelope);
 }
 
 struct FeedStoreFiles : testing::Test {
@@ -62,12 +63,13 @@ struct FeedStoreFiles : testing::Test {
         WriteFileContent(data.path / kState, content);
     }
 
-    // What is read when the state is damaged is as good as new, and says so.
+    // What is read when the state is damaged is as good as new, and says so; the envelope has its
+    // signature.
     void ExpectDamagedState(std::string_view content) const {
         WriteState(content);
         const FeedStore store = ReadFeedStore(data.path);
         SCOPED_TRACE(content);
-        ExpectNew(store);
+        ExpectNew(store, SampleStore().envelope);
         EXPECT_TRUE(store.wasDamaged);
     }
 
@@ -201,7 +203,7 @@ TEST_F(FeedStoreFiles, AnEnvelopeWithoutAStateIsHalfAStore) {
     WriteFeedStore(data.path, SampleStore());
     std::filesystem::remove(data.path / kState);
     const FeedStore store = ReadFeedStore(data.path);
-    ExpectNew(store);
+    ExpectNew(store, SampleStore().envelope);
     EXPECT_TRUE(store.wasDamaged);
 }
 
@@ -258,6 +260,30 @@ TEST(ReplaceWholeFile, LeavesNothingBesideTheFile) {
         EXPECT_EQ(ReadTreeContent(directory.path),
                   (std::map<std::wstring, std::string>{{L"file", content}}));
     }
+}
+
+TEST(ReplaceWholeFile, NamesItsDraftsSoThatTheyAreKnown) {
+    for (const wchar_t* name : {L"file.1-2.tmp", L"file.0123456789-9876543210.tmp"}) {
+        EXPECT_TRUE(IsDraftOf(L"file", name)) << testing::PrintToString(name);
+    }
+    for (const wchar_t* name :
+         {L"", L"file", L"file.tmp", L"file.1.tmp", L"file.1-.tmp", L"file.-2.tmp", L"file1-2.tmp",
+          L"file.1-2", L"file.1-2.tmp2", L"file.1-2.3.tmp", L"file.1-a.tmp", L"file.:-2.tmp",
+          L"file.1-2.TMP", L"file.1-2-3.tmp", L"a.1-2.tmp", L"a file.1-2.tmp"}) {
+        EXPECT_FALSE(IsDraftOf(L"file", name)) << testing::PrintToString(name);
+    }
+}
+
+TEST(TakeLockFile, GivesTheFileToOneAtATimeAndLeavesNothing) {
+    const TemporaryDirectory directory;
+    for (int round = 0; round < 2; ++round) {
+        const UniqueHandle lock = TakeLockFile(directory.path / L"lock");
+        EXPECT_NE(lock, nullptr);
+        EXPECT_THAT([&] { HoldFile(directory.path / L"lock", GENERIC_READ, 7); },
+                    testing::Throws<std::runtime_error>());
+    }
+    EXPECT_THAT(ReadTreeContent(directory.path), IsEmpty());
+    EXPECT_EQ(TakeLockFile(directory.path / L"missing" / L"lock"), nullptr);
 }
 
 }  // namespace

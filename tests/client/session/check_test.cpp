@@ -1,4 +1,5 @@
 #include "client/envelope.h"
+#include "client/feed_store.h"
 #include "client/session/session_scene.h"
 #include "fixtures/file_content.h"
 #include "support/file_system.h"
@@ -141,6 +142,66 @@ TEST_F(UpdateCheck, SaysThatTheStoreWasDamaged) {
                                      "damaged and has been made anew"));
     EXPECT_EQ(Check(), APP_UPDATE_OK);
     EXPECT_EQ(Sentence(), "The feed's issue 7 offers version 2.0.0.0");
+}
+
+TEST_F(UpdateCheck, RefusesAnOlderIssueThanTheKeptFeedsWhereTheStateIsDamaged) {
+    Publish(feed);
+    Open();
+    ASSERT_EQ(Check(), APP_UPDATE_OK);
+    feed.issue = 6;
+    Publish(feed);
+    for (const char* damaged : {"", "{"}) {
+        WriteFileContent(dataDirectory / L"update-state.json", damaged);
+        EXPECT_EQ(Check(), APP_UPDATE_FEED_OLDER) << Sentence();
+    }
+    RemoveFile(dataDirectory / L"update-state.json");
+    EXPECT_EQ(Check(), APP_UPDATE_FEED_OLDER) << Sentence();
+    EXPECT_THAT(requests.back().headers, IsEmpty());
+    feed.issue = 7;
+    Publish(feed);
+    EXPECT_EQ(Check(), APP_UPDATE_OK);
+}
+
+TEST_F(UpdateCheck, TakesNoIssueFromAKeptFeedOfSomebodyElse) {
+    Publish(feed);
+    Open();
+    Feed later = feed;
+    later.issue = 8;
+    Feed otherChannel = later;
+    otherChannel.channel = "beta";
+    for (const std::string& kept :
+         {SigningKey().Envelope(WriteFeed(later)), key.Envelope(WriteFeed(otherChannel)),
+          key.Envelope("{}"), std::string("damaged")}) {
+        WriteFileContent(dataDirectory / L"update-state.json", "{");
+        WriteFileContent(dataDirectory / L"update-feed.json", kept);
+        EXPECT_EQ(Check(), APP_UPDATE_OK) << Sentence();
+    }
+}
+
+// Another instance of the application checks at the same time.
+TEST_F(UpdateCheck, SeesWhatAnotherInstanceHasSeenMeanwhile) {
+    Publish(feed);
+    Open();
+    FeedStore other{.installation = "{01234567-89AB-CDEF-0123-456789ABCDEF}",
+                    .issues = {{"beta", 3}, {"stable", 6}},
+                    .feedAddress = "https://example.com/other.json",
+                    .entityTag = "\"other\"",
+                    .envelope = "other"};
+    TheServer().fetch = [&, answer = TheServer().fetch](const HttpsRequest& request,
+                                                        const HttpsReceiver& receiver) {
+        WriteFeedStore(dataDirectory, other);
+        answer(request, receiver);
+    };
+    ASSERT_EQ(Check(), APP_UPDATE_OK) << Sentence();
+    FeedStore store = ReadFeedStore(dataDirectory);
+    EXPECT_EQ(store.installation, other.installation);
+    EXPECT_THAT(store.issues, ElementsAre(testing::Pair("beta", 3), testing::Pair("stable", 7)));
+    EXPECT_EQ(store.entityTag, "\"first\"");
+    other.issues["stable"] = 8;
+    EXPECT_EQ(Check(), APP_UPDATE_FEED_OLDER);
+    store = ReadFeedStore(dataDirectory);
+    EXPECT_EQ(store.issues["stable"], 8U);
+    EXPECT_EQ(store.envelope, "other");
 }
 
 TEST_F(UpdateCheck, EndsAnAnswerThatIsTooLongAtOnce) {

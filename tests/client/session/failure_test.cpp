@@ -41,12 +41,19 @@ TEST_F(FailingCall, OfTheUpdatersStartGivesItsNumber) {
 
 TEST_F(FailingCall, OfTheUpdatersCopyTellsAFullDisk) {
     OpenAndDownload();
-    ExpectFinalRefusal(doubles::CopyFileW, FALSE, [this](DWORD error) {
-        EXPECT_EQ(AppUpdateStart(session.get(), &report),
-                  error == ERROR_DISK_FULL ? APP_UPDATE_DISK_FULL : APP_UPDATE_FILE_ERROR);
+    const auto expectStartToGive = [this](AppUpdateResult result, DWORD error) {
+        EXPECT_EQ(AppUpdateStart(session.get(), &report), result);
         EXPECT_EQ(report.systemError, error);
         ExpectNothingLeft();
+    };
+    ExpectFinalRefusal(doubles::CopyFileW, FALSE, [&](DWORD error) {
+        expectStartToGive(error == ERROR_DISK_FULL ? APP_UPDATE_DISK_FULL : APP_UPDATE_FILE_ERROR,
+                          error);
     });
+    constexpr DWORD kQuotaExceeded = 1295;
+    ExpectFinalRefusal(doubles::CopyFileW, FALSE,
+                       [&](DWORD error) { expectStartToGive(APP_UPDATE_DISK_FULL, error); },
+                       {ERROR_HANDLE_DISK_FULL, kQuotaExceeded});
 }
 
 TEST_F(FailingCall, OfTheNoteOfTheUpdateKeepsItFromBeingStarted) {
@@ -120,6 +127,39 @@ TEST_F(FailingCall, OfTheMutexMeansAnInstallationOnlyIfItIsDenied) {
             doubles::OpenMutexW, [error](auto&&...) { return FailWith<HANDLE>(error, nullptr); });
         EXPECT_EQ(AppUpdateIsBeingInstalled() != 0, error == ERROR_ACCESS_DENIED);
     }
+}
+
+using SharedStore = FailingCall;
+
+// So that no two instances of the application read and write it at once.
+TEST_F(SharedStore, IsLockedWhileItIsReadAndWritten) {
+    Publish(feed);
+    Open();
+    int uses = 0;
+    const auto isLocked = [&](LPCWSTR path) {
+        const std::filesystem::path name = std::filesystem::path(path).filename();
+        if (name == L"update-state.json" || name == L"update-feed.json") {
+            ++uses;
+            EXPECT_TRUE(PathExists(dataDirectory / L"update.lock"));
+        }
+    };
+    const ScopedReplacement opening(doubles::CreateFileW, [&](LPCWSTR path, auto... rest) {
+        isLocked(path);
+        return CreateFileW(path, rest...);
+    });
+    const ScopedReplacement moving(doubles::MoveFileExW,
+                                   [&](LPCWSTR from, LPCWSTR to, DWORD flags) {
+                                       isLocked(to);
+                                       return MoveFileExW(from, to, flags);
+                                   });
+    EXPECT_EQ(Check(), APP_UPDATE_OK);
+    EXPECT_EQ(uses, 6);
+    EXPECT_FALSE(PathExists(dataDirectory / L"update.lock"));
+    session.reset();
+    Open();
+    EXPECT_EQ(AppUpdateTidyUp(session.get(), &report), APP_UPDATE_OK);
+    EXPECT_EQ(uses, 8);
+    EXPECT_FALSE(PathExists(dataDirectory / L"update.lock"));
 }
 
 using WatchedRecord = FailingCall;

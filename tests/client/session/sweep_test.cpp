@@ -123,7 +123,7 @@ struct FaultSweep : SessionScene {
             {
                 const ScopedReplacement counting(function, [&](Arguments... arguments) -> Result {
                     if (isCounting && ++calls == failing) {
-                        return FailWith(ERROR_ACCESS_DENIED, refusal);
+                        return FailWith(ERROR_GEN_FAILURE, refusal);
                     }
                     return real(arguments...);
                 });

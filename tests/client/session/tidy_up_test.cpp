@@ -1,6 +1,7 @@
 #include "client/last_update.h"
 #include "client/session/session_scene.h"
 #include "fixtures/file_content.h"
+#include "fixtures/held_file.h"
 #include "fixtures/programs/running_program.h"
 #include "support/application_identity.h"
 #include "support/file_system.h"
@@ -52,7 +53,46 @@ TEST_F(TidiedDirectory, KeepsBeforeACheckWhatTheLastOneOffered) {
     session.reset();
     Open();
     EXPECT_EQ(AppUpdateTidyUp(session.get(), &report), APP_UPDATE_OK);
-    EXPECT_TRUE(PathExists(dataDirectory / L"downloads" / (Utf8ToWide(feed.sha256) + L".exe")));
+    const std::filesystem::path setupFile =
+        dataDirectory / L"downloads" / (Utf8ToWide(feed.sha256) + L".exe");
+    EXPECT_TRUE(PathExists(setupFile));
+    // The kept feed has its signature.
+    WriteFileContent(dataDirectory / L"update-state.json", "damaged");
+    EXPECT_EQ(AppUpdateTidyUp(session.get(), &report), APP_UPDATE_OK);
+    EXPECT_TRUE(PathExists(setupFile));
+}
+
+// Writes a file that was last changed so many minutes ago.
+void WriteOldFile(const std::filesystem::path& file, std::uint64_t minutes) {
+    WriteFileContent(file, "x");
+    FILETIME time{};
+    GetSystemTimeAsFileTime(&time);
+    const std::uint64_t units = (std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime) -
+                                minutes * 60 * 10'000'000;
+    time = {static_cast<DWORD>(units), static_cast<DWORD>(units >> 32U)};
+    const UniqueHandle handle = HoldFile(file, FILE_WRITE_ATTRIBUTES);
+    ASSERT_TRUE(SetFileTime(handle.get(), nullptr, nullptr, &time));
+}
+
+TEST_F(TidiedDirectory, KeepsNoOldDrafts) {
+    constexpr std::uint64_t kDay = 24ULL * 60;
+    OpenAndDownload();
+    const std::wstring offered = L"downloads\\" + Utf8ToWide(feed.sha256);
+    for (const std::wstring& name :
+         {std::wstring(L"update-state.json"), std::wstring(L"update-feed.json"),
+          std::wstring(L"last-update.json"), offered + L".json"}) {
+        SCOPED_TRACE(testing::PrintToString(name));
+        WriteOldFile(dataDirectory / (name + L".10-20.tmp"), kDay + 60);
+        WriteOldFile(dataDirectory / (name + L".10-21.tmp"), kDay - 60);
+        WriteOldFile(dataDirectory / (name + L".10-x.tmp"), 9 * kDay);
+        EXPECT_EQ(AppUpdateTidyUp(session.get(), &report), APP_UPDATE_OK);
+        EXPECT_FALSE(PathExists(dataDirectory / (name + L".10-20.tmp")));
+        EXPECT_TRUE(PathExists(dataDirectory / (name + L".10-21.tmp")));
+        EXPECT_TRUE(PathExists(dataDirectory / (name + L".10-x.tmp")));
+    }
+    WriteOldFile(dataDirectory / L"notes.json.10-20.tmp", 9 * kDay);
+    EXPECT_EQ(AppUpdateTidyUp(session.get(), &report), APP_UPDATE_OK);
+    EXPECT_TRUE(PathExists(dataDirectory / L"notes.json.10-20.tmp"));
 }
 
 TEST_F(TidiedDirectory, KeepsAllOfAJobWhoseUpdaterRuns) {
