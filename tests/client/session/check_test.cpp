@@ -1,3 +1,6 @@
+#include <atomic>
+#include <thread>
+
 #include "client/envelope.h"
 #include "client/feed_store.h"
 #include "client/session/session_scene.h"
@@ -202,6 +205,37 @@ TEST_F(UpdateCheck, SeesWhatAnotherInstanceHasSeenMeanwhile) {
     store = ReadFeedStore(dataDirectory);
     EXPECT_EQ(store.issues["stable"], 8U);
     EXPECT_EQ(store.envelope, "other");
+}
+
+TEST_F(UpdateCheck, IsMadeByTwoInstancesAtOnce) {
+    constexpr std::uint32_t kFeeds = 40;
+    std::vector<std::string> envelopes;
+    for (feed.issue = 1; feed.issue <= kFeeds; ++feed.issue) {
+        envelopes.push_back(key.Envelope(WriteFeed(feed)));
+    }
+    std::atomic<std::size_t> published = 0;
+    TheServer().fetch = [&](const HttpsRequest&, const HttpsReceiver& receiver) {
+        Answer200(receiver, "\"tag\"", envelopes[published++]);
+    };
+    Open();
+    const UniqueSession first = std::move(session);
+    Open();
+    const auto check = [](AppUpdateSession* instance) {
+        for (std::uint32_t count = 0; count < kFeeds / 2; ++count) {
+            AppUpdateOffer found{};
+            found.size = sizeof(found);
+            AppUpdateReport said{};
+            said.size = sizeof(said);
+            const AppUpdateResult result = AppUpdateCheck(instance, &found, &said);
+            EXPECT_TRUE(result == APP_UPDATE_OK || result == APP_UPDATE_FEED_OLDER)
+                << result << ", error " << said.systemError << ": " << WideToUtf8(said.sentence);
+        }
+    };
+    {
+        const std::jthread other(check, first.get());
+        check(session.get());
+    }
+    EXPECT_EQ(published, std::size_t{kFeeds});
 }
 
 TEST_F(UpdateCheck, EndsAnAnswerThatIsTooLongAtOnce) {
