@@ -105,7 +105,8 @@ FeedStore ReadFeedStore(const std::filesystem::path& dataDirectory) {
     std::optional<std::string> envelope =
         ReadFileUpTo(dataDirectory / kEnvelopeFile, kLargestEnvelope);
     if (!state) {
-        return NewStore(envelope.has_value(), std::move(envelope));
+        const bool wasDamaged = envelope.has_value();
+        return NewStore(wasDamaged, std::move(envelope));
     }
     const JsonReading reading =
         state->size() <= kLargestState ? ReadJsonObject(*state) : JsonReading();
