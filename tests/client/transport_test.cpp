@@ -158,6 +158,9 @@ TEST_F(TransportTest, LetsThroughWhatTheReceiverRaises) {
 TEST_F(TransportTest, FollowsFiveRedirects) {
     servers->Publish(L"a", "abc");
     servers->Publish(L"below/b", "def");
+    for (const wchar_t* status : {L"301", L"302", L"303", L"307", L"308"}) {
+        EXPECT_EQ(GetUnruly(std::wstring(L"b?redirect=a&by=") + status).body, "abc");
+    }
     EXPECT_EQ(GetUnruly(L"a?chain=5").body, "abc");
     EXPECT_EQ(GetUnruly(L"a?redirect=below/../below/b").body, "def");
     EXPECT_EQ(GetUnruly(L"a?redirect=" + servers->Address(kNginx, L"below/b")).body, "def");

@@ -15,6 +15,7 @@ wrong=N       the byte N of the file is another one
 status=N      answers with this status and a short text
 header=endless  sends header lines without an end
 redirect=A    answers with the status 302 and "Location: A"
+by=N          redirects with this status
 chain=N       redirects N times, the last time to the file itself
 ignore=range  answers every request with the whole file
 ignore=condition  answers a range though the file is another one
@@ -113,7 +114,7 @@ class Answer(http.server.BaseHTTPRequestHandler):
             self.note("stall")
             self.stall()
         elif "redirect" in commands:
-            self.redirect(commands["redirect"])
+            self.redirect(commands["redirect"], int(commands.get("by", 302)))
         elif int(commands.get("chain", 0)) > 0:
             left = int(commands["chain"]) - 1
             self.redirect(f"?chain={left}" if left else name)
@@ -122,9 +123,9 @@ class Answer(http.server.BaseHTTPRequestHandler):
         else:
             self.send_file(name, commands)
 
-    def redirect(self, address):
-        self.note(302)
-        self.send_response(302)
+    def redirect(self, address, status=302):
+        self.note(status)
+        self.send_response(status)
         self.send_header("Location", address)
         self.send_header("Content-Length", "0")
         self.end_headers()
