@@ -119,6 +119,9 @@ TEST_F(FailingCall, OfTheToldMarkStillTellsTheOutcome) {
     const ScopedReplacement refusing(doubles::MoveFileExW,
                                      [](auto&&...) { return FailWith(ERROR_ACCESS_DENIED); });
     EXPECT_EQ(Wait(kLong), APP_UPDATE_FAILED);
+    // Once more, but as that of an update beside which the application stayed.
+    EXPECT_EQ(TakeOutcome(), APP_UPDATE_OK);
+    EXPECT_EQ(outcome.result, APP_UPDATE_FAILED);
 }
 
 TEST_F(FailingCall, OfTheMutexMeansAnInstallationOnlyIfItIsDenied) {
