@@ -60,6 +60,9 @@ TEST_F(InterfaceArgument, IsLeftAloneWhenAReportHasAnotherSize) {
     EXPECT_EQ(Check(), APP_UPDATE_INVALID_ARGUMENT);
     EXPECT_EQ(report.result, 99);
     EXPECT_STREQ(report.sentence, L"");
+    report.size = sizeof(report) + 2;
+    EXPECT_EQ(Check(), APP_UPDATE_INVALID_ARGUMENT);
+    EXPECT_EQ(report.result, 99);
     EXPECT_TRUE(requests.empty());
 }
 

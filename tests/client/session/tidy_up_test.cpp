@@ -104,6 +104,13 @@ TEST_F(TidiedDirectory, KeepsAllOfAJobWhoseUpdaterRuns) {
     EXPECT_TRUE(PathExists(job / L"status.json"));
 }
 
+TEST_F(TidiedDirectory, KeepsNoJobWhereNoneIsKnownToBeTheLast) {
+    Open();
+    WriteFileContent(dataDirectory / L"updates" / kOldJob / L"status.json", "x");
+    EXPECT_EQ(AppUpdateTidyUp(session.get(), &report), APP_UPDATE_OK);
+    EXPECT_FALSE(PathExists(dataDirectory / L"updates" / kOldJob));
+}
+
 TEST_F(TidiedDirectory, IsFineWhenThereIsNothing) {
     Open();
     EXPECT_EQ(AppUpdateTidyUp(session.get(), &report), APP_UPDATE_OK);
