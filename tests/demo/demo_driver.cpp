@@ -93,18 +93,19 @@ void InstallVersion1(const Stage& stage) {
     Tell("          the user adds " + std::to_string(UserData().size()) + " files of their own");
 }
 
-void Publish(Publication& publication, const wchar_t* setup, const std::string& version,
-             const std::string& query = "") {
-    PublishRelease(publication, SetupProgram(setup), version, query);
-    Tell("          nginx serves the signed feed, issue " + std::to_string(publication.issue) +
-         ": " + WideToUtf8(publication.FeedAddress()));
+// The team's commands are told as they run.
+void Publish(Publisher& publisher, const wchar_t* setup, const wchar_t* program,
+             const std::wstring& query = L"") {
+    PublishRelease(publisher, setup, program, query);
+    Tell("          nginx serves the signed feed, issue " + std::to_string(publisher.issue) + ": " +
+         WideToUtf8(publisher.FeedAddress()));
 }
 
 // The application looks for the update by itself, and its user has it downloaded.
-void Download(WholeUpdate& update, const Stage& stage, const Publication& publication,
+void Download(WholeUpdate& update, const Stage& stage, const Publisher& publisher,
               const std::string& version) {
     update.job.installDirectory = stage.installDirectory;
-    StartWithFeed(update, publication);
+    StartWithFeed(update, publisher);
     DownloadOffered(update, version);
     TellCheck(true,
               "the application finds it and downloads it: " + UpdateStatusText(update.application));
@@ -120,8 +121,8 @@ void BeginUpdate(WholeUpdate& update) {
 }
 
 // Where the connection was cut, and where the download went on, by the server's own log.
-void CheckCut(const Publication& publication) {
-    const std::vector<std::string> requests = publication.servers.Requests(kUnruly);
+void CheckCut(const Publisher& publisher) {
+    const std::vector<std::string> requests = publisher.servers.Requests(kUnruly);
     const bool wentOn =
         requests.size() == 2 &&
         requests.back().find(" 206 \"bytes=" + std::to_string(kCut) + "-\"") != std::string::npos;
@@ -129,12 +130,12 @@ void CheckCut(const Publication& publication) {
                           " bytes, and the download went on from there");
 }
 
-void UpdateToVersion2(const Stage& stage, Publication& publication) {
+void UpdateToVersion2(const Stage& stage, Publisher& publisher) {
     Tell("\n2. Version 2.0.0.0 is published, and the application updates itself");
-    Publish(publication, L"v2", "2.0.0.0", "?cut=" + std::to_string(kCut) + "&times=1");
+    Publish(publisher, L"v2", L"v2", L"?cut=" + std::to_wstring(kCut) + L"&times=1");
     WholeUpdate update;
-    Download(update, stage, publication, "2.0.0.0");
-    CheckCut(publication);
+    Download(update, stage, publisher, "2.0.0.0");
+    CheckCut(publisher);
     BeginUpdate(update);
     const std::uint32_t exitCode = update.AwaitBroker();
     update.NoteRecord();
@@ -146,20 +147,20 @@ void UpdateToVersion2(const Stage& stage, Publication& publication) {
     CheckRestart(stage, "2.0.0.0");
 }
 
-void RefuseTamperedFeed(const Stage& stage, Publication& publication) {
+void RefuseTamperedFeed(const Stage& stage, Publisher& publisher) {
     Tell("\n3. Version 3.0.0.0 is published, and somebody changes a byte of its feed");
-    Publish(publication, L"v3-broken", "3.0.0.0");
-    TamperWithFeed(publication);
-    const std::size_t downloads = publication.servers.Requests(kUnruly).size();
+    Publish(publisher, L"v3-broken", L"v3");
+    TamperWithFeed(publisher);
+    const std::size_t downloads = publisher.servers.Requests(kUnruly).size();
     WholeUpdate update;
     update.job.installDirectory = stage.installDirectory;
-    StartWithFeed(update, publication);
+    StartWithFeed(update, publisher);
     constexpr char kRefusal[] = "What the update server offers cannot be trusted";
     AwaitUpdateStatus(update.application, kRefusal);
     TellCheck(true, "the application refuses it:");
     TellLines(UpdateStatusText(update.application));
     CloseApplication(update.application);
-    TellCheck(publication.servers.Requests(kUnruly).size() == downloads, "nothing is downloaded");
+    TellCheck(publisher.servers.Requests(kUnruly).size() == downloads, "nothing is downloaded");
     CheckVersions(stage, L"2.0.0.0");
 }
 
@@ -174,12 +175,12 @@ void TellErrorBox(WholeUpdate& update) {
     CloseMessageBox(box);
 }
 
-void RollVersion3Back(const Stage& stage, Publication& publication) {
+void RollVersion3Back(const Stage& stage, Publisher& publisher) {
     Tell("\n4. Its feed is put right, but the version itself was put together wrongly");
     const TreeContent before = ReadProgramFiles(stage.installDirectory);
-    Publish(publication, L"v3-broken", "3.0.0.0");
+    Publish(publisher, L"v3-broken", L"v3");
     WholeUpdate update;
-    Download(update, stage, publication, "3.0.0.0");
+    Download(update, stage, publisher, "3.0.0.0");
     BeginUpdate(update);
     TellErrorBox(update);
     const std::uint32_t exitCode = update.AwaitBroker();
@@ -205,11 +206,12 @@ int RunDemonstration() {
     const ScopedVariable userData(L"LOCALAPPDATA", stage.userData.native());
     Perform([&] {
         ClearStage(stage);
-        Publication publication;
+        Publisher publisher;
+        publisher.onCommand = [](const std::string& command) { Tell("        $ " + command); };
         InstallVersion1(stage);
-        UpdateToVersion2(stage, publication);
-        RefuseTamperedFeed(stage, publication);
-        RollVersion3Back(stage, publication);
+        UpdateToVersion2(stage, publisher);
+        RefuseTamperedFeed(stage, publisher);
+        RollVersion3Back(stage, publisher);
     });
     Perform([&] { ClearStage(stage); });
     Tell(CountFailedChecks() == 0

@@ -19,8 +19,6 @@ namespace updater {
 
 namespace {
 
-constexpr char kVersion[] = "2.0.0.0";
-
 // The first window of any program that runs from below a directory.
 HWND AwaitWindowBelow(const std::filesystem::path& directory) {
     HWND found = nullptr;
@@ -37,10 +35,10 @@ HWND AwaitWindowBelow(const std::filesystem::path& directory) {
 }
 
 void TakeUpdate(UpdateScene& scene, const std::filesystem::path& pictures) {
-    Publication publication;
+    Publisher publisher;
     // Behind the middle the server sends ten bytes a second.
-    PublishRelease(publication, SetupProgram(L"v2"), kVersion, "?drip=2097152&times=1");
-    StartWithFeed(scene, publication);
+    PublishRelease(publisher, L"v2", L"v2", L"?drip=2097152&times=1");
+    StartWithFeed(scene, publisher);
     HWND window = ListWindows(scene.application.id).front();
     AwaitUpdateStatus(scene.application, "Version 2.0.0.0 is available (");
     SaveScreenshot(window, pictures / L"found.png");

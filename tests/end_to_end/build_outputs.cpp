@@ -35,12 +35,20 @@ std::filesystem::path RecoveryPage() {
     return BuiltPath(CORVELLAN_RECOVERY_PAGE);
 }
 
+std::filesystem::path ReleaseTool() {
+    return BuiltPath(CORVELLAN_RELEASE_TOOL);
+}
+
 std::filesystem::path SetupProgram(const std::wstring& name) {
     std::filesystem::path setup = BuiltPath((CORVELLAN_SETUPS + name + L".exe").c_str());
     if (!PathExists(setup)) {
         throw std::runtime_error("The build made no setup program " + WideToUtf8(name));
     }
     return setup;
+}
+
+std::filesystem::path ProgramDirectory(const std::wstring& name) {
+    return BuiltPath((CORVELLAN_PROGRAMS + name).c_str());
 }
 
 }  // namespace updater

@@ -22,7 +22,15 @@ std::filesystem::path ElevationStandIn();
 /// The page that tells how to put the previous program back.
 std::filesystem::path RecoveryPage();
 
-/// Returns a setup program of the application by its name, for example L"v2".
+/// The tool with which a release is published.
+std::filesystem::path ReleaseTool();
+
+/// Returns a setup program of the application by its name, for example L"v2". Raises
+/// `std::runtime_error` when it was not made.
 std::filesystem::path SetupProgram(const std::wstring& name);
+
+/// Returns the directory in which a version was put together for its setup programs, by its name,
+/// for example L"v2".
+std::filesystem::path ProgramDirectory(const std::wstring& name);
 
 }  // namespace updater

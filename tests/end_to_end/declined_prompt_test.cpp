@@ -10,9 +10,9 @@ namespace {
 
 TEST_F(UpdateTest, LeavesTheApplicationAsItIsWhenItsUserDeclinesThePrompt) {
     const ScopedVariable userData(L"LOCALAPPDATA", InWorkspace(L"本地 数据").native());
-    Publication publication;
-    PublishRelease(publication, SetupProgram(L"v2"), "2.0.0.0");
-    StartWithFeed(*this, publication);
+    Publisher publisher;
+    PublishRelease(publisher, L"v2", L"v2");
+    StartWithFeed(*this, publisher);
     DownloadOffered(*this, "2.0.0.0");
 
     constexpr char kDeclined[] = "The update was not allowed; nothing was changed";
@@ -25,7 +25,7 @@ TEST_F(UpdateTest, LeavesTheApplicationAsItIsWhenItsUserDeclinesThePrompt) {
     EXPECT_EQ(AwaitBroker(), 0U);
     ExpectVersion2(*this);
     ExpectRestart(job.installDirectory, "2.0.0.0");
-    EXPECT_EQ(publication.servers.Requests(kUnruly).size(), 1U);
+    EXPECT_EQ(publisher.servers.Requests(kUnruly).size(), 1U);
 }
 
 }  // namespace

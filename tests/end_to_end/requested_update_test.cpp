@@ -28,14 +28,14 @@ constexpr char kNotTrusted[] =
 constexpr char kLastPortion[] = "10";
 
 struct RequestedUpdate : UpdateTest {
-    void Publish(const wchar_t* setupName, const std::string& query = "") {
-        PublishRelease(publication, SetupProgram(setupName), "2.0.0.0", query);
+    void Publish(const wchar_t* setupName, const std::wstring& query = L"") {
+        PublishRelease(publisher, setupName, L"v2", query);
     }
 
-    void Request() { RequestUpdate(*this, publication, "2.0.0.0"); }
+    void Request() { RequestUpdate(*this, publisher, "2.0.0.0"); }
 
     void StartDownload() {
-        StartWithFeed(*this, publication);
+        StartWithFeed(*this, publisher);
         AwaitUpdateStatus(application, "Version 2.0.0.0 is available (");
         PressButton(application, ID_DOWNLOAD);
     }
@@ -43,19 +43,19 @@ struct RequestedUpdate : UpdateTest {
     // Starts a download whose first try will never be done: behind a mebibyte the server sends ten
     // bytes a second.
     void StartSlowDownload() {
-        Publish(L"v2", "?drip=1048576&times=1");
+        Publish(L"v2", L"?drip=1048576&times=1");
         StartDownload();
         AwaitUpdateStatus(application, "Version 2.0.0.0 is being downloaded: 1.0 MB of ");
     }
 
     // Wine ends a cancelled request only when its server does, and the application with it.
     void EndSlowDownload() const {
-        WriteFileContent(publication.servers.directory.path / L"let-go", "");
+        WriteFileContent(publisher.servers.directory.path / L"let-go", "");
     }
 
     // One line for each download that was begun: the range that was asked for.
     [[nodiscard]] std::vector<std::string> Downloads() const {
-        return publication.servers.Requests(kUnruly);
+        return publisher.servers.Requests(kUnruly);
     }
 
     void ExpectDownloadThatWentOnAt(const std::string& position) const {
@@ -75,18 +75,18 @@ struct RequestedUpdate : UpdateTest {
         const Application restarted = AwaitApplication(job.installDirectory);
         EXPECT_EQ(OutcomeToldBy(restarted), outcome);
         CloseApplication(restarted);
-        const FeedVariables feed(publication);
+        const FeedVariables feed(publisher);
         const Application again = StartApplication(job.installDirectory);
         EXPECT_EQ(OutcomeToldBy(again), "");
         CloseApplication(again);
     }
 
     ScopedVariable userData{L"LOCALAPPDATA", InWorkspace(L"本地 数据").native()};
-    Publication publication;
+    Publisher publisher;
 };
 
 TEST_F(RequestedUpdate, EndsWithTheNewVersionTellingItsUserThoughTheDownloadBroke) {
-    Publish(L"v2", "?cut=1000000&times=1");
+    Publish(L"v2", L"?cut=1000000&times=1");
     Request();
     ExpectDownloadThatWentOnAt("1000000-");
     AnswerPrompt();
@@ -124,7 +124,7 @@ TEST_F(RequestedUpdate, LeavesTheApplicationOpenWhenItsUserCancelsDuringThePromp
     // By itself it would wait its three minutes.
     TerminateProcess(worker.get(), 1);
     AwaitEnd(worker.get(), "the worker's end");
-    const FeedVariables feed(publication);
+    const FeedVariables feed(publisher);
     const Application again = StartApplication(job.installDirectory);
     EXPECT_EQ(OutcomeToldBy(again), "");
     CloseApplication(again);
@@ -147,7 +147,7 @@ TEST_F(RequestedUpdate, GoesOnWithADownloadAtTheNextStart) {
     AwaitCondition("the window to close", [&] { return ListWindows(application.id).empty(); });
     EndSlowDownload();
     AwaitEnd(application.process.get(), "the application to close");
-    StartWithFeed(*this, publication);
+    StartWithFeed(*this, publisher);
     DownloadOffered(*this, "2.0.0.0");
     ExpectDownloadThatWentOnAt(kLastPortion);
     CloseApplication(application);
@@ -155,8 +155,8 @@ TEST_F(RequestedUpdate, GoesOnWithADownloadAtTheNextStart) {
 
 TEST_F(RequestedUpdate, RefusesAFeedThatSomebodyHasChanged) {
     Publish(L"v2");
-    TamperWithFeed(publication);
-    StartWithFeed(*this, publication);
+    TamperWithFeed(publisher);
+    StartWithFeed(*this, publisher);
     AwaitUpdateStatus(application, kNotTrusted);
     EXPECT_THAT(UpdateStatusText(application), HasSubstr("signature"));
     // There is nothing that could be downloaded, whatever is pressed; the next check says the same.
@@ -164,14 +164,14 @@ TEST_F(RequestedUpdate, RefusesAFeedThatSomebodyHasChanged) {
     PressButton(application, ID_UPDATE);
     PressButton(application, ID_CHECK);
     AwaitCondition("the second request",
-                   [&] { return publication.servers.Requests(kNginx).size() == 2; });
+                   [&] { return publisher.servers.Requests(kNginx).size() == 2; });
     AwaitUpdateStatus(application, kNotTrusted);
     EXPECT_EQ(Downloads(), std::vector<std::string>());
     CloseApplication(application);
 }
 
 TEST_F(RequestedUpdate, RefusesASetupProgramThatSomebodyHasChanged) {
-    Publish(L"v2", "?wrong=1000000");
+    Publish(L"v2", L"?wrong=1000000");
     StartDownload();
     AwaitUpdateStatus(application, kNotTrusted);
     PressButton(application, ID_UPDATE);
@@ -180,8 +180,8 @@ TEST_F(RequestedUpdate, RefusesASetupProgramThatSomebodyHasChanged) {
 }
 
 TEST_F(RequestedUpdate, SaysSoWhenThereIsNothingNew) {
-    PublishRelease(publication, SetupProgram(L"v1"), "1.0.0.0");
-    StartWithFeed(*this, publication);
+    PublishRelease(publisher, L"v1", L"v1");
+    StartWithFeed(*this, publisher);
     AwaitUpdateStatus(application, "The application is up to date");
     CloseApplication(application);
 }

@@ -59,9 +59,9 @@ void FindUpdater(WholeUpdate& update) {
 
 }  // namespace
 
-void StartWithFeed(WholeUpdate& update, const Publication& publication) {
+void StartWithFeed(WholeUpdate& update, const Publisher& publisher) {
     const StandInVariables variables(update.job.consent, update.eventBaseName);
-    const FeedVariables feed(publication);
+    const FeedVariables feed(publisher);
     update.application = StartApplication(update.job.installDirectory);
 }
 
@@ -118,9 +118,8 @@ void UpdateWith(const std::filesystem::path& program, const WholeUpdate& update,
     AwaitUpdateStatus(update.application, beginning);
 }
 
-void RequestUpdate(WholeUpdate& update, const Publication& publication,
-                   const std::string& version) {
-    StartWithFeed(update, publication);
+void RequestUpdate(WholeUpdate& update, const Publisher& publisher, const std::string& version) {
+    StartWithFeed(update, publisher);
     DownloadOffered(update, version);
     RestartToUpdate(update);
 }

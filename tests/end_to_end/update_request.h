@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-#include "end_to_end/publication.h"
+#include "end_to_end/publisher.h"
 #include "end_to_end/whole_update.h"
 
 namespace updater {
@@ -11,9 +11,9 @@ namespace updater {
 // Updates that the application itself looks for, downloads and starts. Each step presses a button
 // of its window and returns when the window says what came of it.
 
-/// Starts the job's application unelevated, with the publication's feed; it looks for updates by
+/// Starts the job's application unelevated, with the publisher's feed; it looks for updates by
 /// itself.
-void StartWithFeed(WholeUpdate& update, const Publication& publication);
+void StartWithFeed(WholeUpdate& update, const Publisher& publisher);
 
 /// Presses a button of the application's window, by its number in controls.h.
 void PressButton(const Application& application, int button);
@@ -37,6 +37,6 @@ void UpdateWith(const std::filesystem::path& program, const WholeUpdate& update,
                 const std::string& beginning);
 
 /// All of it for the version that is published.
-void RequestUpdate(WholeUpdate& update, const Publication& publication, const std::string& version);
+void RequestUpdate(WholeUpdate& update, const Publisher& publisher, const std::string& version);
 
 }  // namespace updater

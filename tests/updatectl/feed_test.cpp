@@ -5,7 +5,7 @@
 #include "client/envelope.h"
 #include "fixtures/application_names.h"
 #include "support/text_conversion.h"
-#include "updatectl/publication.h"
+#include "updatectl/release_to_publish.h"
 #include "updatectl/stored_feeds.h"
 
 namespace updater {
@@ -25,7 +25,7 @@ constexpr char kFullJson[] =
     R"("lowestVersion":"1.2.0.0","share":5,"notes":"https://example.com/notes?a=%22b%22"})"
     "\n";
 
-struct FeedTest : testing::Test, Publication {
+struct FeedTest : testing::Test, ReleaseToPublish {
     [[nodiscard]] ToolResult Show(const std::string& feed, const std::wstring& key = L"key.pub",
                                   const std::vector<std::wstring>& more = {}) const {
         std::vector<std::wstring> arguments = {L"feed", Write(L"\u4E2D %20.json", feed), L"--key",

@@ -3,11 +3,11 @@
 #include <random>
 
 #include "fixtures/file_content.h"
+#include "fixtures/host_script.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/program_verification.h"
 #include "support/file_system.h"
 #include "support/text_conversion.h"
-#include "updatectl/host_script.h"
 #include "updatectl/tool_call.h"
 
 namespace updater {

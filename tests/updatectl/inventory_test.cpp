@@ -6,6 +6,7 @@
 #include "fixtures/directory_link.h"
 #include "fixtures/file_content.h"
 #include "fixtures/held_file.h"
+#include "fixtures/host_script.h"
 #include "fixtures/temporary_directory.h"
 #include "snapshot/program_verification.h"
 #include "support/canonical_path.h"
@@ -13,7 +14,6 @@
 #include "support/handle.h"
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
-#include "updatectl/host_script.h"
 #include "updatectl/tool_call.h"
 
 namespace updater {

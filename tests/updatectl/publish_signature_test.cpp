@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 
 #include "client/envelope.h"
+#include "fixtures/host_script.h"
 #include "support/file_system.h"
 #include "support/text_conversion.h"
-#include "updatectl/host_script.h"
-#include "updatectl/publication.h"
+#include "updatectl/release_to_publish.h"
 #include "updatectl/stored_feeds.h"
 
 namespace updater {
@@ -23,7 +23,7 @@ constexpr char kDoesNotFit[] =
 constexpr char kIsNone[] =
     "it is no signature on the curve P-256 in DER, as 'openssl dgst -sha256 -sign' writes it";
 
-struct PublishSignatureTest : testing::Test, Publication {
+struct PublishSignatureTest : testing::Test, ReleaseToPublish {
     PublishSignatureTest() {
         EXPECT_EQ(PreparePlain().exitCode, 0U);
         Write(L"good.sig", PlainFeed().signature);

@@ -10,7 +10,7 @@
 #include "fixtures/file_content.h"
 #include "support/file_system.h"
 #include "support/text_conversion.h"
-#include "updatectl/publication.h"
+#include "updatectl/release_to_publish.h"
 #include "updatectl/stored_feeds.h"
 
 namespace updater {
@@ -32,7 +32,7 @@ std::vector<std::wstring> EnoughAnd(const std::vector<std::wstring>& more) {
     return options;
 }
 
-struct PublishTest : testing::Test, Publication {
+struct PublishTest : testing::Test, ReleaseToPublish {
     [[nodiscard]] nlohmann::json Payload() const {
         return nlohmann::json::parse(Content(kPayload));
     }

@@ -1,11 +1,10 @@
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include "support/windows_api.h"
+#include "fixtures/release_tool.h"
 
 namespace updater {
 
@@ -14,22 +13,7 @@ std::filesystem::path ToolPath();
 std::filesystem::path Application1();
 std::filesystem::path Application2();
 
-struct ToolResult {
-    std::uint32_t exitCode = 0;
-    std::string output;
-    std::string error;
-};
-
-/// Waits for the tool's end and returns its exit code. Ends a tool that takes five minutes, and
-/// raises `std::runtime_error`.
-std::uint32_t AwaitTool(HANDLE tool);
-
-/// Runs the tool to its end with its output in pipes. Raises `std::runtime_error` when it could not
-/// be started.
-ToolResult CallToolAt(const std::filesystem::path& tool, const std::vector<std::wstring>& arguments,
-                      const std::filesystem::path& workingDirectory = {});
-
-/// The same with the build's own tool.
+/// Runs the build's own tool to its end, as `CallToolAt` does.
 ToolResult CallTool(const std::vector<std::wstring>& arguments,
                     const std::filesystem::path& workingDirectory = {});
 

@@ -23,8 +23,8 @@ inline constexpr char kShownFeed[] =
 
 /// A release that is to be published: the setup program of stored_feeds.h, the application of
 /// version 2.0.0.0, and the public keys "key.pub" and "other.pub".
-struct Publication {
-    Publication();
+struct ReleaseToPublish {
+    ReleaseToPublish();
 
     /// Runs the first step with these options and those that every one needs.
     [[nodiscard]] ToolResult Prepare(const std::vector<std::wstring>& more) const;
