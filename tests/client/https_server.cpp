@@ -143,6 +143,10 @@ std::vector<std::string> HttpsServers::Requests(const char* server) const {
     return lines;
 }
 
+void HttpsServers::EndDripping() const {
+    WriteFileContent(directory.path / L"let-go", "");
+}
+
 HttpsServers::~HttpsServers() {
     Stop();
 }

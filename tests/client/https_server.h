@@ -50,6 +50,10 @@ struct HttpsServers {
     /// as servers/serve.py and servers/unruly.py tell.
     [[nodiscard]] std::vector<std::string> Requests(const char* server) const;
 
+    /// Ends the answers that drip, now and later. Wine ends a cancelled request, and the program
+    /// with it, only when its server does.
+    void EndDripping() const;
+
     /// Ends the servers; connections break. Wine lets go of a request only when its server does,
     /// and the end of a transport waits for that.
     void Stop();

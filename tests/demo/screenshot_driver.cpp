@@ -47,6 +47,7 @@ void TakeUpdate(UpdateScene& scene, const std::filesystem::path& pictures) {
     SaveScreenshot(window, pictures / L"downloading.png");
     PressButton(scene.application, ID_CANCEL_UPDATE);
     AwaitUpdateStatus(scene.application, "Cancelled");
+    publisher.servers.EndDripping();
     PressButton(scene.application, ID_DOWNLOAD);
     AwaitUpdateStatus(scene.application, "Version 2.0.0.0 is ready to install");
     SaveScreenshot(window, pictures / L"ready.png");

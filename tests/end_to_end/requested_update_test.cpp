@@ -10,7 +10,6 @@
 #include "end_to_end/update_request.h"
 #include "end_to_end/waiting.h"
 #include "end_to_end/window_text.h"
-#include "fixtures/file_content.h"
 #include "support/file_system.h"
 
 namespace updater {
@@ -46,11 +45,6 @@ struct RequestedUpdate : UpdateTest {
         Publish(L"v2", L"?drip=1048576&times=1");
         StartDownload();
         AwaitUpdateStatus(application, "Version 2.0.0.0 is being downloaded: 1.0 MB of ");
-    }
-
-    // Wine ends a cancelled request only when its server does, and the application with it.
-    void EndSlowDownload() const {
-        WriteFileContent(publisher.servers.directory.path / L"let-go", "");
     }
 
     // One line for each download that was begun: the range that was asked for.
@@ -134,7 +128,7 @@ TEST_F(RequestedUpdate, GoesOnWithADownloadThatItsUserCancelled) {
     StartSlowDownload();
     PressButton(application, ID_CANCEL_UPDATE);
     AwaitUpdateStatus(application, kCancelled);
-    EndSlowDownload();
+    publisher.servers.EndDripping();
     PressButton(application, ID_DOWNLOAD);
     AwaitUpdateStatus(application, "Version 2.0.0.0 is ready to install");
     ExpectDownloadThatWentOnAt(kLastPortion);
@@ -145,7 +139,7 @@ TEST_F(RequestedUpdate, GoesOnWithADownloadAtTheNextStart) {
     StartSlowDownload();
     AskToClose(application);
     AwaitCondition("the window to close", [&] { return ListWindows(application.id).empty(); });
-    EndSlowDownload();
+    publisher.servers.EndDripping();
     AwaitEnd(application.process.get(), "the application to close");
     StartWithFeed(*this, publisher);
     DownloadOffered(*this, "2.0.0.0");
