@@ -7,7 +7,7 @@
 #include "controls.h"
 #include "demo/screenshot.h"
 #include "end_to_end/build_outputs.h"
-#include "end_to_end/running_processes.h"
+#include "end_to_end/update_notice.h"
 #include "end_to_end/update_request.h"
 #include "end_to_end/update_scene.h"
 #include "end_to_end/waiting.h"
@@ -18,21 +18,6 @@
 namespace updater {
 
 namespace {
-
-// The first window of any program that runs from below a directory.
-HWND AwaitWindowBelow(const std::filesystem::path& directory) {
-    HWND found = nullptr;
-    AwaitCondition("a window", [&] {
-        for (const RunningProcess& running : ListRunningProcesses()) {
-            const std::vector<HWND> windows = ListWindows(running.id);
-            if (running.image.parent_path() == directory && !windows.empty()) {
-                found = windows.front();
-            }
-        }
-        return found != nullptr;
-    });
-    return found;
-}
 
 void TakeUpdate(UpdateScene& scene, const std::filesystem::path& pictures) {
     Publisher publisher;
@@ -60,23 +45,22 @@ void TakeUpdate(UpdateScene& scene, const std::filesystem::path& pictures) {
     CloseApplication(restarted);
 }
 
-void TakeNotice(const UpdateScene& scene, const std::filesystem::path& userData,
-                const std::filesystem::path& pictures) {
+void TakeNotice(const UpdateScene& scene, const std::filesystem::path& pictures) {
     const UniqueHandle mutex = OwnHandle(CreateMutexW(nullptr, TRUE, kInstallMutexName));
     const StartedProgram second = StartProgram(
         {.program = scene.job.installDirectory / kExecutableName, .token = StartToken::Limited});
-    HWND notice = AwaitWindowBelow(userData / L"" IDENTITY_LOCAL_DIRECTORY);
-    SaveScreenshot(notice, pictures / L"notice.png");
-    PostMessageW(notice, WM_COMMAND, IDCANCEL, 0);
+    const Notice notice = AwaitNotice();
+    SaveScreenshot(notice.window, pictures / L"notice.png");
+    PostMessageW(notice.window, WM_COMMAND, IDCANCEL, 0);
+    AwaitEnd(notice.process.get(), "the notice's end");
 }
 
 int TakePictures(const std::filesystem::path& pictures) {
     try {
         UpdateScene scene;
-        const std::filesystem::path userData = scene.InWorkspace(L"user data");
-        const ScopedVariable variable(L"LOCALAPPDATA", userData.native());
+        const ScopedVariable userData(L"LOCALAPPDATA", scene.InWorkspace(L"user data").native());
         TakeUpdate(scene, pictures);
-        TakeNotice(scene, userData, pictures);
+        TakeNotice(scene, pictures);
         return 0;
     } catch (const std::exception& failure) {
         std::cerr << failure.what() << '\n';

@@ -2,13 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <optional>
-
 #include "controls.h"
 #include "elevation/program_start.h"
 #include "end_to_end/running_processes.h"
 #include "end_to_end/setup_gate.h"
 #include "end_to_end/update_expectations.h"
+#include "end_to_end/update_notice.h"
 #include "end_to_end/waiting.h"
 #include "end_to_end/window_text.h"
 #include "fixtures/application_names.h"
@@ -19,31 +18,6 @@
 
 namespace updater {
 namespace {
-
-// The copy of the application that tells the user.
-std::filesystem::path NoticeProgram() {
-    return std::filesystem::path(EnvironmentVariable(L"LOCALAPPDATA")) /
-           L"" IDENTITY_LOCAL_DIRECTORY / L"update-notice.exe";
-}
-
-struct Notice {
-    UniqueHandle process;
-    HWND window = nullptr;
-};
-
-Notice AwaitNotice() {
-    Notice notice;
-    AwaitCondition("the notice", [&notice] {
-        for (const RunningProcess& running : ListProcessesOf(NoticeProgram())) {
-            const std::vector<HWND> windows = ListWindows(running.id);
-            if (!windows.empty()) {
-                notice = {OpenRunningProcess(running.id), windows.front()};
-            }
-        }
-        return notice.window != nullptr;
-    });
-    return notice;
-}
 
 // Starts the application as a user does; it ends by itself.
 void StartAgain(const std::filesystem::path& installDirectory) {
