@@ -1,5 +1,6 @@
 #include "update_task.h"
 
+#include <cstdint>
 #include <utility>
 
 namespace corvellan {
@@ -30,8 +31,8 @@ void AwaitReady(UpdateTask& task) {
     AppUpdateResult result = APP_UPDATE_OK;
     do {
         result = AppUpdateWait(task.session, kFollowInterval, &state, &task.report);
-    } while (!task.abandoned && (result == APP_UPDATE_NO_CHANGE ||
-                                 (result == APP_UPDATE_OK && state != APP_UPDATE_STATE_READY)));
+    } while (result == APP_UPDATE_NO_CHANGE ||
+             (result == APP_UPDATE_OK && state != APP_UPDATE_STATE_READY));
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <corvellan_update.h>
 #include <windows.h>
 
-#include <atomic>
 #include <thread>
 
 namespace corvellan {
@@ -22,8 +21,6 @@ struct UpdateTask {
     AppUpdateSession* session = nullptr;
     AppUpdateReport report{};
     std::thread thread;
-    /// Tells a task that follows an update to leave it to the updater.
-    std::atomic<bool> abandoned = false;
 };
 
 /// Looks for a new version, which `offer` describes when there is one, and deletes what is left of

@@ -127,16 +127,15 @@ void Cancel(MainWindow& state) {
     AppUpdateCancel(state.task.session);
 }
 
-// An update that has been started goes on without the window, everything else does not.
+// An update that has been started goes on without the window, and needs the application until it is
+// ready for its end. Everything else ends.
 void Close(MainWindow& state) {
     if (!TaskRuns(state)) {
         DestroyWindow(state.window);
         return;
     }
     state.closing = true;
-    if (state.phase == Phase::Updating) {
-        state.task.abandoned = true;
-    } else {
+    if (state.phase != Phase::Updating) {
         AppUpdateCancel(state.task.session);
     }
     ShowWindow(state.window, SW_HIDE);

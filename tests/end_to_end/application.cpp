@@ -96,9 +96,9 @@ void AskToClose(const Application& application) {
     }
 }
 
-void CloseApplication(const Application& application) {
+std::uint32_t CloseApplication(const Application& application) {
     AskToClose(application);
-    AwaitEnd(application.process.get(), "the application to close");
+    return AwaitEnd(application.process.get(), "the application to close");
 }
 
 std::optional<Session> FindSession(const std::filesystem::path& installDirectory,

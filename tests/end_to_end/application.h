@@ -35,8 +35,8 @@ std::vector<std::uint32_t> ListApplications(const std::filesystem::path& install
 /// Tells the application's windows to close, as a user does.
 void AskToClose(const Application& application);
 
-/// Closes the application's windows, as a user does, and waits for its end.
-void CloseApplication(const Application& application);
+/// Closes the application's windows, as a user does, waits for its end and returns its exit code.
+std::uint32_t CloseApplication(const Application& application);
 
 /// What the application wrote about a start of its own.
 struct Session {

@@ -2,7 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "controls.h"
 #include "end_to_end/build_outputs.h"
@@ -10,13 +13,16 @@
 #include "end_to_end/update_request.h"
 #include "end_to_end/waiting.h"
 #include "end_to_end/window_text.h"
+#include "fixtures/application_names.h"
 #include "support/file_system.h"
+#include "support/process_utilities.h"
 
 namespace updater {
 
 namespace {
 
 using testing::HasSubstr;
+using testing::StartsWith;
 
 constexpr char kCancelled[] = "Cancelled; nothing was changed";
 constexpr char kNotTrusted[] =
@@ -45,6 +51,9 @@ struct RequestedUpdate : UpdateTest {
         Publish(L"v2", L"?drip=1048576&times=1");
         StartDownload();
         AwaitUpdateStatus(application, "Version 2.0.0.0 is being downloaded: 1.0 MB of ");
+        constexpr double kPercentOfMegabyte = 1e8;
+        EXPECT_NEAR(ShownProgress(application),
+                    kPercentOfMegabyte / static_cast<double>(FileSize(SetupProgram(L"v2"))), 2);
     }
 
     // One line for each download that was begun: the range that was asked for.
@@ -67,12 +76,18 @@ struct RequestedUpdate : UpdateTest {
     // It is told once, at the restart.
     void ExpectOutcome(const std::string& outcome) const {
         const Application restarted = AwaitApplication(job.installDirectory);
+        EXPECT_EQ(GreetingText(restarted), outcome);
         EXPECT_EQ(OutcomeToldBy(restarted), outcome);
-        CloseApplication(restarted);
+        EXPECT_EQ(CloseApplication(restarted), 0U);
+        ExpectNoOutcome();
+    }
+
+    void ExpectNoOutcome() const {
         const FeedVariables feed(publisher);
         const Application again = StartApplication(job.installDirectory);
+        EXPECT_THAT(GreetingText(again), StartsWith("Welcome to " IDENTITY_LOCAL_DIRECTORY " "));
         EXPECT_EQ(OutcomeToldBy(again), "");
-        CloseApplication(again);
+        EXPECT_EQ(CloseApplication(again), 0U);
     }
 
     ScopedVariable userData{L"LOCALAPPDATA", InWorkspace(L"本地 数据").native()};
@@ -118,10 +133,37 @@ TEST_F(RequestedUpdate, LeavesTheApplicationOpenWhenItsUserCancelsDuringThePromp
     // By itself it would wait its three minutes.
     TerminateProcess(worker.get(), 1);
     AwaitEnd(worker.get(), "the worker's end");
-    const FeedVariables feed(publisher);
-    const Application again = StartApplication(job.installDirectory);
-    EXPECT_EQ(OutcomeToldBy(again), "");
-    CloseApplication(again);
+    ExpectNoOutcome();
+}
+
+TEST_F(RequestedUpdate, KeepsTheApplicationOpenUntilItIsReady) {
+    Publish(L"v2");
+    Request();
+    grantsRights = true;
+    holdsBroker = true;
+    AwaitRecord("authorized");
+    // An application that takes this record for the last one is gone long before.
+    constexpr DWORD kLongEnough = 2000;
+    EXPECT_FALSE(IsSignalledWithin(application.process.get(), kLongEnough));
+    holdsBroker = false;
+    brokerPause.reset();
+
+    EXPECT_EQ(AwaitBroker(), 0U);
+    EXPECT_EQ(AwaitEnd(application.process.get(), "the application's end"), 0U);
+    ExpectOutcome("Updated to 2.0.0.0");
+}
+
+// The updater refuses an update whose application has ended.
+TEST_F(RequestedUpdate, GoesOnWhenItsUserClosesTheWindowDuringThePrompt) {
+    Publish(L"v2");
+    Request();
+    AskToClose(application);
+    AwaitCondition("the window to close", [&] { return ListWindows(application.id).empty(); });
+    AnswerPrompt();
+
+    EXPECT_EQ(AwaitBroker(), 0U);
+    ExpectVersion2(*this);
+    ExpectOutcome("Updated to 2.0.0.0");
 }
 
 TEST_F(RequestedUpdate, GoesOnWithADownloadThatItsUserCancelled) {
@@ -140,7 +182,7 @@ TEST_F(RequestedUpdate, GoesOnWithADownloadAtTheNextStart) {
     AskToClose(application);
     AwaitCondition("the window to close", [&] { return ListWindows(application.id).empty(); });
     publisher.servers.EndDripping();
-    AwaitEnd(application.process.get(), "the application to close");
+    EXPECT_EQ(AwaitEnd(application.process.get(), "the application to close"), 0U);
     StartWithFeed(*this, publisher);
     DownloadOffered(*this, "2.0.0.0");
     ExpectDownloadThatWentOnAt(kLastPortion);
@@ -154,8 +196,8 @@ TEST_F(RequestedUpdate, RefusesAFeedThatSomebodyHasChanged) {
     AwaitUpdateStatus(application, kNotTrusted);
     EXPECT_THAT(UpdateStatusText(application), HasSubstr("signature"));
     // There is nothing that could be downloaded, whatever is pressed; the next check says the same.
-    PressButton(application, ID_DOWNLOAD);
-    PressButton(application, ID_UPDATE);
+    SendCommand(application, ID_DOWNLOAD);
+    SendCommand(application, ID_UPDATE);
     PressButton(application, ID_CHECK);
     AwaitCondition("the second request",
                    [&] { return publisher.servers.Requests(kNginx).size() == 2; });
@@ -168,16 +210,27 @@ TEST_F(RequestedUpdate, RefusesASetupProgramThatSomebodyHasChanged) {
     Publish(L"v2", L"?wrong=1000000");
     StartDownload();
     AwaitUpdateStatus(application, kNotTrusted);
-    PressButton(application, ID_UPDATE);
+    SendCommand(application, ID_UPDATE);
     CloseApplication(application);
     ExpectNothingChanged(*this);
 }
 
-TEST_F(RequestedUpdate, SaysSoWhenThereIsNothingNew) {
+TEST_F(RequestedUpdate, SaysSoWhenThereIsNothingNewAndTidiesUp) {
+    const std::filesystem::path earlier = InWorkspace(L"本地 数据") / L"" IDENTITY_LOCAL_DIRECTORY /
+                                          L"updates" / L"{3D0A6C1E-52B7-4C7E-9A40-1F6B8E2D7C55}";
+    CreateDirectories(earlier);
     PublishRelease(publisher, L"v1", L"v1");
     StartWithFeed(*this, publisher);
     AwaitUpdateStatus(application, "The application is up to date");
-    CloseApplication(application);
+    EXPECT_FALSE(PathExists(earlier));
+    EXPECT_EQ(CloseApplication(application), 0U);
+}
+
+TEST_F(RequestedUpdate, SaysSoWhenTheServerCannotBeReached) {
+    publisher.servers.Stop();
+    StartWithFeed(*this, publisher);
+    AwaitUpdateStatus(application, "The update server cannot be reached; please try again later\n");
+    EXPECT_EQ(CloseApplication(application), 0U);
 }
 
 TEST_F(RequestedUpdate, IsNotOfferedWithoutAFeed) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "controls.h"
 #include "elevation/program_start.h"
 #include "end_to_end/running_processes.h"
@@ -55,6 +57,15 @@ TEST_F(SecondStart, GoesOnAtTheUsersWordWhenSomethingElseHoldsTheMutex) {
     const Application resumed = AwaitApplication(job.installDirectory);
     EXPECT_EQ(AwaitEnd(notice.process.get(), "the notice's end"), 0U);
     CloseApplication(resumed);
+}
+
+TEST_F(SecondStart, IsLeftAloneWhenItsUserClosesTheNotice) {
+    const UniqueHandle mutex = OwnHandle(CreateMutexW(nullptr, TRUE, kInstallMutexName));
+    StartAgain(job.installDirectory);
+    const Notice notice = AwaitNotice();
+    PostMessageW(notice.window, WM_COMMAND, IDCANCEL, 0);
+    EXPECT_EQ(AwaitEnd(notice.process.get(), "the notice's end"), 0U);
+    EXPECT_EQ(ListApplications(job.installDirectory), std::vector<std::uint32_t>());
 }
 
 // So it is for a standard user, whose update another account carries out. Wine lets the owner in

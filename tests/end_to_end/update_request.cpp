@@ -13,6 +13,9 @@
 #include "support/text_conversion.h"
 #include "support/windows_api.h"
 
+// After the Windows types that it needs.
+#include <commctrl.h>
+
 namespace updater {
 
 namespace {
@@ -42,6 +45,21 @@ void RequireRunning(const Application& application) {
     }
 }
 
+// Null if there is none.
+HWND ControlOf(const Application& application, int control) {
+    for (HWND window : ListWindows(application.id)) {
+        if (HWND found = GetDlgItem(window, control); found != nullptr) {
+            return found;
+        }
+    }
+    return nullptr;
+}
+
+std::string ControlText(const Application& application, int control) {
+    HWND found = ControlOf(application, control);
+    return found == nullptr ? "" : WideToUtf8(WindowText(found));
+}
+
 // The application starts the updater's copy in the job directory.
 void FindUpdater(WholeUpdate& update) {
     const std::vector<RunningProcess> running = ListRunningProcesses();
@@ -66,18 +84,34 @@ void StartWithFeed(WholeUpdate& update, const Publisher& publisher) {
 }
 
 void PressButton(const Application& application, int button) {
+    HWND control = ControlOf(application, button);
+    if (IsWindowVisible(control) == 0 || IsWindowEnabled(control) == 0) {
+        throw std::runtime_error("The button " + std::to_string(button) + " cannot be pressed");
+    }
+    SendCommand(application, button);
+}
+
+void SendCommand(const Application& application, int button) {
     for (HWND window : ListWindows(application.id)) {
         PostMessageW(window, WM_COMMAND, static_cast<WPARAM>(button), 0);
     }
 }
 
 std::string UpdateStatusText(const Application& application) {
-    for (HWND window : ListWindows(application.id)) {
-        if (HWND status = GetDlgItem(window, ID_UPDATE_STATUS); status != nullptr) {
-            return WideToUtf8(WindowText(status));
-        }
-    }
-    return "";
+    return ControlText(application, ID_UPDATE_STATUS);
+}
+
+std::string GreetingText(const Application& application) {
+    AwaitCondition("a window that is complete", [&] {
+        const std::vector<HWND> windows = ListWindows(application.id);
+        return !windows.empty() && !WindowText(windows.front()).empty();
+    });
+    return ControlText(application, ID_MESSAGE);
+}
+
+int ShownProgress(const Application& application) {
+    HWND bar = ControlOf(application, ID_PROGRESS);
+    return IsWindowVisible(bar) == 0 ? -1 : static_cast<int>(SendMessageW(bar, PBM_GETPOS, 0, 0));
 }
 
 void AwaitUpdateStatus(const Application& application, const std::string& beginning) {

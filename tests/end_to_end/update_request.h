@@ -15,11 +15,21 @@ namespace updater {
 /// itself.
 void StartWithFeed(WholeUpdate& update, const Publisher& publisher);
 
-/// Presses a button of the application's window, by its number in controls.h.
+/// Presses a button of the application's window, by its number in controls.h. Raises
+/// `std::runtime_error` where a user cannot press it.
 void PressButton(const Application& application, int button);
+
+/// Sends what a button does, whether it can be pressed or not.
+void SendCommand(const Application& application, int button);
 
 /// Returns what the application says of updates, UTF-8.
 std::string UpdateStatusText(const Application& application);
+
+/// Returns what the application greets its user with, UTF-8.
+std::string GreetingText(const Application& application);
+
+/// Returns how much of the progress bar is filled, in percent; -1 while there is none to be seen.
+int ShownProgress(const Application& application);
 
 /// Waits until that begins like this.
 void AwaitUpdateStatus(const Application& application, const std::string& beginning);
