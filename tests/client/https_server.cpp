@@ -99,9 +99,12 @@ std::map<std::string, std::uint16_t, std::less<>> StartServers(
         WriteFileContent(directory / name, content);
     }
     const std::wstring script = BuiltPath(CORVELLAN_SERVERS L"/serve.py").native();
+    // Python looks for its library where its name leads: by the name alone, to the first one in
+    // PATH.
     if (!HasHostSystem() ||
         !StartHostProgram(L"Z:\\usr\\bin\\python3",
-                          L"python3 -I -S -B \"" + HostFileName(script) + L"\"", directory)) {
+                          L"/usr/bin/python3 -I -S -B \"" + HostFileName(script) + L"\"",
+                          directory)) {
         throw std::runtime_error("There is no host to run servers on");
     }
     AwaitFile(directory / L"servers.txt");
