@@ -10,6 +10,10 @@
 
 namespace updater {
 
+std::wstring ExecutableName() {
+    return kExecutableName;
+}
+
 std::wstring UpdaterName() {
     return L"" IDENTITY_UPDATER;
 }

@@ -11,7 +11,9 @@ inline constexpr wchar_t kOtherUpdaterVariable[] = L"CORVELLAN_OTHER_UPDATER";
 
 // The programs that a whole update consists of, as the build made them.
 
-/// What the updater is called, and the title and the first line of its error box.
+/// What the application and the updater are called, and the title and the first line of the
+/// updater's error box.
+std::wstring ExecutableName();
 std::wstring UpdaterName();
 std::wstring ErrorBoxTitle();
 std::wstring ErrorBoxHeading();

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "end_to_end/build_outputs.h"
-#include "fixtures/application_names.h"
 #include "fixtures/file_content.h"
 #include "fixtures/host_script.h"
 #include "fixtures/release_tool.h"
@@ -76,9 +75,10 @@ void PublishRelease(Publisher& publisher, const std::wstring& setup, const std::
                     const std::wstring& query) {
     const std::wstring setupFile = setup + L".exe";
     CopyOverFile(SetupProgram(setup), publisher.desk / setupFile);
-    CopyOverFile(ProgramDirectory(program) / kExecutableName, publisher.desk / kExecutableName);
+    const std::wstring executable = ExecutableName();
+    CopyOverFile(ProgramDirectory(program) / executable, publisher.desk / executable);
     ++publisher.issue;
-    RunTool(publisher, {L"publish", setupFile, L"--app", kExecutableName, L"--issue",
+    RunTool(publisher, {L"publish", setupFile, L"--app", executable, L"--issue",
                         std::to_wstring(publisher.issue), L"--days", L"30", L"--address",
                         publisher.servers.Address(kUnruly, setupFile + query)});
     Sign(publisher);
