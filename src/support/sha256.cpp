@@ -44,6 +44,7 @@ std::optional<Sha256> BeginSha256() noexcept {
 }
 
 bool AddToSha256(const Sha256& digest, std::string_view bytes) noexcept {
+    // BCryptHashData only reads its input but is declared without const; the cast costs no copy.
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the function only reads the bytes
     auto* const input = reinterpret_cast<PUCHAR>(const_cast<char*>(bytes.data()));
     return BCryptHashData(digest.hash.get(), input, static_cast<ULONG>(bytes.size()), 0) >= 0;

@@ -11,8 +11,8 @@
 #include "client/root_store.h"
 #include "fixtures/built_path.h"
 #include "fixtures/file_content.h"
+#include "fixtures/host_script.h"
 #include "fixtures/host_system.h"
-#include "fixtures/patience.h"
 #include "support/file_system.h"
 #include "support/windows_api.h"
 
@@ -51,16 +51,6 @@ std::unique_ptr<ServerConnection, ServerConnectionCloser> ConnectTo(std::uint16_
         throw std::runtime_error("The servers are not there");
     }
     return connection;
-}
-
-void AwaitFile(const std::filesystem::path& file) {
-    const ULONGLONG deadline = GetTickCount64() + kPatienceMilliseconds;
-    while (!PathExists(file)) {
-        if (GetTickCount64() > deadline) {
-            throw std::runtime_error("The servers do not start");
-        }
-        Sleep(5);
-    }
 }
 
 // The authority of all servers of this program: Wine looks up once in a program whom the machine
@@ -107,7 +97,7 @@ std::map<std::string, std::uint16_t, std::less<>> StartServers(
                           directory)) {
         throw std::runtime_error("There is no host to run servers on");
     }
-    AwaitFile(directory / L"servers.txt");
+    AwaitHostFile(directory / L"servers.txt", "The servers do not start");
     std::istringstream lines(ReadFileContent(directory / L"servers.txt"));
     std::map<std::string, std::uint16_t, std::less<>> ports;
     std::string name;
